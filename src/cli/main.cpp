@@ -1,0 +1,3 @@
+#include "cli/CliCommand.h"
+
+int main(int argc, char** argv) { return runCli(argc, argv); }
