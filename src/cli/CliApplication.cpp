@@ -30,7 +30,8 @@ int runCli(int argc, char** argv) {
         return 2;
     }
     const QString name = arguments.takeFirst();
-    if (name == QLatin1String("help") || name == QLatin1String("--help") || name == QLatin1String("-h")) {
+    if (name == QLatin1String("help") || name == QLatin1String("--help") ||
+        name == QLatin1String("-h")) {
         printUsage(stdout);
         return 0;
     }

@@ -2,7 +2,6 @@
 
 // Each command lives in its own file; this table is the one place that lists them.
 const std::vector<CliCommand>& cliCommands() {
-    static const std::vector<CliCommand> commands = {
-    };
+    static const std::vector<CliCommand> commands = {};
     return commands;
 }

@@ -1,3 +1,5 @@
 #include "cli/CliCommand.h"
 
-int main(int argc, char** argv) { return runCli(argc, argv); }
+int main(int argc, char** argv) {
+    return runCli(argc, argv);
+}

@@ -33,7 +33,9 @@ struct Rect {
     double width() const { return size.width < 0 ? -size.width : size.width; }
     double height() const { return size.height < 0 ? -size.height : size.height; }
     bool isEmpty() const { return size.width == 0.0 || size.height == 0.0; }
-    bool contains(Point p) const { return p.x >= minX() && p.x < maxX() && p.y >= minY() && p.y < maxY(); }
+    bool contains(Point p) const {
+        return p.x >= minX() && p.x < maxX() && p.y >= minY() && p.y < maxY();
+    }
 
     bool operator==(const Rect&) const = default;
 };

@@ -20,8 +20,9 @@ inline constexpr double previewAutoCloseSeconds = 6.0;
 inline constexpr int defaultSampleRate = 48'000;
 inline constexpr int defaultChannelCount = 2;
 inline constexpr std::array<std::string_view, 6> systemExcludedApps{
-    "com.apple.dock",         "com.apple.screencaptureui", "com.apple.controlcenter",
-    "com.apple.notificationcenterui", "com.apple.systemuiserver", "com.apple.WindowManager"};
+    "com.apple.dock",           "com.apple.screencaptureui",
+    "com.apple.controlcenter",  "com.apple.notificationcenterui",
+    "com.apple.systemuiserver", "com.apple.WindowManager"};
 inline constexpr int frameTimingBufferSize = 60;
 inline constexpr double maxFrameInterval = 0.1;
 inline constexpr double presenterOverlaySafeDelay = 0.5;

@@ -20,7 +20,9 @@ QString displayName(PermissionType type) {
     return {};
 }
 
-QString settingsPath(PermissionType type) { return displayName(type); }
+QString settingsPath(PermissionType type) {
+    return displayName(type);
+}
 
 RecordingError::RecordingError(Kind kind, PermissionType permission, QString detail)
     : m_kind(kind), m_permission(permission), m_detail(std::move(detail)),
@@ -31,11 +33,13 @@ RecordingError RecordingError::permissionDenied(PermissionType type) {
 }
 
 RecordingError RecordingError::fileWriteError(QString underlying) {
-    return RecordingError(Kind::fileWriteError, PermissionType::screenRecording, std::move(underlying));
+    return RecordingError(Kind::fileWriteError, PermissionType::screenRecording,
+                          std::move(underlying));
 }
 
 RecordingError RecordingError::invalidConfiguration(QString reason) {
-    return RecordingError(Kind::invalidConfiguration, PermissionType::screenRecording, std::move(reason));
+    return RecordingError(Kind::invalidConfiguration, PermissionType::screenRecording,
+                          std::move(reason));
 }
 
 RecordingError RecordingError::unknown(QString underlying) {
@@ -57,21 +61,25 @@ QString RecordingError::errorDescription() const {
         return tr("The selected capture device is unavailable. Please select a different device.",
                   "Device unavailable error");
     case Kind::encoderInitializationFailed:
-        return tr("Failed to initialize video encoder. The selected resolution may not be supported.",
-                  "Encoder initialization error");
+        return tr(
+            "Failed to initialize video encoder. The selected resolution may not be supported.",
+            "Encoder initialization error");
     case Kind::fileWriteError:
         return tr("Failed to write recording file: %1", "File write error").arg(m_detail);
     case Kind::invalidConfiguration:
-        return tr("Invalid recording configuration: %1", "Invalid configuration error").arg(m_detail);
+        return tr("Invalid recording configuration: %1", "Invalid configuration error")
+            .arg(m_detail);
     case Kind::streamInterrupted:
         return tr("Recording stream was interrupted. The recording has been stopped.",
                   "Stream interrupted error");
     case Kind::insufficientDiskSpace:
-        return tr("Insufficient disk space to continue recording. Please free up space and try again.",
-                  "Insufficient disk space error");
+        return tr(
+            "Insufficient disk space to continue recording. Please free up space and try again.",
+            "Insufficient disk space error");
     case Kind::outputDirectoryNotWritable:
-        return tr("Cannot write to the selected output directory. Please choose a different location.",
-                  "Output directory not writable error");
+        return tr(
+            "Cannot write to the selected output directory. Please choose a different location.",
+            "Output directory not writable error");
     case Kind::unknown:
         return tr("An unknown error occurred: %1", "Unknown error").arg(m_detail);
     }
@@ -81,7 +89,8 @@ QString RecordingError::errorDescription() const {
 QString RecordingError::failureReason() const {
     switch (m_kind) {
     case Kind::permissionDenied:
-        return QCoreApplication::translate("RecordingError", "Missing %1 permission").arg(displayName(m_permission));
+        return QCoreApplication::translate("RecordingError", "Missing %1 permission")
+            .arg(displayName(m_permission));
     case Kind::captureDeviceUnavailable:
         return QCoreApplication::translate("RecordingError", "Device unavailable");
     case Kind::encoderInitializationFailed:
@@ -110,7 +119,8 @@ QString RecordingError::recoverySuggestion() const {
                       "tavelquiston, then quit and reopen the app.",
                       "Screen recording permission denied error");
         }
-        return tr("Open System Settings > Privacy & Security > %1 and grant permission to tavelquiston.",
+        return tr("Open System Settings > Privacy & Security > %1 and grant permission to "
+                  "tavelquiston.",
                   "Permission denied error")
             .arg(displayName(m_permission));
     case Kind::captureDeviceUnavailable:
@@ -120,10 +130,12 @@ QString RecordingError::recoverySuggestion() const {
         return tr("Try using a different encoder (H.265 instead of H.264) or lower resolution.",
                   "Encoder initialization error");
     case Kind::fileWriteError:
-        return tr("Check that you have write permissions to the output directory and sufficient disk space.",
+        return tr("Check that you have write permissions to the output directory and sufficient "
+                  "disk space.",
                   "File write error");
     case Kind::invalidConfiguration:
-        return tr("Review your recording settings and ensure all required fields are properly configured.",
+        return tr("Review your recording settings and ensure all required fields are properly "
+                  "configured.",
                   "Invalid configuration error");
     case Kind::streamInterrupted:
         return tr("The partial recording has been saved. Try starting a new recording.",
@@ -132,7 +144,8 @@ QString RecordingError::recoverySuggestion() const {
         return tr("Free up at least 1GB of disk space before starting a new recording.",
                   "Insufficient disk space error");
     case Kind::outputDirectoryNotWritable:
-        return tr("Select a different output directory in Settings.", "Output directory not writable error");
+        return tr("Select a different output directory in Settings.",
+                  "Output directory not writable error");
     case Kind::unknown:
         return tr("Try restarting the application or your computer.", "Unknown error");
     }

@@ -24,14 +24,22 @@ public:
     };
 
     static RecordingError permissionDenied(PermissionType type);
-    static RecordingError captureDeviceUnavailable() { return RecordingError(Kind::captureDeviceUnavailable); }
-    static RecordingError encoderInitializationFailed() { return RecordingError(Kind::encoderInitializationFailed); }
+    static RecordingError captureDeviceUnavailable() {
+        return RecordingError(Kind::captureDeviceUnavailable);
+    }
+    static RecordingError encoderInitializationFailed() {
+        return RecordingError(Kind::encoderInitializationFailed);
+    }
     // `underlying` is the localized description of the error that caused this one.
     static RecordingError fileWriteError(QString underlying);
     static RecordingError invalidConfiguration(QString reason);
     static RecordingError streamInterrupted() { return RecordingError(Kind::streamInterrupted); }
-    static RecordingError insufficientDiskSpace() { return RecordingError(Kind::insufficientDiskSpace); }
-    static RecordingError outputDirectoryNotWritable() { return RecordingError(Kind::outputDirectoryNotWritable); }
+    static RecordingError insufficientDiskSpace() {
+        return RecordingError(Kind::insufficientDiskSpace);
+    }
+    static RecordingError outputDirectoryNotWritable() {
+        return RecordingError(Kind::outputDirectoryNotWritable);
+    }
     static RecordingError unknown(QString underlying);
 
     Kind kind() const { return m_kind; }
@@ -47,7 +55,8 @@ public:
     const char* what() const noexcept override { return m_what.c_str(); }
 
     bool operator==(const RecordingError& other) const {
-        return m_kind == other.m_kind && m_permission == other.m_permission && m_detail == other.m_detail;
+        return m_kind == other.m_kind && m_permission == other.m_permission &&
+               m_detail == other.m_detail;
     }
 
 private:

@@ -31,13 +31,18 @@ public:
     };
     struct SystemAudio {};
 
-    using Value = std::variant<Screen, ScreenArea, Window, Windows, Application, IOSDevice, SystemAudio>;
+    using Value =
+        std::variant<Screen, ScreenArea, Window, Windows, Application, IOSDevice, SystemAudio>;
 
-    static RecordingMode screen(SCDisplay display) { return RecordingMode(Screen{std::move(display)}); }
+    static RecordingMode screen(SCDisplay display) {
+        return RecordingMode(Screen{std::move(display)});
+    }
     static RecordingMode screenArea(SCDisplay display, Rect rect) {
         return RecordingMode(ScreenArea{std::move(display), rect});
     }
-    static RecordingMode window(SCWindow window) { return RecordingMode(Window{std::move(window)}); }
+    static RecordingMode window(SCWindow window) {
+        return RecordingMode(Window{std::move(window)});
+    }
     static RecordingMode windows(std::vector<SCWindow> windows) {
         return RecordingMode(Windows{std::move(windows)});
     }

@@ -11,7 +11,9 @@ std::optional<Enum> fromRaw(const std::array<Enum, N>& all, const Raw& raw) {
 }
 } // namespace
 
-int rawValue(ResolutionMode mode) { return static_cast<int>(mode); }
+int rawValue(ResolutionMode mode) {
+    return static_cast<int>(mode);
+}
 
 QString displayName(ResolutionMode mode) {
     switch (mode) {
@@ -37,7 +39,9 @@ double multiplier(ResolutionMode mode) {
     return 1.0;
 }
 
-std::optional<ResolutionMode> resolutionModeFromRawValue(int raw) { return fromRaw(allResolutionModes, raw); }
+std::optional<ResolutionMode> resolutionModeFromRawValue(int raw) {
+    return fromRaw(allResolutionModes, raw);
+}
 
 double rawValue(VideoQuality quality) {
     switch (quality) {
@@ -63,7 +67,9 @@ QString displayName(VideoQuality quality) {
     return {};
 }
 
-std::optional<VideoQuality> videoQualityFromRawValue(double raw) { return fromRaw(allVideoQualities, raw); }
+std::optional<VideoQuality> videoQualityFromRawValue(double raw) {
+    return fromRaw(allVideoQualities, raw);
+}
 
 QString rawValue(VideoEncoder encoder) {
     return encoder == VideoEncoder::h264 ? QStringLiteral("h264") : QStringLiteral("h265");
@@ -73,15 +79,21 @@ QString displayName(VideoEncoder encoder) {
     return encoder == VideoEncoder::h264 ? QStringLiteral("H.264") : QStringLiteral("H.265 (HEVC)");
 }
 
-std::optional<VideoEncoder> videoEncoderFromRawValue(const QString& raw) { return fromRaw(allVideoEncoders, raw); }
+std::optional<VideoEncoder> videoEncoderFromRawValue(const QString& raw) {
+    return fromRaw(allVideoEncoders, raw);
+}
 
 QString rawValue(OutputFormat format) {
     return format == OutputFormat::mov ? QStringLiteral("mov") : QStringLiteral("mp4");
 }
 
-QString displayName(OutputFormat format) { return rawValue(format).toUpper(); }
+QString displayName(OutputFormat format) {
+    return rawValue(format).toUpper();
+}
 
-std::optional<OutputFormat> outputFormatFromRawValue(const QString& raw) { return fromRaw(allOutputFormats, raw); }
+std::optional<OutputFormat> outputFormatFromRawValue(const QString& raw) {
+    return fromRaw(allOutputFormats, raw);
+}
 
 QString rawValue(BackgroundType type) {
     static const char* const names[] = {"wallpaper", "clear", "black", "white", "gray",  "yellow",

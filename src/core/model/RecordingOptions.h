@@ -8,14 +8,16 @@
 // The enumerations of a recording configuration, with the raw values kept in settings.
 
 enum class ResolutionMode { low, normal, high };
-inline constexpr std::array allResolutionModes{ResolutionMode::low, ResolutionMode::normal, ResolutionMode::high};
+inline constexpr std::array allResolutionModes{ResolutionMode::low, ResolutionMode::normal,
+                                               ResolutionMode::high};
 int rawValue(ResolutionMode mode);
 QString displayName(ResolutionMode mode);
 double multiplier(ResolutionMode mode);
 std::optional<ResolutionMode> resolutionModeFromRawValue(int raw);
 
 enum class VideoQuality { low, medium, high };
-inline constexpr std::array allVideoQualities{VideoQuality::low, VideoQuality::medium, VideoQuality::high};
+inline constexpr std::array allVideoQualities{VideoQuality::low, VideoQuality::medium,
+                                              VideoQuality::high};
 double rawValue(VideoQuality quality);
 QString displayName(VideoQuality quality);
 std::optional<VideoQuality> videoQualityFromRawValue(double raw);
@@ -32,11 +34,24 @@ QString rawValue(OutputFormat format);
 QString displayName(OutputFormat format);
 std::optional<OutputFormat> outputFormatFromRawValue(const QString& raw);
 
-enum class BackgroundType { wallpaper, clear, black, white, gray, yellow, orange, green, blue, red, custom };
+enum class BackgroundType {
+    wallpaper,
+    clear,
+    black,
+    white,
+    gray,
+    yellow,
+    orange,
+    green,
+    blue,
+    red,
+    custom
+};
 inline constexpr std::array allBackgroundTypes{
-    BackgroundType::wallpaper, BackgroundType::clear, BackgroundType::black,  BackgroundType::white,
-    BackgroundType::gray,      BackgroundType::yellow, BackgroundType::orange, BackgroundType::green,
-    BackgroundType::blue,      BackgroundType::red,   BackgroundType::custom};
+    BackgroundType::wallpaper, BackgroundType::clear, BackgroundType::black,
+    BackgroundType::white,     BackgroundType::gray,  BackgroundType::yellow,
+    BackgroundType::orange,    BackgroundType::green, BackgroundType::blue,
+    BackgroundType::red,       BackgroundType::custom};
 QString rawValue(BackgroundType type);
 QString displayName(BackgroundType type);
 std::optional<BackgroundType> backgroundTypeFromRawValue(const QString& raw);

@@ -1,8 +1,8 @@
 #include "core/model/RecordingState.h"
 
 QString RecordingState::displayName() const {
-    static const char* const names[] = {"Idle",      "Preparing...",  "Ready",     "Recording",
-                                        "Paused",    "Finalizing...", "Completed", "Failed"};
+    static const char* const names[] = {"Idle",   "Preparing...",  "Ready",     "Recording",
+                                        "Paused", "Finalizing...", "Completed", "Failed"};
     return QString::fromLatin1(names[m_value.index()]);
 }
 

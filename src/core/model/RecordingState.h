@@ -28,19 +28,26 @@ public:
         RecordingError error;
     };
 
-    using Value = std::variant<Idle, Preparing, Ready, Recording, Paused, Finalizing, Completed, Failed>;
+    using Value =
+        std::variant<Idle, Preparing, Ready, Recording, Paused, Finalizing, Completed, Failed>;
 
     RecordingState() : m_value(Idle{}) {}
     static RecordingState idle() { return RecordingState(Idle{}); }
     static RecordingState preparing() { return RecordingState(Preparing{}); }
     static RecordingState ready() { return RecordingState(Ready{}); }
-    static RecordingState recording(QDateTime startTime) { return RecordingState(Recording{std::move(startTime)}); }
+    static RecordingState recording(QDateTime startTime) {
+        return RecordingState(Recording{std::move(startTime)});
+    }
     static RecordingState paused(QDateTime pauseTime, double elapsed) {
         return RecordingState(Paused{std::move(pauseTime), elapsed});
     }
     static RecordingState finalizing() { return RecordingState(Finalizing{}); }
-    static RecordingState completed(QString fileURL) { return RecordingState(Completed{std::move(fileURL)}); }
-    static RecordingState failed(RecordingError error) { return RecordingState(Failed{std::move(error)}); }
+    static RecordingState completed(QString fileURL) {
+        return RecordingState(Completed{std::move(fileURL)});
+    }
+    static RecordingState failed(RecordingError error) {
+        return RecordingState(Failed{std::move(error)});
+    }
 
     const Value& value() const { return m_value; }
     template <typename Case>

@@ -8,7 +8,8 @@
 QString RecordingConfigurationBuilder::resolveOutputDirectory(const QString& stored) {
     if (!stored.isEmpty())
         return QDir::cleanPath(stored);
-    const QStringList documents = QStandardPaths::standardLocations(QStandardPaths::DocumentsLocation);
+    const QStringList documents =
+        QStandardPaths::standardLocations(QStandardPaths::DocumentsLocation);
     if (!documents.isEmpty()) {
         const QString recordings = QDir(documents.first()).filePath(QStringLiteral("Recordings"));
         QDir().mkpath(recordings); // a failure shows as the folder's absence below
@@ -21,7 +22,8 @@ QString RecordingConfigurationBuilder::resolveOutputDirectory(const QString& sto
 RecordingConfiguration RecordingConfigurationBuilder::build(RecordingMode mode, Selector selector,
                                                             int screenAutoStopMinutes) const {
     const UserDefaults& d = m_defaults;
-    RecordingConfiguration config(std::move(mode), resolveOutputDirectory(d.stringValue("outputDirectory", {})));
+    RecordingConfiguration config(std::move(mode),
+                                  resolveOutputDirectory(d.stringValue("outputDirectory", {})));
 
     switch (d.integerValue("resolution", 1)) {
     case 2:
@@ -58,9 +60,10 @@ RecordingConfiguration RecordingConfigurationBuilder::build(RecordingMode mode, 
     config.encoder = d.stringValue("videoEncoder", QStringLiteral("h265")) == QLatin1String("h265")
                          ? VideoEncoder::h265
                          : VideoEncoder::h264;
-    config.outputFormat = d.stringValue("outputFormat", QStringLiteral("mov")) == QLatin1String("mov")
-                              ? OutputFormat::mov
-                              : OutputFormat::mp4;
+    config.outputFormat =
+        d.stringValue("outputFormat", QStringLiteral("mov")) == QLatin1String("mov")
+            ? OutputFormat::mov
+            : OutputFormat::mp4;
 
     config.recordSystemAudio = d.boolValue("recordSystemAudio", true);
     config.recordMicrophone = d.boolValue("recordMicrophone", false);

@@ -14,7 +14,8 @@ public:
     explicit RecordingConfigurationBuilder(const UserDefaults& defaults) : m_defaults(defaults) {}
 
     // `screenAutoStopMinutes` is the screen selector's own popover choice; others ignore it.
-    RecordingConfiguration build(RecordingMode mode, Selector selector, int screenAutoStopMinutes = 0) const;
+    RecordingConfiguration build(RecordingMode mode, Selector selector,
+                                 int screenAutoStopMinutes = 0) const;
 
     // The stored output folder, or "Recordings" in the user's documents folder when none is
     // stored (created if needed), or the temporary folder when that cannot be made.

@@ -3,7 +3,9 @@
 #include "core/model/CursorStyle.h"
 
 namespace {
-QString keyString(std::string_view key) { return QString::fromUtf8(key.data(), qsizetype(key.size())); }
+QString keyString(std::string_view key) {
+    return QString::fromUtf8(key.data(), qsizetype(key.size()));
+}
 
 // The INI backend gives back strings; a bool is one that was stored as a bool.
 std::optional<bool> asBool(const QVariant& value) {
@@ -22,7 +24,8 @@ std::optional<bool> asBool(const QVariant& value) {
 
 UserDefaults::UserDefaults()
     : m_settings(std::make_unique<QSettings>(QSettings::IniFormat, QSettings::UserScope,
-                                             QStringLiteral("tavelquiston"), QStringLiteral("tavelquiston"))) {}
+                                             QStringLiteral("tavelquiston"),
+                                             QStringLiteral("tavelquiston"))) {}
 
 UserDefaults::UserDefaults(const QString& iniFilePath)
     : m_settings(std::make_unique<QSettings>(iniFilePath, QSettings::IniFormat)) {}
@@ -34,13 +37,21 @@ UserDefaults& UserDefaults::standard() {
     return defaults;
 }
 
-QVariant UserDefaults::value(std::string_view key) const { return m_settings->value(keyString(key)); }
+QVariant UserDefaults::value(std::string_view key) const {
+    return m_settings->value(keyString(key));
+}
 
-bool UserDefaults::contains(std::string_view key) const { return m_settings->contains(keyString(key)); }
+bool UserDefaults::contains(std::string_view key) const {
+    return m_settings->contains(keyString(key));
+}
 
-bool UserDefaults::isBool(std::string_view key) const { return asBool(value(key)).has_value(); }
+bool UserDefaults::isBool(std::string_view key) const {
+    return asBool(value(key)).has_value();
+}
 
-bool UserDefaults::boolValue(std::string_view key) const { return boolValue(key, false); }
+bool UserDefaults::boolValue(std::string_view key) const {
+    return boolValue(key, false);
+}
 
 bool UserDefaults::boolValue(std::string_view key, bool fallback) const {
     const QVariant stored = value(key);
@@ -54,7 +65,9 @@ bool UserDefaults::boolValue(std::string_view key, bool fallback) const {
     return ok ? number != 0.0 : fallback;
 }
 
-double UserDefaults::doubleValue(std::string_view key) const { return doubleValue(key, 0.0); }
+double UserDefaults::doubleValue(std::string_view key) const {
+    return doubleValue(key, 0.0);
+}
 
 double UserDefaults::doubleValue(std::string_view key, double fallback) const {
     const QVariant stored = value(key);
@@ -67,7 +80,9 @@ double UserDefaults::doubleValue(std::string_view key, double fallback) const {
     return ok ? number : 0.0;
 }
 
-int UserDefaults::integerValue(std::string_view key) const { return integerValue(key, 0); }
+int UserDefaults::integerValue(std::string_view key) const {
+    return integerValue(key, 0);
+}
 
 int UserDefaults::integerValue(std::string_view key, int fallback) const {
     const QVariant stored = value(key);
@@ -91,18 +106,26 @@ QString UserDefaults::stringValue(std::string_view key, const QString& fallback)
     return stringValue(key).value_or(fallback);
 }
 
-void UserDefaults::set(std::string_view key, const QVariant& value) { m_settings->setValue(keyString(key), value); }
+void UserDefaults::set(std::string_view key, const QVariant& value) {
+    m_settings->setValue(keyString(key), value);
+}
 
-void UserDefaults::remove(std::string_view key) { m_settings->remove(keyString(key)); }
+void UserDefaults::remove(std::string_view key) {
+    m_settings->remove(keyString(key));
+}
 
-void UserDefaults::sync() { m_settings->sync(); }
+void UserDefaults::sync() {
+    m_settings->sync();
+}
 
 double UserDefaults::positiveOr(std::string_view key, double fallback) const {
     const double stored = doubleValue(key);
     return stored > 0.0 ? stored : fallback;
 }
 
-bool UserDefaults::boolOrTrue(std::string_view key) const { return asBool(value(key)).value_or(true); }
+bool UserDefaults::boolOrTrue(std::string_view key) const {
+    return asBool(value(key)).value_or(true);
+}
 
 StudioRecordingConfiguration UserDefaults::loadStudioConfiguration() const {
     StudioRecordingConfiguration config;

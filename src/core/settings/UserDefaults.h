@@ -51,7 +51,9 @@ public:
     double studioZoomLevel() const { return positiveOr("studioZoomLevel", 2.0); }
     double studioZoomDuration() const { return positiveOr("studioZoomDuration", 0.5); }
     double studioClickThreshold() const { return positiveOr("studioClickThreshold", 0.5); }
-    QString studioCursorStyle() const { return stringValue("studioCursorStyle", QStringLiteral("circle")); }
+    QString studioCursorStyle() const {
+        return stringValue("studioCursorStyle", QStringLiteral("circle"));
+    }
     double studioCursorSize() const { return positiveOr("studioCursorSize", 24.0); }
     bool studioCursorAnimations() const { return boolOrTrue("studioCursorAnimations"); }
     bool studioScaleAnimation() const { return boolOrTrue("studioScaleAnimation"); }

@@ -11,8 +11,8 @@ public:
     virtual ~AlertPresenter() = default;
     virtual void showAlert(const QString& title, const QString& message, Style style) = 0;
     // True when the person chose the first button.
-    virtual bool showConfirmation(const QString& title, const QString& message, const QString& okTitle,
-                                  const QString& cancelTitle) = 0;
+    virtual bool showConfirmation(const QString& title, const QString& message,
+                                  const QString& okTitle, const QString& cancelTitle) = 0;
 };
 
 // Writes alerts to standard error; a confirmation is never given, since nobody can answer.

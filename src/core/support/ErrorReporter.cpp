@@ -38,9 +38,10 @@ void StandardErrorAlertPresenter::showAlert(const QString& title, const QString&
     fmt::print(stderr, "{}: {}\n", title.toStdString(), message.toStdString());
 }
 
-bool StandardErrorAlertPresenter::showConfirmation(const QString& title, const QString& message, const QString&,
-                                                   const QString& cancelTitle) {
-    fmt::print(stderr, "{}: {} ({})\n", title.toStdString(), message.toStdString(), cancelTitle.toStdString());
+bool StandardErrorAlertPresenter::showConfirmation(const QString& title, const QString& message,
+                                                   const QString&, const QString& cancelTitle) {
+    fmt::print(stderr, "{}: {} ({})\n", title.toStdString(), message.toStdString(),
+               cancelTitle.toStdString());
     return false;
 }
 
@@ -52,7 +53,8 @@ ErrorReporter& ErrorReporter::shared() {
 }
 
 void ErrorReporter::setAlertPresenter(std::unique_ptr<AlertPresenter> presenter) {
-    m_presenter = presenter ? std::move(presenter) : std::make_unique<StandardErrorAlertPresenter>();
+    m_presenter =
+        presenter ? std::move(presenter) : std::make_unique<StandardErrorAlertPresenter>();
 }
 
 QString ErrorReporter::describe(const std::exception& error) {
@@ -69,20 +71,23 @@ QString ErrorReporter::formatMessage(const QString& description, const QString& 
         .arg(functionName(location.function_name()), context, description);
 }
 
-void ErrorReporter::report(const std::exception& error, const QString& context, std::source_location location) {
+void ErrorReporter::report(const std::exception& error, const QString& context,
+                           std::source_location location) {
     report(describe(error), context, location);
 }
 
-void ErrorReporter::report(const QString& errorDescription, const QString& context, std::source_location location) {
+void ErrorReporter::report(const QString& errorDescription, const QString& context,
+                           std::source_location location) {
     const QString message = formatMessage(errorDescription, context, location);
     toSystemLog(LOG_ERR, message);
     logLine("❌ ERROR: {}", message.toStdString());
 }
 
-void ErrorReporter::reportAndAlert(const std::exception& error, const QString& context, const QString& title,
-                                   std::source_location location) {
+void ErrorReporter::reportAndAlert(const std::exception& error, const QString& context,
+                                   const QString& title, std::source_location location) {
     report(error, context, location);
-    showAlert(title, context + QStringLiteral("\n\n") + describe(error), AlertPresenter::Style::warning);
+    showAlert(title, context + QStringLiteral("\n\n") + describe(error),
+              AlertPresenter::Style::warning);
 }
 
 void ErrorReporter::warn(const QString& message, std::source_location location) {
@@ -99,44 +104,55 @@ void ErrorReporter::info(const QString& message) {
     logLine("ℹ️ INFO: {}", message.toStdString());
 }
 
-void ErrorReporter::showAlert(const QString& title, const QString& message, AlertPresenter::Style style) {
+void ErrorReporter::showAlert(const QString& title, const QString& message,
+                              AlertPresenter::Style style) {
     // Alerts belong to the main thread; from anywhere else they are queued there.
     QCoreApplication* app = QCoreApplication::instance();
     if (app && QThread::currentThread() != app->thread()) {
-        QMetaObject::invokeMethod(app, [this, title, message, style] { m_presenter->showAlert(title, message, style); },
-                                  Qt::QueuedConnection);
+        QMetaObject::invokeMethod(
+            app, [this, title, message, style] { m_presenter->showAlert(title, message, style); },
+            Qt::QueuedConnection);
         return;
     }
     m_presenter->showAlert(title, message, style);
 }
 
-bool ErrorReporter::showConfirmation(const QString& title, const QString& message, const QString& okTitle,
-                                     const QString& cancelTitle) {
+bool ErrorReporter::showConfirmation(const QString& title, const QString& message,
+                                     const QString& okTitle, const QString& cancelTitle) {
     return m_presenter->showConfirmation(title, message, okTitle, cancelTitle);
 }
 
-void ErrorReporter::reportRecordingStartFailure(const std::exception& error, std::source_location location) {
-    reportAndAlert(error, QStringLiteral("Failed to start recording"), QStringLiteral("Recording Failed"), location);
+void ErrorReporter::reportRecordingStartFailure(const std::exception& error,
+                                                std::source_location location) {
+    reportAndAlert(error, QStringLiteral("Failed to start recording"),
+                   QStringLiteral("Recording Failed"), location);
 }
 
-void ErrorReporter::reportRecordingStopFailure(const std::exception& error, std::source_location location) {
-    reportAndAlert(error, QStringLiteral("Failed to stop recording properly"), QStringLiteral("Recording Error"),
+void ErrorReporter::reportRecordingStopFailure(const std::exception& error,
+                                               std::source_location location) {
+    reportAndAlert(error, QStringLiteral("Failed to stop recording properly"),
+                   QStringLiteral("Recording Error"), location);
+}
+
+void ErrorReporter::reportExportFailure(const std::exception& error,
+                                        std::source_location location) {
+    reportAndAlert(error, QStringLiteral("Failed to export video"), QStringLiteral("Export Failed"),
                    location);
 }
 
-void ErrorReporter::reportExportFailure(const std::exception& error, std::source_location location) {
-    reportAndAlert(error, QStringLiteral("Failed to export video"), QStringLiteral("Export Failed"), location);
-}
-
 void ErrorReporter::reportPermissionDenied(PermissionType type) {
-    showAlert(QStringLiteral("Permission Required"),
-              displayName(type) + QStringLiteral(" permission is required for this feature. Please grant permission "
-                                                 "in System Settings > Privacy & Security."));
+    showAlert(
+        QStringLiteral("Permission Required"),
+        displayName(type) +
+            QStringLiteral(" permission is required for this feature. Please grant permission "
+                           "in System Settings > Privacy & Security."));
 }
 
 void ErrorReporter::reportInsufficientDiskSpace() {
-    showAlert(QStringLiteral("Insufficient Disk Space"),
-              QStringLiteral("There is not enough disk space to continue recording. Please free up at least %1 GB "
-                             "and try again.")
-                  .arg(Constants::minimumDiskSpaceGB));
+    showAlert(
+        QStringLiteral("Insufficient Disk Space"),
+        QStringLiteral(
+            "There is not enough disk space to continue recording. Please free up at least %1 GB "
+            "and try again.")
+            .arg(Constants::minimumDiskSpaceGB));
 }

@@ -25,18 +25,22 @@ public:
     void reportAndAlert(const std::exception& error, const QString& context,
                         const QString& title = QStringLiteral("Error"),
                         std::source_location location = std::source_location::current());
-    void warn(const QString& message, std::source_location location = std::source_location::current());
+    void warn(const QString& message,
+              std::source_location location = std::source_location::current());
     void info(const QString& message);
 
     void showAlert(const QString& title, const QString& message,
                    AlertPresenter::Style style = AlertPresenter::Style::warning);
-    bool showConfirmation(const QString& title, const QString& message, const QString& okTitle = QStringLiteral("OK"),
+    bool showConfirmation(const QString& title, const QString& message,
+                          const QString& okTitle = QStringLiteral("OK"),
                           const QString& cancelTitle = QStringLiteral("Cancel"));
 
-    void reportRecordingStartFailure(const std::exception& error,
-                                     std::source_location location = std::source_location::current());
-    void reportRecordingStopFailure(const std::exception& error,
-                                    std::source_location location = std::source_location::current());
+    void
+    reportRecordingStartFailure(const std::exception& error,
+                                std::source_location location = std::source_location::current());
+    void
+    reportRecordingStopFailure(const std::exception& error,
+                               std::source_location location = std::source_location::current());
     void reportExportFailure(const std::exception& error,
                              std::source_location location = std::source_location::current());
     void reportPermissionDenied(PermissionType type);
