@@ -1,0 +1,35 @@
+#pragma once
+
+#include "support/ChildProcess.h"
+#include "support/ScopedEnvironment.h"
+
+#include <memory>
+#include <string>
+
+// A private D-Bus session bus. While it lives, DBUS_SESSION_BUS_ADDRESS points at it. Code under
+// test should connect with QDBusConnection::connectToBus(address(), name), because Qt keeps the
+// first session bus connection of a process for good.
+class DBusSession {
+public:
+    static std::string missingTool();
+
+    DBusSession();
+    ~DBusSession();
+
+    bool isReady() const { return !m_address.empty(); }
+    const std::string& error() const { return m_error; }
+    const std::string& address() const { return m_address; }
+
+private:
+    std::string m_error;
+    std::string m_address;
+    ChildProcess m_daemon;
+    std::unique_ptr<ScopedEnvironment> m_addressVariable;
+};
+
+#define REQUIRE_DBUS()                                                                             \
+    do {                                                                                           \
+        const std::string missing = DBusSession::missingTool();                                    \
+        if (!missing.empty())                                                                      \
+            GTEST_SKIP() << "'" << missing << "' is not installed; run scripts/install-deps.sh";   \
+    } while (0)

@@ -1,0 +1,179 @@
+#include "support/XvfbSession.h"
+
+#include <xcb/xcb.h>
+
+#include <fcntl.h>
+#include <poll.h>
+#include <unistd.h>
+
+#include <thread>
+
+using namespace std::chrono_literals;
+
+namespace {
+const auto serviceTimeout = 5000ms;
+
+struct XcbConnection {
+    explicit XcbConnection(const std::string& display)
+        : connection(xcb_connect(display.c_str(), nullptr)) {}
+    ~XcbConnection() { xcb_disconnect(connection); }
+    bool ok() const { return connection && !xcb_connection_has_error(connection); }
+    xcb_screen_t* screen() const {
+        return xcb_setup_roots_iterator(xcb_get_setup(connection)).data;
+    }
+    xcb_connection_t* connection;
+};
+
+bool windowManagerRunning(const std::string& display) {
+    XcbConnection x(display);
+    if (!x.ok())
+        return false;
+    const char name[] = "_NET_SUPPORTING_WM_CHECK";
+    auto* atomReply = xcb_intern_atom_reply(
+        x.connection, xcb_intern_atom(x.connection, 1, sizeof(name) - 1, name), nullptr);
+    if (!atomReply || atomReply->atom == XCB_ATOM_NONE) {
+        free(atomReply);
+        return false;
+    }
+    auto* reply = xcb_get_property_reply(
+        x.connection,
+        xcb_get_property(x.connection, 0, x.screen()->root, atomReply->atom, XCB_ATOM_WINDOW, 0, 1),
+        nullptr);
+    const bool present = reply && xcb_get_property_value_length(reply) == 4;
+    free(reply);
+    free(atomReply);
+    return present;
+}
+} // namespace
+
+std::string XvfbSession::missingTool(const Options& options) {
+    for (const char* tool : {"Xvfb", "xdotool"}) {
+        if (!findExecutable(tool))
+            return tool;
+    }
+    if (options.windowManager && !findExecutable("openbox"))
+        return "openbox";
+    if (options.twoMonitors && !findExecutable("xrandr"))
+        return "xrandr";
+    return {};
+}
+
+XvfbSession::XvfbSession(Options options) : m_options(options) {
+    if (!startServer())
+        return;
+    m_displayVariable = std::make_unique<ScopedEnvironment>("DISPLAY", m_display);
+    if (m_options.twoMonitors && !splitMonitors())
+        return;
+    if (m_options.windowManager && !startWindowManager())
+        return;
+    m_ready = true;
+}
+
+XvfbSession::~XvfbSession() {
+    m_clients.clear();
+    m_windowManager.stop();
+    m_server.stop();
+}
+
+bool XvfbSession::startServer() {
+    int pipeFds[2];
+    if (::pipe2(pipeFds, O_CLOEXEC) != 0) {
+        m_error = "pipe failed";
+        return false;
+    }
+    const int width = m_options.twoMonitors ? 3840 : m_options.width;
+    const std::string screen =
+        std::to_string(width) + "x" + std::to_string(m_options.height) + "x24";
+    ChildProcess::Options options;
+    options.inheritedFd = pipeFds[1];
+    // -noreset: without it the server resets when its last client leaves and loses monitors.
+    m_server = ChildProcess({"Xvfb", "-displayfd", std::to_string(pipeFds[1]), "-noreset",
+                             "-nolisten", "tcp", "-screen", "0", screen},
+                            options);
+    ::close(pipeFds[1]);
+
+    std::string number;
+    const auto deadline = std::chrono::steady_clock::now() + serviceTimeout;
+    while (std::chrono::steady_clock::now() < deadline) {
+        pollfd pfd{pipeFds[0], POLLIN, 0};
+        if (::poll(&pfd, 1, 100) > 0) {
+            char buffer[32];
+            const ssize_t n = ::read(pipeFds[0], buffer, sizeof buffer);
+            if (n <= 0)
+                break;
+            number.append(buffer, size_t(n));
+            if (number.find('\n') != std::string::npos)
+                break;
+        }
+        if (!m_server.isRunning())
+            break;
+    }
+    ::close(pipeFds[0]);
+    while (!number.empty() && (number.back() == '\n' || number.back() == ' '))
+        number.pop_back();
+    if (number.empty()) {
+        m_error = "Xvfb did not report a display within 5 s";
+        return false;
+    }
+    m_display = ":" + number;
+    return true;
+}
+
+bool XvfbSession::startWindowManager() {
+    m_windowManager = ChildProcess({"openbox", "--sm-disable"}, {});
+    const auto deadline = std::chrono::steady_clock::now() + serviceTimeout;
+    while (std::chrono::steady_clock::now() < deadline) {
+        if (windowManagerRunning(m_display))
+            return true;
+        std::this_thread::sleep_for(20ms);
+    }
+    m_error = "openbox did not take the screen within 5 s";
+    return false;
+}
+
+// The left monitor takes over the server's one output (dropping the automatic monitor that
+// spans the screen); the right one has no output of its own.
+bool XvfbSession::splitMonitors() {
+    const int h = m_options.height;
+    const std::string left = "1920/508x" + std::to_string(h) + "/286+0+0";
+    const std::string right = "1920/508x" + std::to_string(h) + "/286+1920+0";
+    if (runCommand({"xrandr", "--setmonitor", "*left", left, "screen"}, serviceTimeout) != 0 ||
+        runCommand({"xrandr", "--setmonitor", "right", right, "none"}, serviceTimeout) != 0) {
+        m_error = "xrandr --setmonitor failed";
+        return false;
+    }
+    return true;
+}
+
+bool XvfbSession::moveTo(int x, int y) {
+    return runCommand({"xdotool", "mousemove", std::to_string(x), std::to_string(y)},
+                      serviceTimeout) == 0;
+}
+
+bool XvfbSession::moveBy(int dx, int dy) {
+    return runCommand(
+               {"xdotool", "mousemove_relative", "--", std::to_string(dx), std::to_string(dy)},
+               serviceTimeout) == 0;
+}
+
+bool XvfbSession::click(int button) {
+    return runCommand({"xdotool", "click", std::to_string(button)}, serviceTimeout) == 0;
+}
+
+std::pair<int, int> XvfbSession::pointerPosition() const {
+    XcbConnection x(m_display);
+    if (!x.ok())
+        return {-1, -1};
+    auto* reply = xcb_query_pointer_reply(
+        x.connection, xcb_query_pointer(x.connection, x.screen()->root), nullptr);
+    if (!reply)
+        return {-1, -1};
+    const std::pair<int, int> position{reply->root_x, reply->root_y};
+    free(reply);
+    return position;
+}
+
+ChildProcess& XvfbSession::launch(const std::vector<std::string>& argv) {
+    m_clients.push_back(std::make_unique<ChildProcess>(argv, ChildProcess::Options{}));
+    return *m_clients.back();
+}
