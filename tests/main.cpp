@@ -1,10 +1,17 @@
+#ifdef TAVELQUISTON_TEST_WIDGETS
+#include <QApplication>
+using TestApplication = QApplication;
+#else
 #include <QCoreApplication>
+using TestApplication = QCoreApplication;
+#endif
 
 #include <gtest/gtest.h>
 
-// Every test program has a Qt application object, so timers, settings and D-Bus work in any test.
+// Every test program has a Qt application object, so timers, settings and D-Bus work in any
+// test; the widget tests get a full one (offscreen unless a test starts its own display).
 int main(int argc, char** argv) {
-    QCoreApplication app(argc, argv);
+    TestApplication app(argc, argv);
     QCoreApplication::setOrganizationName("tavelquiston-tests");
     QCoreApplication::setApplicationName("tavelquiston-tests");
     ::testing::InitGoogleTest(&argc, argv);

@@ -56,13 +56,18 @@ ChildProcess::ChildProcess(const std::vector<std::string>& argvIn, const Options
     const int out = options.stdoutPath ? ::open(options.stdoutPath->c_str(),
                                                 O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600)
                                        : devNull;
+    const int err = options.stderrPath ? ::open(options.stderrPath->c_str(),
+                                                O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600)
+                                       : -1;
     m_pid = ::fork();
     if (m_pid == 0) {
         // Only async-signal-safe calls between fork and exec.
         ::setpgid(0, 0);
         ::dup2(devNull, STDIN_FILENO);
         ::dup2(out, STDOUT_FILENO);
-        if (options.quiet)
+        if (err >= 0)
+            ::dup2(err, STDERR_FILENO);
+        else if (options.quiet)
             ::dup2(devNull, STDERR_FILENO);
         if (options.inheritedFd) {
             const int flags = ::fcntl(*options.inheritedFd, F_GETFD);
@@ -73,6 +78,8 @@ ChildProcess::ChildProcess(const std::vector<std::string>& argvIn, const Options
     }
     if (out != devNull && out >= 0)
         ::close(out);
+    if (err >= 0)
+        ::close(err);
     ::close(devNull);
 }
 

@@ -15,6 +15,7 @@ public:
         std::vector<std::string> unsetEnvironment;
         std::optional<int> inheritedFd;        // kept open across exec
         std::optional<std::string> stdoutPath; // else /dev/null
+        std::optional<std::string> stderrPath; // else /dev/null when quiet
         bool quiet = true;                     // standard error to /dev/null
     };
 

@@ -1,0 +1,60 @@
+#include "app/ApplicationShell.h"
+#include "app/MainWindow.h"
+
+#include "support/XvfbSession.h"
+
+#include <gtest/gtest.h>
+
+#include <fstream>
+#include <sstream>
+
+using namespace std::chrono_literals;
+
+namespace {
+std::string readFile(const std::string& path) {
+    std::ifstream in(path);
+    std::stringstream text;
+    text << in.rdbuf();
+    return text.str();
+}
+} // namespace
+
+// Without any display the program says why on standard error and exits non-zero, at once.
+TEST(ApplicationShellTest, withoutDisplayExplainsAndFails) {
+    ChildProcess::Options options;
+    options.unsetEnvironment = {"DISPLAY", "WAYLAND_DISPLAY", "QT_QPA_PLATFORM"};
+    options.stderrPath = "/tmp/tq-app-nodisplay.err";
+    ChildProcess app({TAVELQUISTON_APP_PATH}, options);
+    const auto status = app.waitForExit(10s);
+    ASSERT_TRUE(status.has_value()) << "the program kept running without a display";
+    EXPECT_EQ(*status, 1);
+    EXPECT_NE(readFile(*options.stderrPath).find("❌ No display found"), std::string::npos);
+}
+
+// On a real X server with a window manager, the program's main window appears under its title.
+TEST(ApplicationShellTest, startsOnXvfbAndShowsItsWindow) {
+    XvfbSession::Options xvfb;
+    xvfb.windowManager = true;
+    REQUIRE_XVFB(xvfb);
+    XvfbSession session(xvfb);
+    ASSERT_TRUE(session.isReady()) << session.error();
+
+    ChildProcess::Options options;
+    options.unsetEnvironment = {"QT_QPA_PLATFORM", "WAYLAND_DISPLAY"};
+    options.environment = {{"DBUS_SESSION_BUS_ADDRESS", "disabled:"},
+                           {"XDG_CONFIG_HOME", "/tmp/tq-app-test-config"}};
+    ChildProcess app({TAVELQUISTON_APP_PATH}, options);
+    const auto found =
+        commandOutput({"xdotool", "search", "--sync", "--name", "^tavelquiston$"}, 10s);
+    EXPECT_TRUE(found.has_value() && !found->empty()) << "no window titled tavelquiston appeared";
+    EXPECT_TRUE(app.isRunning());
+}
+
+// The window shows the recording state it is given.
+TEST(ApplicationShellTest, mainWindowShowsState) {
+    MainWindow window;
+    EXPECT_EQ(window.windowTitle(), "tavelquiston");
+    EXPECT_EQ(window.statusText(), "Idle");
+    window.setStatusText("Recording");
+    EXPECT_EQ(window.statusText(), "Recording");
+}

@@ -1,0 +1,52 @@
+#include "core/model/RecordingState.h"
+
+#include <gtest/gtest.h>
+
+namespace {
+const QDateTime t0 = QDateTime::fromSecsSinceEpoch(1'700'000'000);
+}
+
+TEST(RecordingStateTest, predicatesFollowTheCase) {
+    const RecordingState recording = RecordingState::recording(t0);
+    const RecordingState paused = RecordingState::paused(t0, 3.5);
+    EXPECT_TRUE(recording.isRecording() && recording.canPause() && recording.canStop() &&
+                recording.isActive());
+    EXPECT_FALSE(recording.canResume() || recording.isPaused());
+    EXPECT_TRUE(paused.isPaused() && paused.canResume() && paused.canStop() && paused.isActive());
+    EXPECT_FALSE(paused.canPause() || paused.isRecording());
+    for (const RecordingState& state :
+         {RecordingState::idle(), RecordingState::preparing(), RecordingState::ready(),
+          RecordingState::finalizing(), RecordingState::completed("/tmp/a.mov"),
+          RecordingState::failed(RecordingError::streamInterrupted())}) {
+        EXPECT_FALSE(state.isActive() || state.canStop() || state.canPause() || state.canResume())
+            << state.displayName().toStdString();
+    }
+}
+
+TEST(RecordingStateTest, displayNames) {
+    EXPECT_EQ(RecordingState::idle().displayName(), "Idle");
+    EXPECT_EQ(RecordingState::preparing().displayName(), "Preparing...");
+    EXPECT_EQ(RecordingState::ready().displayName(), "Ready");
+    EXPECT_EQ(RecordingState::recording(t0).displayName(), "Recording");
+    EXPECT_EQ(RecordingState::paused(t0, 0).displayName(), "Paused");
+    EXPECT_EQ(RecordingState::finalizing().displayName(), "Finalizing...");
+    EXPECT_EQ(RecordingState::completed("x").displayName(), "Completed");
+    EXPECT_EQ(RecordingState::failed(RecordingError::unknown("x")).displayName(), "Failed");
+}
+
+// Payloads compare by value; failures compare by their description, not by their case.
+TEST(RecordingStateTest, equalityComparesPayloads) {
+    EXPECT_EQ(RecordingState::recording(t0), RecordingState::recording(t0));
+    EXPECT_NE(RecordingState::recording(t0), RecordingState::recording(t0.addMSecs(1)));
+    EXPECT_EQ(RecordingState::paused(t0, 1.25), RecordingState::paused(t0, 1.25));
+    EXPECT_NE(RecordingState::paused(t0, 1.25), RecordingState::paused(t0, 1.2500000001));
+    EXPECT_NE(RecordingState::completed("/a.mov"), RecordingState::completed("/b.mov"));
+    EXPECT_NE(RecordingState::idle(), RecordingState::preparing());
+
+    // Errors whose descriptions read the same are equal...
+    EXPECT_EQ(RecordingState::failed(RecordingError::fileWriteError("disk")),
+              RecordingState::failed(RecordingError::fileWriteError("disk")));
+    // ...and the same case with other words is not.
+    EXPECT_NE(RecordingState::failed(RecordingError::unknown("a")),
+              RecordingState::failed(RecordingError::unknown("b")));
+}
