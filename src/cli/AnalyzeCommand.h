@@ -1,0 +1,11 @@
+#pragma once
+
+#include "cli/CliCommand.h"
+
+// `analyze <video-or-metadata.json> [--explain]`: prints a recording's metadata after migration,
+// with its automatic zoom segments, as it would be saved. `--explain` adds one line per
+// attention cluster on standard error.
+CliCommand analyzeCommand();
+
+// The command's body, with its output streams, so tests can run it in process.
+int runAnalyze(const QStringList& arguments, FILE* out, FILE* err);
