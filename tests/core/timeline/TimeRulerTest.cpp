@@ -1,7 +1,5 @@
 #include "core/timeline/TimeRuler.h"
 
-#include "core/timeline/TimelineEventSignature.h"
-
 #include <gtest/gtest.h>
 
 namespace {
@@ -35,19 +33,6 @@ TEST(TimeRulerTest, LabelsFollowTheInterval) {
     EXPECT_EQ(formatTimeAdaptive(3723.0, 5.0), "1:02:03");
     EXPECT_EQ(formatTimeAdaptive(8130.0, 3600.0), "2:15:00");
     EXPECT_EQ(formatTimeAdaptive(0.0, 1.0), "0s");
-}
-
-struct Timed {
-    double timestamp;
-};
-
-TEST(TimeRulerTest, EventSignatureSeesLengthAndEnds) {
-    EXPECT_EQ(TimelineEventSignature::of(std::vector<Timed>{}), TimelineEventSignature{});
-    const std::vector<Timed> events = {{1.0}, {2.0}, {4.5}};
-    EXPECT_EQ(TimelineEventSignature::of(events), (TimelineEventSignature{3, 1.0, 4.5}));
-    auto moved = events;
-    moved.back().timestamp = 5.0;
-    EXPECT_NE(TimelineEventSignature::of(moved), TimelineEventSignature::of(events));
 }
 
 } // namespace
