@@ -1,5 +1,6 @@
 #include "cli/AnalyzeCommand.h"
 
+#include "cli/PathExport.h"
 #include "core/analysis/AttentionAnalyzer.h"
 #include "core/metadata/MetadataFile.h"
 #include "core/metadata/MetadataJson.h"
@@ -15,7 +16,8 @@
 
 namespace {
 
-constexpr std::string_view usage = "analyze <video-or-metadata.json> [--explain]";
+constexpr std::string_view usage =
+    "analyze <video-or-metadata.json> [--explain] [--camera-path FPS] [--cursor-path FPS]";
 
 // A metadata file given directly, a package folder, or a video with its metadata beside it.
 std::optional<QString> metadataPathFor(const QString& input) {
@@ -43,7 +45,11 @@ void explain(const RecordingMetadata& metadata, FILE* err) {
 
 } // namespace
 
-int runAnalyze(const QStringList& arguments, FILE* out, FILE* err) {
+int runAnalyze(const QStringList& givenArguments, FILE* out, FILE* err) {
+    QStringList arguments = givenArguments;
+    const std::optional<PathExportRequest> paths = extractPathOptions(arguments, err);
+    if (!paths)
+        return 2;
     bool wantsExplanation = false;
     QString input;
     for (const QString& argument : arguments) {
@@ -85,6 +91,8 @@ int runAnalyze(const QStringList& arguments, FILE* out, FILE* err) {
     }
 
     const RecordingMetadata migrated = migrateZoomMetadata(std::move(metadata));
+    if (paths->any())
+        return printPaths(migrated, *paths, out);
     std::string text;
     try {
         text = encodeMetadata(migrated);
