@@ -76,19 +76,19 @@ void CursorOverlayRenderer::mergeClickAnchors() {
     std::vector<std::int64_t> sampleKeys;
     sampleKeys.reserve(m_cursorPositions.size());
     for (const CursorPosition& p : m_cursorPositions) {
-        sampleKeys.push_back(timestampKey(p.timestamp));
+        sampleKeys.push_back(timestampKey(p.timestamp)); // in order, as the samples are
     }
-    std::sort(sampleKeys.begin(), sampleKeys.end());
 
     const std::size_t originalCount = m_cursorPositions.size();
+    // The clicks are sorted, so their keys come in order and a repeat is always the previous one:
+    // a second click in the same microsecond anchors nothing new.
+    m_pinnedTimestampKeys.reserve(m_clickEvents.size());
     for (const CursorClick& click : m_clickEvents) {
         const std::int64_t key = timestampKey(click.timestamp);
-        const auto slot =
-            std::lower_bound(m_pinnedTimestampKeys.begin(), m_pinnedTimestampKeys.end(), key);
-        if (slot != m_pinnedTimestampKeys.end() && *slot == key) {
-            continue; // a second click in the same microsecond anchors nothing new
+        if (!m_pinnedTimestampKeys.empty() && m_pinnedTimestampKeys.back() == key) {
+            continue;
         }
-        m_pinnedTimestampKeys.insert(slot, key);
+        m_pinnedTimestampKeys.push_back(key);
         if (!std::binary_search(sampleKeys.begin(), sampleKeys.end(), key)) {
             m_cursorPositions.push_back({QUuid::createUuid(), click.timestamp, click.position});
         }
@@ -96,20 +96,18 @@ void CursorOverlayRenderer::mergeClickAnchors() {
     if (m_cursorPositions.size() == originalCount) {
         return;
     }
-    // Instants within a microsecond are ordered by their keys; the sort is stable, so a recorded
-    // sample stays ahead of an added anchor with the same key.
-    std::stable_sort(m_cursorPositions.begin(), m_cursorPositions.end(),
-                     [](const CursorPosition& a, const CursorPosition& b) {
-                         if (std::abs(a.timestamp - b.timestamp) <= sameInstant) {
-                             return timestampKey(a.timestamp) < timestampKey(b.timestamp);
-                         }
-                         return a.timestamp < b.timestamp;
-                     });
-}
-
-bool CursorOverlayRenderer::isPinned(double timestamp) const {
-    return std::binary_search(m_pinnedTimestampKeys.begin(), m_pinnedTimestampKeys.end(),
-                              timestampKey(timestamp));
+    // Instants within a microsecond are ordered by their keys. The samples are sorted already,
+    // so only the added anchors need sorting, and a stable merge keeps a recorded sample ahead of
+    // an anchor with the same key.
+    auto earlier = [](const CursorPosition& a, const CursorPosition& b) {
+        if (std::abs(a.timestamp - b.timestamp) <= sameInstant) {
+            return timestampKey(a.timestamp) < timestampKey(b.timestamp);
+        }
+        return a.timestamp < b.timestamp;
+    };
+    const auto added = m_cursorPositions.begin() + static_cast<std::ptrdiff_t>(originalCount);
+    std::stable_sort(added, m_cursorPositions.end(), earlier);
+    std::inplace_merge(m_cursorPositions.begin(), added, m_cursorPositions.end(), earlier);
 }
 
 CursorState CursorOverlayRenderer::cursorState(double time) const {
@@ -195,11 +193,20 @@ CursorOverlayRenderer::applySmoothingToPositions() const {
         return result;
     }
     // Each stretch between two clicks is smoothed on its own, so that no smoothing reaches
-    // across a click and pulls the path off it.
+    // across a click and pulls the path off it. Samples and pinned keys are both in order, so
+    // one walk finds the pins.
+    auto pin = m_pinnedTimestampKeys.begin();
+    auto isPinnedInOrder = [&](double timestamp) {
+        const std::int64_t key = timestampKey(timestamp);
+        while (pin != m_pinnedTimestampKeys.end() && *pin < key) {
+            ++pin;
+        }
+        return pin != m_pinnedTimestampKeys.end() && *pin == key;
+    };
     std::size_t first = 0;
-    bool firstPinned = isPinned(m_cursorPositions.front().timestamp);
+    bool firstPinned = isPinnedInOrder(m_cursorPositions.front().timestamp);
     for (std::size_t i = 1; i < m_cursorPositions.size(); ++i) {
-        const bool pinned = isPinned(m_cursorPositions[i].timestamp);
+        const bool pinned = isPinnedInOrder(m_cursorPositions[i].timestamp);
         if (pinned || i + 1 == m_cursorPositions.size()) {
             applyBidirectionalSmoothing(first, i, firstPinned, pinned, result);
             first = i;

@@ -56,7 +56,6 @@ private:
     std::vector<PathPoint> applySmoothingToPositions() const;
     void applyBidirectionalSmoothing(std::size_t first, std::size_t last, bool firstPinned,
                                      bool lastPinned, std::vector<PathPoint>& result) const;
-    bool isPinned(double timestamp) const;
 
     CursorOverlaySettings m_settings;
     std::vector<CursorPosition> m_cursorPositions;

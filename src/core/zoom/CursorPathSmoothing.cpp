@@ -23,7 +23,7 @@ double smoothingAlpha(double dt, double halfLife) {
     if (!(halfLife > 0.0)) {
         return 1.0;
     }
-    return std::clamp(1.0 - std::pow(0.5, dt / halfLife), 0.0, 1.0);
+    return std::clamp(1.0 - std::exp2(-dt / halfLife), 0.0, 1.0); // 1 - 0.5^(dt / halfLife)
 }
 
 std::vector<Point> focusClusters(const std::vector<CursorPosition>& positions, double radius) {
