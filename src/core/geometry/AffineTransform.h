@@ -14,27 +14,10 @@ struct AffineTransform {
     double ty = 0.0;
 
     static constexpr AffineTransform identity() { return {}; }
-    static constexpr AffineTransform scaling(double sx, double sy) {
-        return {sx, 0.0, 0.0, sy, 0.0, 0.0};
-    }
-    static constexpr AffineTransform translation(double x, double y) {
-        return {1.0, 0.0, 0.0, 1.0, x, y};
-    }
-
     constexpr bool isIdentity() const { return *this == identity(); }
 
     constexpr Point apply(Point p) const {
         return {a * p.x + c * p.y + tx, b * p.x + d * p.y + ty};
-    }
-
-    // This transform followed by `next`.
-    constexpr AffineTransform concatenating(const AffineTransform& next) const {
-        return {a * next.a + b * next.c,
-                a * next.b + b * next.d,
-                c * next.a + d * next.c,
-                c * next.b + d * next.d,
-                tx * next.a + ty * next.c + next.tx,
-                tx * next.b + ty * next.d + next.ty};
     }
 
     // Component-wise blend, `t` 0 giving `from` and 1 giving `to`.

@@ -12,28 +12,12 @@ namespace {
 TEST(CursorOverlaySettingsTest, InitialiserLimitsEveryRange) {
     const CursorOverlaySettings high(true, 5.0, 2.0, 9.0, 3.0, true, true, 4.0, 10.0,
                                      CursorAnimationSpeed::slow);
-    EXPECT_EQ(high.scale, 3.0);
-    EXPECT_EQ(high.smoothing, 1.0);
-    EXPECT_EQ(high.clickScale, 2.0);
-    EXPECT_EQ(high.clickDuration, 0.5);
-    EXPECT_EQ(high.motionBlurIntensity, 1.0);
-    EXPECT_EQ(high.motionBlurThreshold, 3.0);
+    EXPECT_EQ(high, CursorOverlaySettings(true, 3.0, 1.0, 2.0, 0.5, true, true, 1.0, 3.0,
+                                          CursorAnimationSpeed::slow));
     const CursorOverlaySettings low(false, 0.0, -1.0, 0.0, 0.0, false, false, -1.0, 0.0,
                                     CursorAnimationSpeed::rapid);
-    EXPECT_EQ(low.scale, 1.0);
-    EXPECT_EQ(low.smoothing, 0.0);
-    EXPECT_EQ(low.clickScale, 1.0);
-    EXPECT_EQ(low.clickDuration, 0.05);
-    EXPECT_EQ(low.motionBlurIntensity, 0.0);
-    EXPECT_EQ(low.motionBlurThreshold, 0.1);
-    EXPECT_EQ(low.animationSpeed, CursorAnimationSpeed::rapid);
-}
-
-TEST(CursorOverlaySettingsTest, DefaultsAsDocumented) {
-    const auto d = CursorOverlaySettings::defaults();
-    EXPECT_EQ(d, CursorOverlaySettings(true, 1.5, 0.5, 1.3, 0.15, false, true, 0.25, 0.49,
-                                       CursorAnimationSpeed::quick));
-    EXPECT_EQ(halfLife(d.animationSpeed), 0.06);
+    EXPECT_EQ(low, CursorOverlaySettings(false, 1.0, 0.0, 1.0, 0.05, false, false, 0.0, 0.1,
+                                         CursorAnimationSpeed::rapid));
 }
 
 // Decoding keeps the file's values, limits or not, and the speed is written capitalised.

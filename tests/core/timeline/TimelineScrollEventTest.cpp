@@ -27,13 +27,6 @@ TEST(TimelineScrollEventTest, PlainVerticalScrollIsLeftToTheParent) {
     EXPECT_EQ(v.visibleStart, 2.0);
 }
 
-TEST(TimelineScrollEventTest, NothingIsTakenWithoutDurationOrWidth) {
-    TimelineViewport empty;
-    EXPECT_FALSE(handleTimelineScroll(scroll(10.0, 0.0), empty, 100.0));
-    TimelineViewport v(10.0);
-    EXPECT_FALSE(handleTimelineScroll(scroll(10.0, 0.0, TimelineModifier::command), v, 0.0));
-}
-
 TEST(TimelineScrollEventTest, HorizontalAndShiftScrollPan) {
     // dx 10 over 100 points of a 2 s window pans by -(10 / 100) * 2 = -0.2 s.
     TimelineViewport v(10.0, 2.0, 4.0);

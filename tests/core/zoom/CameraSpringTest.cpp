@@ -31,10 +31,6 @@ TEST(CameraSpringTest, ClosedFormMatchesHandValues) {
     // Over-damped z = 1.05, t = 0.08: wd = 3.20156, u = 0.256125, sinh u = 0.258935,
     // cosh u = 1.032979; 1 - e^-0.84 (10.5 sinh u + wd cosh u) / wd = 1 - 0.431711 * 1.882196.
     EXPECT_NEAR(resolveSpringPosition(1.0, 1.0, 0.0, 10.0, 1.05, 0.08), 0.187435, 1e-4);
-    // Every branch starts where the spring was released.
-    for (double z : {0.6, 1.0, 1.05}) {
-        EXPECT_NEAR(resolveSpringPosition(3.0, 2.0, 0.5, 10.0, z, 0.0), 1.0, 1e-12) << z;
-    }
 }
 
 TEST(CameraSpringTest, StepIsLimitedAndFirstStepJumps) {
@@ -50,23 +46,6 @@ TEST(CameraSpringTest, StepIsLimitedAndFirstStepJumps) {
     EXPECT_EQ(longStep, stepSpring(b, 1.0, 80.0, config));
     EXPECT_NEAR(longStep, 0.187435, 1e-4);
     EXPECT_GT(a.velocity, 0.0);
-
-    // A non-finite value restarts the spring at the target.
-    SpringState broken{std::nan(""), 3.0, true};
-    EXPECT_EQ(stepSpring(broken, 2.0, 16.0, config), 2.0);
-    EXPECT_EQ(broken.velocity, 0.0);
-}
-
-TEST(CameraSpringTest, SettlesExactlyOnTheTarget) {
-    const SpringConfig config = springConfig(0.5);
-    SpringState s{0.0, 0.0, true};
-    int steps = 0;
-    while (!(s.value == 5.0 && s.velocity == 0.0) && steps < 1000) {
-        stepSpring(s, 5.0, 16.666666666666668, config);
-        ++steps;
-    }
-    EXPECT_EQ(s.value, 5.0);
-    EXPECT_LT(steps, 200); // a few seconds at most
 }
 
 // The camera must never swing past where it is going: from any start and speed, for every

@@ -28,7 +28,6 @@ ZoomSegment followSegment(double panSmoothing, double deadZone) {
 TEST(CursorPathSmoothingTest, AlphaIsHalfPerHalfLife) {
     EXPECT_DOUBLE_EQ(smoothingAlpha(0.1, 0.1), 0.5);
     EXPECT_DOUBLE_EQ(smoothingAlpha(0.2, 0.1), 0.75);
-    EXPECT_EQ(smoothingAlpha(0.0, 0.1), 0.0);
     EXPECT_EQ(smoothingAlpha(-1.0, 0.1), 0.0);
     EXPECT_EQ(smoothingAlpha(0.05, 0.0), 1.0);
     // Two steps of dt leave as much distance as one of 2 dt: (1 - a)^2 = 1 - a(2 dt).
@@ -46,25 +45,13 @@ TEST(CursorPathSmoothingTest, ClustersAreRunningMeans) {
     EXPECT_NEAR(clusters[0].x, 0.01, 1e-12);
     EXPECT_EQ(clusters[0].y, 0.0);
     EXPECT_EQ(clusters[1], (Point{0.5, 0.5}));
-    // Too few samples, or no radius: one cluster per sample.
+    // Too few samples, or no radius: one cluster per sample. The nearest centre wins, the first
+    // on a tie: (0.5, 0.5) is sqrt(0.49 + 0.25) from (0.01, 0) and 0 from the second.
+    EXPECT_EQ(nearestClusterIndex({0.5, 0.5}, clusters), 1u);
+    EXPECT_EQ(nearestClusterIndex({0.5, 0.5}, {{0.2, 0.5}, {0.8, 0.5}}), 0u);
+    EXPECT_FALSE(nearestClusterIndex({0.5, 0.5}, {}));
     EXPECT_EQ(focusClusters(samples({{0.0, {0.0, 0.0}}, {0.1, {0.0, 0.0}}}), 0.05).size(), 2u);
     EXPECT_EQ(focusClusters(positions, 0.0).size(), 4u);
-}
-
-TEST(CursorPathSmoothingTest, NearestClusterTakesTheFirstOnATie) {
-    const std::vector<Point> centers = {{0.2, 0.5}, {0.8, 0.5}, {0.5, 0.9}};
-    EXPECT_EQ(nearestClusterIndex({0.5, 0.5}, centers), 0u); // 0.3 from both the first and second
-    EXPECT_EQ(nearestClusterIndex({0.7, 0.4}, centers), 1u);
-    EXPECT_EQ(nearestClusterIndex({0.5, 0.8}, centers), 2u);
-    EXPECT_FALSE(nearestClusterIndex({0.5, 0.5}, {}));
-}
-
-TEST(CursorPathSmoothingTest, NothingToSmoothIsReturnedAsIs) {
-    const auto one = samples({{0.0, {0.3, 0.3}}});
-    EXPECT_EQ(smoothCursorPositions(one, followSegment(0.75, 0.06)), one);
-    EXPECT_TRUE(smoothCursorPositions({}, followSegment(0.75, 0.06)).empty());
-    const auto many = samples({{0.0, {0.3, 0.3}}, {0.1, {0.9, 0.1}}, {0.2, {0.1, 0.9}}});
-    EXPECT_EQ(smoothCursorPositions(many, followSegment(0.0, 0.06)), many);
 }
 
 // Jitter inside the dead zone hardly moves the smoothed path: it stays within the jitter's own
@@ -133,18 +120,6 @@ TEST(CursorPathSmoothingTest, PathStaysInsideTheSamples) {
             ASSERT_LE(p.position.y, highY + 1e-12);
         }
     }
-}
-
-TEST(CursorPathSmoothingTest, SecondPassFollowsWithTheHalfLife) {
-    // Half life 0.1 s and steps of 0.1 s: half the way each step, 0.5 then 0.75.
-    const auto input = samples({{0.0, {0.0, 0.0}}, {0.1, {1.0, 0.0}}, {0.2, {1.0, 0.0}}});
-    const auto output = applySecondPassSmoothing(input, 0.1);
-    EXPECT_EQ(output[0].position, (Point{0.0, 0.0}));
-    EXPECT_DOUBLE_EQ(output[1].position.x, 0.5);
-    EXPECT_DOUBLE_EQ(output[2].position.x, 0.75);
-    EXPECT_EQ(output[2].timestamp, 0.2);
-    const auto two = samples({{0.0, {0.0, 0.0}}, {0.1, {1.0, 0.0}}});
-    EXPECT_EQ(applySecondPassSmoothing(two, 0.1), two);
 }
 
 } // namespace

@@ -28,14 +28,6 @@ TEST(ZoomTransformTest, TransformPutsTheFocusInTheCentre) {
     EXPECT_EQ(edge.ty, 0.0);
 }
 
-TEST(ZoomTransformTest, EmptyRenderSizeGivesIdentity) {
-    EXPECT_TRUE(zoomTransform({0.3, 0.3}, 2.0, 1.0, {0.0, 1080.0}).isIdentity());
-    EXPECT_EQ(focusFromTransform(AffineTransform::scaling(2.0, 2.0), 2.0, {0.0, 0.0}),
-              (Point{0.5, 0.5}));
-    EXPECT_EQ(focusFromTransform(AffineTransform::identity(), 0.0, {100.0, 100.0}),
-              (Point{0.5, 0.5}));
-}
-
 // Reading the focus back from a full-strength transform gives the clamped focus, for any focus,
 // scale and frame shape; and the transform keeps the zoom window inside the output.
 TEST(ZoomTransformTest, FocusRoundTripsAndWindowCoversTheOutput) {
