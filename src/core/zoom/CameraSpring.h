@@ -1,8 +1,9 @@
 #pragma once
 
 // A critically damped (slightly over-damped) spring in closed form. Each step evaluates the
-// analytic solution at the elapsed time instead of integrating, so the camera's path does not
-// depend on the frame rate: preview at 30 Hz and export at 60 Hz pass through the same points.
+// analytic solution at the elapsed time instead of integrating, so towards a steady target the
+// camera moves along the same curve whatever the frame rate, and a long step cannot blow up.
+// Pure functions; the state belongs to the caller. Thread-safe.
 
 struct SpringState {
     double value = 0.0;

@@ -1,7 +1,7 @@
 #pragma once
 
 // The easing curves of zoom: one curve shared by the camera, the keyframe preview and the
-// cursor overlay, so that every zoom in the product starts and lands alike.
+// cursor overlay, so that every zoom in the product starts and lands alike. Pure; thread-safe.
 
 // A fifth-power ease in and out (the name is historical): 16 p^5 up to the middle, mirrored
 // after it; `p` is clamped to 0 ... 1. Its flat ends make a zoom start and land without a jolt.

@@ -5,6 +5,7 @@
 
 // The geometry of a zoom: where the zoom window may sit and which transform shows it. Focus
 // points are normalised with the origin at the top left; transforms work in render pixels.
+// Pure functions; thread-safe.
 
 // Limits a focus so that the zoom window, 1/scale of the frame on each side, stays inside the
 // picture: its centre keeps at least half a window from every edge.
