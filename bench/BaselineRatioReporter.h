@@ -8,21 +8,22 @@
 
 // The console report, plus the figures it collected, so that a benchmark program can close with
 // each figure as a ratio to a baseline measured in the same run: absolute times say little
-// across machines, ratios do.
+// across machines, ratios do. CPU time, not wall time, because the build machines are shared
+// and a neighbour's load would otherwise land on whichever benchmark happened to run beside it.
 class BaselineRatioReporter final : public benchmark::ConsoleReporter {
 public:
     void ReportRuns(const std::vector<Run>& runs) override {
         for (const Run& run : runs) {
             if (!run.error_occurred && run.run_type == Run::RT_Iteration) {
                 m_nanoseconds[run.benchmark_name()] =
-                    run.GetAdjustedRealTime() / benchmark::GetTimeUnitMultiplier(run.time_unit) *
+                    run.GetAdjustedCPUTime() / benchmark::GetTimeUnitMultiplier(run.time_unit) *
                     1e9;
             }
         }
         ConsoleReporter::ReportRuns(runs);
     }
 
-    // Nanoseconds per iteration of a benchmark by its full name ("BM_Evaluate/108000"), or 0
+    // CPU nanoseconds per iteration of a benchmark by its full name ("BM_Evaluate/108000"), or 0
     // when it did not run (filtered out).
     double nanoseconds(const std::string& name) const {
         const auto found = m_nanoseconds.find(name);
