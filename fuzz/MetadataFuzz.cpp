@@ -27,7 +27,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         return 0;
     }
     const std::string encoded = encodeMetadata(metadata);
-    if (encoded != nlohmann::json(metadata).dump(2))
+    // The two paths may spell a number differently (both spellings read back the same double),
+    // so they are compared as JSON values.
+    if (nlohmann::json::parse(encoded) != nlohmann::json(metadata))
         failWith("the writer and the nlohmann conversions disagree", encoded);
     const RecordingMetadata again = decodeMetadata(encoded);
     if (!(again == metadata))
@@ -35,10 +37,14 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     if (encodeMetadata(again) != encoded)
         failWith("encoding is not stable", encoded);
 
+    // Segments that the migration makes (not those read from the file, which keep any values)
+    // never end before they start.
     const RecordingMetadata migrated = migrateZoomMetadata(metadata);
-    for (const ZoomSegment& segment : migrated.zoomSegments) {
-        if (segment.mode == ZoomSegmentMode::auto_ && !(segment.startTime <= segment.endTime))
-            failWith("an automatic segment ends before it starts", encodeMetadata(migrated));
+    if (metadata.zoomSegments.empty()) {
+        for (const ZoomSegment& segment : migrated.zoomSegments) {
+            if (!(segment.startTime <= segment.endTime))
+                failWith("a generated segment ends before it starts", encodeMetadata(migrated));
+        }
     }
     (void)encodeMetadata(migrated);
     return 0;
