@@ -91,7 +91,9 @@ struct NullSax final : nlohmann::json_sax<nlohmann::json> {
     bool end_object() override { return true; }
     bool start_array(std::size_t) override { return true; }
     bool end_array() override { return true; }
-    bool parse_error(std::size_t, const std::string&, const nlohmann::detail::exception&) override { return false; }
+    bool parse_error(std::size_t, const std::string&, const nlohmann::detail::exception&) override {
+        return false;
+    }
 };
 
 // The parser's lexing alone, without building anything: the floor of any nlohmann-based reading.
