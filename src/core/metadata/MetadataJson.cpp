@@ -1,5 +1,7 @@
 #include "core/metadata/MetadataJson.h"
 
+#include "core/metadata/MetadataWriter.h"
+
 #include <nlohmann/json.hpp>
 
 #include <fmt/format.h>
@@ -596,7 +598,7 @@ void from_json(const json& j, RecordingMetadata& value) {
 }
 
 std::string encodeMetadata(const RecordingMetadata& metadata) {
-    return json(metadata).dump(2, ' ', false, json::error_handler_t::replace);
+    return writeMetadataText(metadata);
 }
 
 RecordingMetadata decodeMetadata(std::string_view text) {

@@ -68,6 +68,9 @@ void MetadataRecorder::startRecording(Clock::time_point at) {
     m_metadata.cursorClicks.clear();
     m_metadata.cursorPositions.clear();
     m_cursorBuffer.clear();
+    // Exactly one flush's worth, so that the buffer never grows past it while a file takes the
+    // rest.
+    m_cursorBuffer.reserve(cursorFlushThreshold);
     m_cursorPositionsOnDisk = 0;
     cleanupCursorTempFile();
     createCursorTempFile();

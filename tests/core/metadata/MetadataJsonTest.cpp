@@ -76,6 +76,19 @@ TEST(MetadataJsonTest, WholeDocumentRoundTripsExactly) {
     EXPECT_EQ(encodeMetadata(decoded), text);
 }
 
+// The direct writer and the nlohmann conversions are two paths to one text. (For numbers such as
+// 1e15 the two spell the digits differently, each reading back as the same double; the fuzz
+// target compares those as values.)
+TEST(MetadataJsonTest, WriterAndConversionsAgree) {
+    const RecordingMetadata m = fullDocument();
+    EXPECT_EQ(encodeMetadata(m), json(m).dump(2));
+    RecordingMetadata plain = m;
+    plain.backgroundSettings = BackgroundSettings{};
+    plain.zoomSegments.clear();
+    plain.cursorPositions.clear();
+    EXPECT_EQ(encodeMetadata(plain), json(plain).dump(2));
+}
+
 // The layout that other readers rely on: sorted keys, arrays for geometry, upper-case ids,
 // raw values, the version, indentation.
 TEST(MetadataJsonTest, WritesTheDescribedLayout) {
