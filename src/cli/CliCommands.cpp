@@ -1,7 +1,11 @@
 #include "cli/CliCommand.h"
 
+#include "cli/AnalyzeCommand.h"
+
 // Each command lives in its own file; this table is the one place that lists them.
 const std::vector<CliCommand>& cliCommands() {
-    static const std::vector<CliCommand> commands = {};
+    static const std::vector<CliCommand> commands = {
+        analyzeCommand(),
+    };
     return commands;
 }

@@ -1,0 +1,33 @@
+#include "core/metadata/MetadataFile.h"
+
+#include "core/metadata/MetadataJson.h"
+
+#include <QFile>
+
+#include <fmt/format.h>
+
+RecordingMetadata readMetadataFile(const QString& path) {
+    QFile file(path);
+    if (!file.open(QIODevice::ReadOnly))
+        throw MetadataFileError(fmt::format("cannot read {}: {}", path.toStdString(),
+                                            file.errorString().toStdString()));
+    const QByteArray bytes = file.readAll();
+    if (file.error() != QFileDevice::NoError)
+        throw MetadataFileError(fmt::format("cannot read {}: {}", path.toStdString(),
+                                            file.errorString().toStdString()));
+    return decodeMetadata(std::string_view(bytes.constData(), std::size_t(bytes.size())));
+}
+
+qint64 writeMetadataFile(const RecordingMetadata& metadata, const QString& path) {
+    const std::string text = encodeMetadata(metadata);
+    QFile file(path);
+    if (!file.open(QIODevice::WriteOnly | QIODevice::Truncate))
+        throw MetadataFileError(fmt::format("cannot write {}: {}", path.toStdString(),
+                                            file.errorString().toStdString()));
+    const qint64 written = file.write(text.data(), qint64(text.size()));
+    file.close();
+    if (written != qint64(text.size()) || file.error() != QFileDevice::NoError)
+        throw MetadataFileError(fmt::format("cannot write {}: {}", path.toStdString(),
+                                            file.errorString().toStdString()));
+    return written;
+}

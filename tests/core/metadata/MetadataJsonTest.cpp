@@ -1,0 +1,282 @@
+#include "core/metadata/MetadataJson.h"
+#include "core/metadata/GradientSettings.h"
+
+#include <nlohmann/json.hpp>
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <limits>
+
+using nlohmann::json;
+
+namespace {
+
+// A document with one of every element and awkward numbers, for round trips.
+RecordingMetadata fullDocument() {
+    RecordingMetadata m;
+    m.duration = 61.123456789012345;
+    m.resolution = {2880, 1800};
+    m.frameRate = 60;
+    m.zoomEvents = {
+        ZoomEvent{.timestamp = 0.1, .position = {0.25, 0.75}, .level = 2, .duration = 0.3}};
+    m.zoomKeyframes = {ZoomKeyframe{.time = 1.0 / 3.0,
+                                    .center = {1e-300, 0.9999999999999999},
+                                    .level = 1.5,
+                                    .easing = EasingFunction::linear}};
+    m.zoomSegments = {ZoomSegment({.startTime = 2, .endTime = 4}),
+                      ZoomSegment({.startTime = 5,
+                                   .endTime = 9,
+                                   .zoomLevel = 1.65,
+                                   .easeIn = 1,
+                                   .easing = EasingFunction::easeOut,
+                                   .mode = ZoomSegmentMode::auto_,
+                                   .focusPoint = Point{0.3, 0.4},
+                                   .autoReason = QStringLiteral("text field click + dwell ✓"),
+                                   .attentionKind = QStringLiteral("textFieldClick")})};
+    m.cameraPositions = {CameraKeyframe{
+        .timestamp = 3, .frame = Rect(10, 20, 320, 180), .easing = EasingFunction::easeIn}};
+    m.cursorClicks = {
+        CursorClick{.timestamp = 0.5, .position = {0.1, 0.2}, .clickType = ClickType::doubleClick},
+        CursorClick{.timestamp = 0.7, .position = {0.1, 0.2}, .clickType = ClickType::rightClick}};
+    m.cursorPositions = {CursorPosition{.timestamp = 0, .position = {0, 0}},
+                         CursorPosition{.timestamp = 0.1 + 0.2, .position = {-0.0, 1}}};
+    BackgroundSettings background{
+        .type = StudioBackgroundType::image,
+        .gradient = gradientSettings(GradientPreset::aurora),
+        .color = CodableColor{0.1, 0.2, 0.3, 0.4},
+        .imageURL = QUrl(QStringLiteral("file:///home/me/Pictures/back%20drop.png")),
+        .opacity = 0.85};
+    m.backgroundSettings = background;
+    return m;
+}
+
+std::string minimalDocument(const std::string& zoomSegments = "[]") {
+    return R"({"cameraPositions":[],"cursorClicks":[],"cursorPositions":[],"duration":12.5,"frameRate":30,)"
+           R"("resolution":[1920,1080],"version":"0.9","zoomEvents":[],"zoomKeyframes":[],"zoomSegments":)" +
+           zoomSegments + "}";
+}
+
+std::string decodeError(const std::string& text) {
+    try {
+        decodeMetadata(text);
+    } catch (const MetadataDecodingError& error) {
+        return error.what();
+    }
+    return "decoded";
+}
+
+} // namespace
+
+TEST(MetadataJsonTest, WholeDocumentRoundTripsExactly) {
+    const RecordingMetadata original = fullDocument();
+    const std::string text = encodeMetadata(original);
+    const RecordingMetadata decoded = decodeMetadata(text);
+    EXPECT_EQ(decoded, original);
+    EXPECT_EQ(encodeMetadata(decoded), text);
+}
+
+// The direct writer and the nlohmann conversions are two paths to one text. (For numbers such as
+// 1e15 the two spell the digits differently, each reading back as the same double; the fuzz
+// target compares those as values.)
+TEST(MetadataJsonTest, WriterAndConversionsAgree) {
+    const RecordingMetadata m = fullDocument();
+    EXPECT_EQ(encodeMetadata(m), json(m).dump(2));
+    RecordingMetadata plain = m;
+    plain.backgroundSettings = BackgroundSettings{};
+    plain.zoomSegments.clear();
+    plain.cursorPositions.clear();
+    EXPECT_EQ(encodeMetadata(plain), json(plain).dump(2));
+}
+
+// The layout that other readers rely on: sorted keys, arrays for geometry, upper-case ids,
+// raw values, the version, indentation.
+TEST(MetadataJsonTest, WritesTheDescribedLayout) {
+    RecordingMetadata m = fullDocument();
+    m.cursorPositions[0].id = QUuid(QStringLiteral("{e621e1f8-c36c-495a-93fc-0c247a3e6e5f}"));
+    const std::string text = encodeMetadata(m);
+    const json j = json::parse(text);
+
+    std::vector<std::string> keys;
+    for (auto it = j.begin(); it != j.end(); ++it)
+        keys.push_back(it.key());
+    EXPECT_EQ(keys,
+              (std::vector<std::string>{"backgroundSettings", "cameraPositions", "cursorClicks",
+                                        "cursorPositions", "duration", "frameRate", "resolution",
+                                        "version", "zoomEvents", "zoomKeyframes", "zoomSegments"}));
+    // Sorted keys in the text itself, not only in the parsed object.
+    EXPECT_LT(text.find("\"cameraPositions\""), text.find("\"cursorClicks\""));
+    EXPECT_LT(text.find("\"frameRate\""), text.find("\"resolution\""));
+    EXPECT_EQ(text.substr(0, 4), "{\n  ");
+
+    EXPECT_EQ(j["version"], "1.0");
+    EXPECT_EQ(j["frameRate"], 60);
+    EXPECT_TRUE(j["frameRate"].is_number_integer());
+    EXPECT_EQ(j["resolution"], json::parse("[2880.0, 1800.0]"));
+    EXPECT_EQ(j["cameraPositions"][0]["frame"], json::parse("[[10.0, 20.0], [320.0, 180.0]]"));
+    EXPECT_EQ(j["cursorPositions"][0]["id"], "E621E1F8-C36C-495A-93FC-0C247A3E6E5F");
+    EXPECT_EQ(j["cursorClicks"][0]["clickType"], "doubleClick");
+    EXPECT_EQ(j["zoomSegments"][1]["mode"], "auto");
+    EXPECT_EQ(j["zoomSegments"][1]["focusPoint"], json::parse("[0.3, 0.4]"));
+    EXPECT_EQ(j["backgroundSettings"]["type"], "image");
+    EXPECT_EQ(j["backgroundSettings"]["imageURL"], "file:///home/me/Pictures/back%20drop.png");
+    EXPECT_EQ(j["backgroundSettings"]["gradient"]["preset"], "aurora");
+
+    // Absent optionals leave no key and never a null.
+    EXPECT_FALSE(j["zoomSegments"][0].contains("focusPoint"));
+    EXPECT_FALSE(j["zoomSegments"][0].contains("autoReason"));
+    EXPECT_FALSE(j["zoomSegments"][0].contains("attentionKind"));
+    EXPECT_EQ(text.find("null"), std::string::npos);
+}
+
+TEST(MetadataJsonTest, NoBackgroundMeansNoKey) {
+    RecordingMetadata m = fullDocument();
+    m.backgroundSettings.reset();
+    const std::string text = encodeMetadata(m);
+    EXPECT_EQ(text.find("backgroundSettings"), std::string::npos);
+    const RecordingMetadata decoded = decodeMetadata(text);
+    EXPECT_EQ(decoded, m);
+    EXPECT_EQ(decoded.cursorPositions.size(), 2u);
+    EXPECT_EQ(decoded.zoomSegments.size(), 2u);
+}
+
+TEST(MetadataJsonTest, OtherVersionsDecodeAndAreRewrittenAsCurrent) {
+    const RecordingMetadata m = decodeMetadata(minimalDocument());
+    EXPECT_EQ(m.duration, 12.5);
+    EXPECT_EQ(m.resolution, (Size{1920, 1080}));
+    EXPECT_EQ(json::parse(encodeMetadata(m))["version"], "1.0");
+    // A missing version is no problem either.
+    std::string text = minimalDocument();
+    text.replace(text.find(R"("version":"0.9",)"), 16, "");
+    EXPECT_NO_THROW(decodeMetadata(text));
+}
+
+// Keys added to segments over time have defaults; the initialiser's limits do not apply.
+TEST(MetadataJsonTest, SegmentDecodingFillsDefaultsWithoutClamping) {
+    const std::string old =
+        R"([{"id":"6a3e7d7c-0c8e-4b61-a1b2-1234567890ab","startTime":10,"endTime":10.2,)"
+        R"("zoomLevel":5,"easeIn":3,"easeOut":0.8,"easing":"easeIn"}])";
+    const ZoomSegment s = decodeMetadata(minimalDocument(old)).zoomSegments.at(0);
+    EXPECT_EQ(s.id, QUuid(QStringLiteral("6A3E7D7C-0C8E-4B61-A1B2-1234567890AB")));
+    EXPECT_EQ(s.endTime, 10.2);
+    EXPECT_EQ(s.zoomLevel, 5.0);
+    EXPECT_EQ(s.easeIn, 3.0);
+    EXPECT_EQ(s.easing, EasingFunction::easeIn);
+    EXPECT_EQ(s.panSmoothing, 0.75);
+    EXPECT_EQ(s.deadZone, 0.06);
+    EXPECT_EQ(s.mode, ZoomSegmentMode::manual);
+    EXPECT_FALSE(s.focusPoint.has_value());
+    EXPECT_FALSE(s.followCursor);
+    EXPECT_FALSE(s.autoReason.has_value());
+}
+
+TEST(MetadataJsonTest, SegmentDecodingForcesFollowForAutoAndClampsFocus) {
+    const std::string text =
+        R"([{"id":"6A3E7D7C-0C8E-4B61-A1B2-1234567890AB","startTime":1,"endTime":2,"zoomLevel":2,"easeIn":0.8,)"
+        R"("easeOut":0.8,"easing":"linear","mode":"auto","followCursor":false,"focusPoint":[1.5,-0.2],)"
+        R"("panSmoothing":2,"deadZone":-1,"attentionKind":"click","extra":{"deep":[1,2,3]}}])";
+    const ZoomSegment s = decodeMetadata(minimalDocument(text)).zoomSegments.at(0);
+    EXPECT_TRUE(s.followCursor);
+    EXPECT_EQ(s.focusPoint, (Point{1, 0}));
+    EXPECT_EQ(s.panSmoothing, 2.0);
+    EXPECT_EQ(s.deadZone, -1.0);
+    EXPECT_EQ(s.attentionKind, QStringLiteral("click"));
+}
+
+// Each failure names the key path and the problem, so a user can find it in the file.
+TEST(MetadataJsonTest, DecodingErrorsNameTheKeyPath) {
+    std::string missingSegments = minimalDocument();
+    missingSegments.replace(missingSegments.find(R"(,"zoomSegments":[])"), 18, "");
+    EXPECT_EQ(decodeError(missingSegments), "zoomSegments: required key is missing");
+
+    EXPECT_EQ(decodeError(minimalDocument(
+                  R"([{"id":"6A3E7D7C-0C8E-4B61-A1B2-1234567890AB","startTime":1}])")),
+              "zoomSegments[0].endTime: required key is missing");
+
+    std::string badPosition = minimalDocument();
+    badPosition.replace(
+        badPosition.find(R"("cursorPositions":[])"), 20,
+        R"("cursorPositions":[{"id":"6A3E7D7C-0C8E-4B61-A1B2-1234567890AB","timestamp":1,)"
+        R"("position":[0.5,"NaN"]}])");
+    EXPECT_EQ(decodeError(badPosition),
+              "cursorPositions[0].position[1]: expected a number, found string");
+
+    std::string hugeNumber = minimalDocument();
+    hugeNumber.replace(hugeNumber.find("12.5"), 4, "1e999");
+    // The parser itself refuses a literal beyond the range of a double.
+    EXPECT_EQ(decodeError(hugeNumber), "not valid JSON: number overflow parsing '1e999'");
+
+    std::string fractionalRate = minimalDocument();
+    fractionalRate.replace(fractionalRate.find("30"), 2, "29.97");
+    EXPECT_EQ(decodeError(fractionalRate), "frameRate: expected an integer, found 29.97");
+
+    std::string wrongType = minimalDocument();
+    wrongType.replace(
+        wrongType.find(R"("cursorClicks":[])"), 17,
+        R"("cursorClicks":[{"id":"6A3E7D7C-0C8E-4B61-A1B2-1234567890AB","timestamp":1,)"
+        R"("position":[0.5,0.5],"clickType":"middleClick"}])");
+    EXPECT_EQ(decodeError(wrongType),
+              "cursorClicks[0].clickType: \"middleClick\" is not a ClickType");
+
+    std::string badId = minimalDocument();
+    badId.replace(badId.find(R"("zoomEvents":[])"), 15,
+                  R"("zoomEvents":[{"id":"{6A3E7D7C-0C8E-4B61-A1B2-1234567890AB}","timestamp":1,)"
+                  R"("position":[0.5,0.5],"level":2,"duration":1,"easing":"linear"}])");
+    EXPECT_EQ(decodeError(badId).substr(0, 32), "zoomEvents[0].id: invalid UUID s");
+
+    EXPECT_EQ(decodeError("[]"), "expected an object, found array");
+    EXPECT_EQ(decodeError(minimalDocument().substr(0, 40)).substr(0, 15), "not valid JSON:");
+    EXPECT_EQ(decodeError(R"({"duration":null})").substr(0, 17), "cameraPositions: ");
+}
+
+// A null for an optional key is read as absent, as for any optional; for a required key it fails.
+TEST(MetadataJsonTest, NullOptionalIsAbsentButNullRequiredFails) {
+    std::string text = minimalDocument();
+    text.insert(1, R"("backgroundSettings":null,)");
+    EXPECT_FALSE(decodeMetadata(text).backgroundSettings.has_value());
+    std::string required = minimalDocument();
+    required.replace(required.find("12.5"), 4, "null");
+    EXPECT_EQ(decodeError(required), "duration: expected a number, found null");
+}
+
+TEST(MetadataJsonTest, NonFiniteNumbersAreRefusedWhenWriting) {
+    RecordingMetadata m = fullDocument();
+    m.cursorPositions[1].timestamp = std::numeric_limits<double>::quiet_NaN();
+    EXPECT_THROW(encodeMetadata(m), MetadataEncodingError);
+    m = fullDocument();
+    m.resolution.width = std::numeric_limits<double>::infinity();
+    EXPECT_THROW(encodeMetadata(m), MetadataEncodingError);
+}
+
+// Values typed by hand from the table of presets; spot checks of first and last colours.
+TEST(MetadataJsonTest, GradientPresetsYieldTheirColours) {
+    const GradientSettings sunset = gradientSettings(GradientPreset::sunset);
+    EXPECT_EQ(sunset.angle, 135);
+    EXPECT_EQ(sunset.preset, GradientPreset::sunset);
+    ASSERT_EQ(sunset.colors.size(), 3u);
+    EXPECT_EQ(sunset.colors[0], (CodableColor{0.95, 0.4, 0.2, 1.0}));
+    EXPECT_EQ(sunset.colors[2], (CodableColor{0.4, 0.1, 0.5, 1.0}));
+    EXPECT_EQ(gradientSettings(GradientPreset::ocean).angle, 180);
+    EXPECT_EQ(gradientSettings(GradientPreset::forest).angle, 160);
+    EXPECT_EQ(gradientSettings(GradientPreset::forest).colors[1],
+              (CodableColor{0.1, 0.4, 0.25, 1.0}));
+    EXPECT_EQ(gradientSettings(GradientPreset::midnight).colors[2],
+              (CodableColor{0.02, 0.02, 0.08, 1.0}));
+    EXPECT_EQ(gradientSettings(GradientPreset::aurora).angle, 45);
+    const GradientSettings custom = gradientSettings(GradientPreset::custom);
+    EXPECT_EQ(custom.colors.size(), 2u);
+    EXPECT_EQ(custom.colors[1], (CodableColor{0.1, 0.1, 0.2, 1.0}));
+    EXPECT_EQ(displayName(GradientPreset::midnight), QStringLiteral("Midnight"));
+    for (GradientPreset preset : allGradientPresets)
+        EXPECT_EQ(gradientPresetFromRawValue(rawValue(preset)), preset);
+}
+
+TEST(MetadataJsonTest, ColorNeedsAllFourComponents) {
+    CodableColor color;
+    from_json(json::parse(R"({"red":1,"green":0.5,"blue":0,"alpha":0.25})"), color);
+    EXPECT_EQ(color, (CodableColor{1, 0.5, 0, 0.25}));
+    EXPECT_THROW(from_json(json::parse(R"({"red":1,"green":0.5,"blue":0})"), color),
+                 MetadataDecodingError);
+    EXPECT_EQ(json(CodableColor{0.25, 0.5, 0.75, 1}).dump(),
+              R"({"alpha":1.0,"blue":0.75,"green":0.5,"red":0.25})");
+}
