@@ -4,6 +4,7 @@
 #include "core/recording/ErrorDescription.h"
 #include "core/recording/RecordingClock.h"
 #include "core/recording/RecordingCountdown.h"
+#include "core/recording/RecordingEngineSetup.h"
 #include "core/recording/RecordingOutputFinisher.h"
 #include "core/recording/engines/AudioCaptureEngine.h"
 #include "core/recording/engines/AudioOnlyRecorder.h"
@@ -34,14 +35,6 @@
 #include <QPointer>
 
 namespace {
-double secondsBetween(const QDateTime& from, const QDateTime& to) {
-    return double(from.msecsTo(to)) / 1000.0;
-}
-
-QDateTime minusSeconds(const QDateTime& time, double seconds) {
-    return time.addMSecs(-std::llround(seconds * 1000.0));
-}
-
 const char* boolText(bool value) {
     return value ? "true" : "false";
 }
@@ -58,7 +51,9 @@ RecordingCoordinator::RecordingCoordinator(RecordingServices services, QObject* 
       m_preparation(*m_services.engines, m_defaults),
       m_contentCache(*m_services.engines, m_clock, m_trace),
       m_cursorVisibility(*m_services.cursorHider),
-      m_cursorOverlayController(m_services.engines->makeCursorOverlayController()) {
+      m_cursorOverlayController(m_services.engines->makeCursorOverlayController()),
+      m_camera(*m_services.engines,
+               [this](const std::optional<QString>& name) { return resolveCameraDevice(name); }) {
     setupKeyboardShortcuts();
     setupTerminationHandler();
 }
@@ -132,8 +127,8 @@ QCoro::Task<void> RecordingCoordinator::prepareRecording(RecordingMode mode,
 
     markStartupPhase(QStringLiteral("prepareEngines.begin"));
     RecordingPreparation::Result result = co_await m_preparation.prepareEngines(
-        mode, configuration, m_contentCache.cachedShareableContent(), m_cameraEngine.get(),
-        m_prewarmedCameraDeviceName);
+        mode, configuration, m_contentCache.cachedShareableContent(), m_camera.engine(),
+        m_camera.deviceName());
     if (!self)
         co_return;
     markStartupPhase(QStringLiteral("prepareEngines.end"));
@@ -156,7 +151,7 @@ void RecordingCoordinator::adoptPreparedEngines(RecordingPreparation::Result res
     m_screenEngine = std::move(result.screenEngine);
     m_audioEngine = std::move(result.audioEngine);
     if (!result.usesPrewarmedCamera)
-        m_cameraEngine = std::move(result.cameraEngine);
+        m_camera.replace(std::move(result.cameraEngine));
     m_audioOnlyRecorder = std::move(result.audioOnlyRecorder);
     m_mediaWriter = nullptr;
     m_layerRecordingManager = std::move(result.layerRecordingManager);
@@ -171,56 +166,19 @@ void RecordingCoordinator::adoptPreparedEngines(RecordingPreparation::Result res
 void RecordingCoordinator::configureHandlers(const RecordingMode& mode,
                                              const RecordingConfiguration& configuration) {
     if (mode.isAudioOnly()) {
-        if (m_audioEngine && m_audioOnlyRecorder) {
-            AudioOnlyRecorder* recorder = m_audioOnlyRecorder.get();
-            // Audio threads must never see an exception: a buffer the recorder refuses is
-            // dropped.
-            m_audioEngine->setSystemAudioHandler([recorder](const AudioBuffer& buffer) {
-                try {
-                    recorder->appendSystemAudioBuffer(buffer);
-                } catch (...) {
-                }
-            });
-            m_audioEngine->setMicrophoneAudioHandler([recorder](const AudioBuffer& buffer) {
-                try {
-                    recorder->appendMicrophoneBuffer(buffer);
-                } catch (...) {
-                }
-            });
-        }
+        if (m_audioEngine && m_audioOnlyRecorder)
+            RecordingEngineSetup::installAudioOnlyHandlers(*m_audioEngine, *m_audioOnlyRecorder);
         return;
     }
-
-    const auto& studio = configuration.studioConfig;
     m_zoomRenderer.reset();
-    if (studio && studio->enableClickToZoom) {
-        m_zoomRenderer = m_services.engines->makeZoomRenderer();
-        const std::optional<Rect> rect =
-            m_screenEngine ? m_screenEngine->captureRectInScreenSpace() : std::nullopt;
-        if (rect && *rect != Rect()) {
-            logLine("🔎 RecordingCoordinator: ZoomRenderer captureRect size={}x{} origin=({},{})",
-                    formatDouble(rect->size.width), formatDouble(rect->size.height),
-                    formatDouble(rect->origin.x), formatDouble(rect->origin.y));
-            m_zoomRenderer->setCaptureFrame(rect->size, rect->origin);
-        }
-        m_zoomRenderer->setClickZoom(true);
-        m_zoomRenderer->setFollowCursor(true);
-        m_zoomRenderer->setHUDEnabled(false);
-        m_zoomRenderer->setHUDIncludeInRecording(false);
-        m_zoomRenderer->setDebugEnabled(false);
-    }
-
-    logLine("🔍 Checking Studio configuration...");
-    logLine("   studioConfig: {}", studio ? "present" : "absent");
-    if (studio)
-        logLine("   Click-to-Zoom: {}, Separate Layers: {}, Alpha Channel: {}",
-                boolText(studio->enableClickToZoom), boolText(studio->enableSeparateLayers),
-                boolText(studio->enableAlphaChannel));
-    const std::optional<SCStreamConfiguration> stream =
-        m_screenEngine ? m_screenEngine->configuration() : std::nullopt;
-    const Size size = stream ? Size{double(stream->width), double(stream->height)} : Size{};
-    m_metadataRecorder = m_services.engines->makeMetadataRecorder(size, configuration.frameRate);
-    logLine("✅ MetadataRecorder initialized for cursor position sampling");
+    if (configuration.studioConfig && configuration.studioConfig->enableClickToZoom)
+        m_zoomRenderer = RecordingEngineSetup::makeZoomRenderer(
+            *m_services.engines,
+            m_screenEngine ? m_screenEngine->captureRectInScreenSpace() : std::nullopt);
+    // The frame, system audio and stream error handlers join here with the frame path.
+    m_metadataRecorder = RecordingEngineSetup::makeMetadataRecorder(
+        *m_services.engines, configuration,
+        m_screenEngine ? m_screenEngine->configuration() : std::nullopt);
 }
 
 QCoro::Task<SCShareableContent>
@@ -251,44 +209,10 @@ RecordingCoordinator::resolveCameraDevice(const std::optional<QString>& name) co
     return m_preparation.resolveCameraDevice(name);
 }
 
-void RecordingCoordinator::prewarmCamera(std::optional<QString> deviceName) {
-    const QString name = deviceName.value_or(QStringLiteral("default"));
-    if (m_cameraEngine && m_prewarmedCameraDeviceName == name) {
-        if (!m_cameraEngine->isCapturing())
-            m_cameraEngine->startCapture();
-        return;
-    }
-    if (m_cameraEngine) {
-        m_cameraEngine->stopCapture();
-        m_cameraEngine->cleanup();
-        m_cameraEngine.reset();
-        m_prewarmedCameraDeviceName.reset();
-    }
-    const std::optional<AVCaptureDevice> device = resolveCameraDevice(name);
-    if (!device) {
-        logLine("⚠️ Prewarm camera failed: device not found");
-        return;
-    }
-    try {
-        auto engine = m_services.engines->makeCameraCaptureEngine();
-        engine->setupCamera(*device);
-        engine->startCapture();
-        m_cameraEngine = std::move(engine);
-        m_prewarmedCameraDeviceName = name;
-        logLine("✅ Prewarmed camera: {}", device->localizedName.toStdString());
-    } catch (const std::exception& error) {
-        logLine("⚠️ Prewarm camera failed: {}", describeError(error));
-    }
-}
-
 void RecordingCoordinator::stopPrewarmedCamera() {
     // A running recording owns the camera now.
-    if (m_recordingState.isActive() || !m_cameraEngine)
-        return;
-    m_cameraEngine->stopCapture();
-    m_cameraEngine->cleanup();
-    m_cameraEngine.reset();
-    m_prewarmedCameraDeviceName.reset();
+    if (!m_recordingState.isActive())
+        m_camera.stop();
 }
 
 void RecordingCoordinator::cancelPreparation() {
@@ -336,16 +260,13 @@ QCoro::Task<void> RecordingCoordinator::startRecording() {
     }
 
     const QDateTime now = m_clock.now();
-    m_startTime = now;
-    m_elapsedBeforePause = 0.0;
-    m_timeOffset = 0.0;
+    m_timekeeper.begin(now);
     setRecordingDuration(0.0);
     setIsPaused(false);
     m_isStoppingRecording = false;
     m_isStreamRecoveryInProgress = false;
     m_awaitingStreamRestartFirstFrame = false;
     m_streamRecoveryAttempts = 0;
-    m_streamInterruptStartTime.reset();
     m_lastVideoDuration = MediaTime::zero();
 
     hideCursorIfEnabled();
@@ -361,9 +282,9 @@ QCoro::Task<void> RecordingCoordinator::startRecording() {
         co_return;
 
     logLine("🔍 Checking MetadataRecorder...");
-    if (m_metadataRecorder && m_startTime) {
+    if (m_metadataRecorder && m_timekeeper.startTime()) {
         markStartupPhase(QStringLiteral("metadataRecorder.start.begin"));
-        m_metadataRecorder->startRecording(*m_startTime);
+        m_metadataRecorder->startRecording(*m_timekeeper.startTime());
         m_metadataRecorder->setTimeProvider([self]() -> std::optional<double> {
             if (!self)
                 return std::nullopt;
@@ -384,9 +305,9 @@ QCoro::Task<void> RecordingCoordinator::startRecording() {
     // A failing engine leaves the state at `recording` on purpose: Stop cleans up from there.
     std::exception_ptr failure;
     try {
-        if (m_cameraEngine) {
+        if (m_camera.engine()) {
             markStartupPhase(QStringLiteral("cameraCapture.start.begin"));
-            m_cameraEngine->startCapture();
+            m_camera.engine()->startCapture();
             markStartupPhase(QStringLiteral("cameraCapture.start.end"));
         }
         if (m_screenEngine) {
@@ -456,13 +377,13 @@ void RecordingCoordinator::pauseRecording() {
         throw RecordingError::invalidConfiguration(
             QStringLiteral("Cannot pause when not recording"));
     const QDateTime now = m_clock.now();
-    m_elapsedBeforePause = secondsBetween(recording->startTime, now) - m_timeOffset;
-    setRecordingState(RecordingState::paused(now, m_elapsedBeforePause));
+    const double elapsed = m_timekeeper.pause(recording->startTime, now);
+    setRecordingState(RecordingState::paused(now, elapsed));
     setIsPaused(true);
     // Capture keeps running; frames are dropped until resume and the writers hear of the gap
     // only then.
-    if (m_cameraEngine)
-        m_cameraEngine->setRecordingPaused(true);
+    if (m_camera.engine())
+        m_camera.engine()->setRecordingPaused(true);
     m_services.statusBar->updatePauseState(true);
     m_services.panel->setPaused(true);
     m_clock.invalidate(timerID(TimerManager::TimerID::recordingDuration));
@@ -472,20 +393,18 @@ void RecordingCoordinator::resumeRecording() {
     const auto* paused = m_recordingState.as<RecordingState::Paused>();
     if (!paused)
         throw RecordingError::invalidConfiguration(QStringLiteral("Cannot resume when not paused"));
-    const QDateTime now = m_clock.now();
-    const double elapsed = paused->elapsed;
-    const double pauseDuration = secondsBetween(paused->pauseTime, now);
-    m_timeOffset += pauseDuration;
+    const RecordingTimekeeper::Resumption resumption =
+        m_timekeeper.resume(paused->pauseTime, paused->elapsed, m_clock.now());
     // The writers subtract their offset from every later sample, so the file has no gap.
-    const MediaTime offset = MediaTime::fromSeconds(pauseDuration, 600);
+    const MediaTime offset = MediaTime::fromSeconds(resumption.pauseDuration, 600);
     if (MediaWriter* writer = m_mediaWriter.load())
         writer->addTimeOffset(offset);
-    if (m_cameraEngine)
-        m_cameraEngine->addTimeOffset(offset);
-    setRecordingState(RecordingState::recording(minusSeconds(now, elapsed + m_timeOffset)));
+    if (m_camera.engine())
+        m_camera.engine()->addTimeOffset(offset);
+    setRecordingState(RecordingState::recording(resumption.stateStartTime));
     setIsPaused(false);
-    if (m_cameraEngine)
-        m_cameraEngine->setRecordingPaused(false);
+    if (m_camera.engine())
+        m_camera.engine()->setRecordingPaused(false);
     m_services.statusBar->updatePauseState(false);
     m_services.panel->setPaused(false);
     startDurationTimer();
@@ -506,6 +425,27 @@ void RecordingCoordinator::resetFramePathState() {
     m_pumpFramesEmitted = 0;
 }
 
+QCoro::Task<void> RecordingCoordinator::stopMonitoringAndCapture() {
+    QPointer<RecordingCoordinator> self(this);
+    m_cursorOverlayController->stopMonitoring();
+    m_cursorOverlayController->setHighlightEnabled(false);
+    m_cursorOverlayController->setMagnifierEnabled(false);
+    showCursor();
+    if (m_screenEngine) {
+        try {
+            co_await m_screenEngine->stopCapture();
+        } catch (const std::exception&) {
+            // A stream that fails to stop has stopped delivering all the same.
+        }
+        if (!self)
+            co_return;
+    }
+    if (m_audioEngine)
+        m_audioEngine->stopCapture();
+    if (m_camera.engine())
+        m_camera.engine()->stopCapture();
+}
+
 QCoro::Task<void> RecordingCoordinator::stopRecording() {
     QPointer<RecordingCoordinator> self(this);
     if (!m_recordingState.canStop())
@@ -518,24 +458,9 @@ QCoro::Task<void> RecordingCoordinator::stopRecording() {
     invalidateRecordingTimers();
     resetFramePathState();
 
-    m_cursorOverlayController->stopMonitoring();
-    m_cursorOverlayController->setHighlightEnabled(false);
-    m_cursorOverlayController->setMagnifierEnabled(false);
-    showCursor();
-
-    if (m_screenEngine) {
-        try {
-            co_await m_screenEngine->stopCapture();
-        } catch (const std::exception&) {
-            // A stream that fails to stop has stopped delivering all the same.
-        }
-        if (!self)
-            co_return;
-    }
-    if (m_audioEngine)
-        m_audioEngine->stopCapture();
-    if (m_cameraEngine)
-        m_cameraEngine->stopCapture();
+    co_await stopMonitoringAndCapture();
+    if (!self)
+        co_return;
 
     const QString resultURL = co_await RecordingOutputFinisher::finishOutputs(
         {m_audioOnlyRecorder.get(), m_layerRecordingManager.get(), m_mediaWriter.load(),
@@ -597,9 +522,7 @@ void RecordingCoordinator::returnToIdleShortly() {
 }
 
 void RecordingCoordinator::resetTiming() {
-    m_startTime.reset();
-    m_elapsedBeforePause = 0.0;
-    m_timeOffset = 0.0;
+    m_timekeeper.reset();
     setRecordingDuration(0.0);
     setIsPaused(false);
 }
@@ -615,28 +538,14 @@ QCoro::Task<void> RecordingCoordinator::cleanupAfterError() {
     invalidateRecordingTimers();
     m_isStreamRecoveryInProgress = false;
     m_awaitingStreamRestartFirstFrame = false;
-    m_streamInterruptStartTime.reset();
+    m_timekeeper.setStreamInterruptStartTime(std::nullopt);
     m_streamRecoveryAttempts = 0;
     m_lastFrameChecksum = 0;
     m_services.statusBar->hideRecordingControls();
     m_services.panel->hide();
-    m_cursorOverlayController->stopMonitoring();
-    m_cursorOverlayController->setHighlightEnabled(false);
-    m_cursorOverlayController->setMagnifierEnabled(false);
-    showCursor();
-
-    if (m_screenEngine) {
-        try {
-            co_await m_screenEngine->stopCapture();
-        } catch (...) {
-        }
-        if (!self)
-            co_return;
-    }
-    if (m_audioEngine)
-        m_audioEngine->stopCapture();
-    if (m_cameraEngine)
-        m_cameraEngine->stopCapture();
+    co_await stopMonitoringAndCapture();
+    if (!self)
+        co_return;
     if (m_layerRecordingManager)
         releaseLayerRecording();
     else if (MediaWriter* writer = m_mediaWriter.load())
@@ -652,17 +561,7 @@ QCoro::Task<void> RecordingCoordinator::cleanupAfterError() {
 // MARK: timing
 
 std::optional<double> RecordingCoordinator::currentRecordingTimestamp() const {
-    const QDateTime now = m_clock.now();
-    if (const auto* recording = m_recordingState.as<RecordingState::Recording>()) {
-        double seconds = secondsBetween(recording->startTime, now) - m_timeOffset;
-        // An outage in progress isn't in timeOffset yet.
-        if (m_streamInterruptStartTime)
-            seconds -= secondsBetween(*m_streamInterruptStartTime, now);
-        return std::max(seconds, 0.0);
-    }
-    if (const auto* paused = m_recordingState.as<RecordingState::Paused>())
-        return paused->elapsed;
-    return std::nullopt;
+    return m_timekeeper.currentRecordingTimestamp(m_recordingState, m_clock.now());
 }
 
 std::optional<double> RecordingCoordinator::currentVideoTimelineTimestamp() const {
@@ -715,7 +614,7 @@ void RecordingCoordinator::durationTick() {
     const auto* recording = m_recordingState.as<RecordingState::Recording>();
     if (!recording || m_isPaused)
         return;
-    setRecordingDuration(secondsBetween(recording->startTime, m_clock.now()) - m_timeOffset);
+    setRecordingDuration(m_timekeeper.recordedSeconds(recording->startTime, m_clock.now()));
     m_services.statusBar->updateDuration(formattedDuration());
 }
 

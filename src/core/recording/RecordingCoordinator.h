@@ -2,9 +2,11 @@
 
 #include "core/model/RecordingConfiguration.h"
 #include "core/model/RecordingState.h"
+#include "core/recording/CameraPrewarmer.h"
 #include "core/recording/RecordingPreparation.h"
 #include "core/recording/RecordingServices.h"
 #include "core/recording/RecordingStartupTrace.h"
+#include "core/recording/RecordingTimekeeper.h"
 #include "core/recording/RecordingValidator.h"
 #include "core/recording/ShareableContentCache.h"
 #include "core/recording/SystemCursorVisibility.h"
@@ -70,7 +72,7 @@ public:
     void prewarmShareableContent() { m_contentCache.prewarmShareableContent(); }
     QCoro::Task<SCShareableContent> loadShareableContent(bool force, bool promptForPermission);
     QCoro::Task<std::optional<SCDisplay>> resolvePrimaryDisplay();
-    void prewarmCamera(std::optional<QString> deviceName);
+    void prewarmCamera(const std::optional<QString>& deviceName) { m_camera.prewarm(deviceName); }
     void stopPrewarmedCamera();
     std::optional<AVCaptureDevice> resolveCameraDevice(const std::optional<QString>& name) const;
 
@@ -109,21 +111,21 @@ public:
     int countdownValue() const { return m_countdownValue; }
 
     const std::optional<RecordingConfiguration>& configuration() const { return m_configuration; }
-    const std::optional<QDateTime>& startTime() const { return m_startTime; }
-    double elapsedBeforePause() const { return m_elapsedBeforePause; }
-    double timeOffset() const { return m_timeOffset; }
+    const std::optional<QDateTime>& startTime() const { return m_timekeeper.startTime(); }
+    double elapsedBeforePause() const { return m_timekeeper.elapsedBeforePause(); }
+    double timeOffset() const { return m_timekeeper.timeOffset(); }
     bool isStoppingRecording() const { return m_isStoppingRecording; }
     bool isCursorHidden() const { return m_cursorVisibility.isCursorHidden(); }
     bool shouldUseWindowPump() const { return m_shouldUseWindowPump; }
     int pumpFrameRate() const { return m_pumpFrameRate; }
     const std::optional<QString>& prewarmedCameraDeviceName() const {
-        return m_prewarmedCameraDeviceName;
+        return m_camera.deviceName();
     }
 
     ScreenCaptureEngine* screenEngine() const { return m_screenEngine.get(); }
     AudioCaptureEngine* audioEngine() const { return m_audioEngine.get(); }
     MediaWriter* mediaWriter() const { return m_mediaWriter.load(); }
-    CameraCaptureEngine* cameraEngine() const { return m_cameraEngine.get(); }
+    CameraCaptureEngine* cameraEngine() const { return m_camera.engine(); }
     LayerRecordingManager* layerRecordingManager() const { return m_layerRecordingManager.get(); }
     AudioOnlyRecorder* audioOnlyRecorder() const { return m_audioOnlyRecorder.get(); }
     MetadataRecorder* metadataRecorder() const { return m_metadataRecorder.get(); }
@@ -149,6 +151,7 @@ private:
     void configureHandlers(const RecordingMode& mode, const RecordingConfiguration& configuration);
     void startCursorMonitoring(const RecordingConfiguration& configuration);
     void invalidateRecordingTimers();
+    QCoro::Task<void> stopMonitoringAndCapture();
     void resetFramePathState();
     void resetTiming();
     void resetSmartClickZoomState();
@@ -168,9 +171,7 @@ private:
     std::atomic<bool> m_isPaused{false}; // read by frame handlers
     int m_countdownValue = 0;
     std::optional<RecordingConfiguration> m_configuration;
-    std::optional<QDateTime> m_startTime; // wall time of the start; pauses don't move it
-    double m_elapsedBeforePause = 0.0;
-    double m_timeOffset = 0.0; // all pauses and stream outages so far
+    RecordingTimekeeper m_timekeeper;
     bool m_isStoppingRecording = false;
 
     // Stream recovery and the frame path keep their state here; both read it from engine
@@ -179,7 +180,6 @@ private:
     std::atomic<bool> m_awaitingStreamRestartFirstFrame{false};
     int m_streamRecoveryAttempts = 0;
     int m_maxStreamRecoveryAttempts = 3;
-    std::optional<QDateTime> m_streamInterruptStartTime;
     MediaTime m_lastVideoDuration = MediaTime::zero();
     bool m_didHandleWriterFailure = false;
     std::optional<MediaTime> m_lastCapturedVideoPTS;
@@ -214,8 +214,7 @@ private:
     std::unique_ptr<MetadataRecorder> m_metadataRecorder;
     std::unique_ptr<ZoomRenderer> m_zoomRenderer;
     std::unique_ptr<iOSDeviceCaptureEngine> m_iOSDeviceEngine;
-    std::unique_ptr<CameraCaptureEngine> m_cameraEngine;
-    std::optional<QString> m_prewarmedCameraDeviceName;
+    CameraPrewarmer m_camera;
     std::unique_ptr<AudioCaptureEngine> m_audioEngine;
     std::unique_ptr<ScreenCaptureEngine> m_screenEngine;
 };
