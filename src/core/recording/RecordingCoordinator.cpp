@@ -120,15 +120,19 @@ QCoro::Task<void> RecordingCoordinator::prepareRecording(RecordingMode mode,
 
     // A successful content load has proven the screen permission already.
     markStartupPhase(QStringLiteral("checkPermissions.begin"));
-    co_await checkPermissions(mode, configuration, mode.hasVideo());
+    // Calls whose arguments need destroying are made before the co_await: g++ 12 destroys such
+    // temporaries of an awaited expression twice.
+    QCoro::Task<void> permissions = checkPermissions(mode, configuration, mode.hasVideo());
+    co_await permissions;
     if (!self)
         co_return;
     markStartupPhase(QStringLiteral("checkPermissions.end"));
 
     markStartupPhase(QStringLiteral("prepareEngines.begin"));
-    RecordingPreparation::Result result = co_await m_preparation.prepareEngines(
-        mode, configuration, m_contentCache.cachedShareableContent(), m_camera.engine(),
-        m_camera.deviceName());
+    QCoro::Task<RecordingPreparation::Result> preparation =
+        m_preparation.prepareEngines(mode, configuration, m_contentCache.cachedShareableContent(),
+                                     m_camera.engine(), m_camera.deviceName());
+    RecordingPreparation::Result result = co_await preparation;
     if (!self)
         co_return;
     markStartupPhase(QStringLiteral("prepareEngines.end"));
@@ -462,11 +466,12 @@ QCoro::Task<void> RecordingCoordinator::stopRecording() {
     if (!self)
         co_return;
 
-    const QString resultURL = co_await RecordingOutputFinisher::finishOutputs(
+    QCoro::Task<QString> finishing = RecordingOutputFinisher::finishOutputs(
         {m_audioOnlyRecorder.get(), m_layerRecordingManager.get(), m_mediaWriter.load(),
          m_screenEngine.get()},
         m_configuration, m_recordingDuration, generateOutputURL(),
         [self] { return !self.isNull(); });
+    const QString resultURL = co_await finishing;
     if (!self)
         co_return;
     const std::optional<RecordingPackage> package =
@@ -593,13 +598,14 @@ QCoro::Task<void> RecordingCoordinator::performCountdown(int seconds) {
     setCountdownValue(seconds);
     m_services.panel->updateStartingCountdown(seconds);
     QPointer<RecordingCoordinator> self(this);
-    co_await RecordingCountdown::run(m_clock, seconds, [self](int remaining) {
+    QCoro::Task<void> countdown = RecordingCountdown::run(m_clock, seconds, [self](int remaining) {
         if (!self)
             return false;
         self->setCountdownValue(remaining);
         self->m_services.panel->updateStartingCountdown(remaining);
         return true;
     });
+    co_await countdown;
 }
 
 void RecordingCoordinator::startDurationTimer() {

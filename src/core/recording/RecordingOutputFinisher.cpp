@@ -30,7 +30,7 @@ QCoro::Task<QString> finishAudioPackage(AudioOnlyRecorder& recorder) {
             finished.resume();
     });
     co_await finished;
-    co_return *url;
+    co_return QString(*url);
 }
 } // namespace
 

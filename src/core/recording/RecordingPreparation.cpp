@@ -67,7 +67,8 @@ RecordingPreparation::prepareEngines(RecordingMode mode, RecordingConfiguration 
                                      CameraCaptureEngine* prewarmedCamera,
                                      std::optional<QString> prewarmedCameraDeviceName) const {
     // The work gets its own copies: nothing it touches is shared with the main thread.
-    co_return co_await runDetached<Result>(
+    // Made before the co_await: g++ 12 destroys temporaries of an awaited expression twice.
+    QCoro::Task<Result> work = runDetached<Result>(
         [this, mode, configuration, cachedContent, prewarmedCamera, prewarmedCameraDeviceName] {
             Timings timings;
             Result result = mode.isAudioOnly()
@@ -77,6 +78,7 @@ RecordingPreparation::prepareEngines(RecordingMode mode, RecordingConfiguration 
             result.preparationTimings = std::move(timings.list);
             return result;
         });
+    co_return co_await work;
 }
 
 RecordingPreparation::Result

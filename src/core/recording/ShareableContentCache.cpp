@@ -41,10 +41,12 @@ ShareableContentCache::loadShareableContent(bool force, bool promptForPermission
         m_trace.mark(QStringLiteral("shareableContent.permission.end"));
     }
 
+    // Results are returned as copies on purpose: g++ 12 moves from the operand of co_return
+    // even when it is a member that must keep its value.
     if (!force && m_cached && m_updatedAt.isValid() &&
         double(m_updatedAt.msecsTo(m_clock.now())) < shareableContentCacheTTL * 1000.0) {
         m_trace.mark(QStringLiteral("shareableContent.cacheHit"));
-        co_return *m_cached;
+        co_return SCShareableContent(*m_cached);
     }
 
     if (const auto inFlight = m_loadTask) {
@@ -54,7 +56,7 @@ ShareableContentCache::loadShareableContent(bool force, bool promptForPermission
             throw cacheGone();
         if (!inFlight->error) {
             m_trace.mark(QStringLiteral("shareableContent.awaitInFlight.end"));
-            co_return *inFlight->content;
+            co_return SCShareableContent(*inFlight->content);
         }
         // Someone else's failed fetch is no answer for this caller: it tries on its own.
         m_trace.mark(QStringLiteral("shareableContent.awaitInFlight.failed"));
@@ -87,7 +89,7 @@ ShareableContentCache::loadShareableContent(bool force, bool promptForPermission
     }
     store(*task->content);
     m_trace.mark(QStringLiteral("shareableContent.load.end"));
-    co_return *task->content;
+    co_return SCShareableContent(*task->content);
 }
 
 void ShareableContentCache::prewarmShareableContent() {
