@@ -226,6 +226,25 @@ TEST_F(RecordingCoordinatorStart, StartsSurfacesThenEnginesInOrder) {
     EXPECT_EQ(coordinator->startTime(), clock.now());
 }
 
+// A highlighted cursor applies the stored custom cursor (unknown style: the first; size not
+// above 0: 24) and starts monitoring.
+TEST_F(RecordingCoordinatorStart, HighlightAppliesTheCustomCursorAndMonitors) {
+    defaults->set("enableCustomCursor", true);
+    defaults->set("cursorStyle", QStringLiteral("sparkles"));
+    defaults->set("cursorSize", -3.0);
+    defaults->set("enableCursorRippleEffect", false);
+    RecordingConfiguration configuration = screenConfiguration();
+    configuration.highlightCursor = true;
+    testing::internal::CaptureStdout();
+    prepareAndStart(configuration);
+    const std::string output = testing::internal::GetCapturedStdout();
+    EXPECT_THAT(log.of({"cursor"}),
+                ElementsAre("cursor.setClickThreshold(500ms)",
+                            "cursor.configureCustomCursor(circle 24 true true false)",
+                            "cursor.setHighlightEnabled(true)", "cursor.startMonitoring"));
+    EXPECT_NE(output.find("✅ Starting cursor overlay monitoring...\n"), std::string::npos);
+}
+
 // The metadata clock prefers the video's time line and falls back to the recording's time.
 TEST_F(RecordingCoordinatorStart, MetadataTimeFollowsTheVideoTimeline) {
     prepareAndStart(screenConfiguration());
