@@ -12,6 +12,7 @@
 #include "core/support/TimerManager.h"
 
 #include <QTemporaryDir>
+#include <QThreadPool>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -58,13 +59,19 @@ protected:
         ASSERT_TRUE(folder.isValid());
         ScreenRecordingPermission::setAccess(std::make_unique<FakeScreenCaptureAccess>(true));
         defaults = std::make_unique<UserDefaults>(folder.filePath("settings.ini"));
+        // Delivered at the next turn of the event loop, which TearDown gives them: a delayed
+        // delivery would reach this fixture's manager after it is gone.
+        notifications.setDeliveryDelay(0);
         makeCoordinator();
     }
     void TearDown() override {
+        // No preparation or fetch may outlive the fakes it calls.
+        QThreadPool::globalInstance()->waitForDone();
         coordinator.reset();
         // Lets the coroutines still waiting on the fake clock see that their owner is gone and
         // end, so nothing is left suspended.
         clock.advance(1.0);
+        drainEvents(clock);
         ScreenRecordingPermission::setAccess(nullptr);
     }
 

@@ -418,6 +418,8 @@ public:
 
     // With `holdFetches`, fetches wait until release(), so tests can overlap callers.
     bool holdFetches = false;
+    // The first this many fetches fail.
+    int failingFetches = 0;
     int fetchCount() const {
         std::lock_guard lock(m_fetchMutex);
         return m_fetches;
@@ -480,8 +482,11 @@ public:
         std::unique_lock lock(m_fetchMutex);
         ++m_fetches;
         m_fetchReleased.wait(lock, [this] { return !holdFetches || m_released; });
+        const bool fails = m_fetches <= failingFetches;
         lock.unlock();
         call("fetchShareableContent");
+        if (fails)
+            throw RecordingError::unknown(QStringLiteral("no content"));
         return content;
     }
     std::vector<AVCaptureDevice> microphones() override { return microphoneList; }

@@ -5,6 +5,7 @@
 #include "core/settings/UserDefaults.h"
 
 #include <QTemporaryDir>
+#include <QThreadPool>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -15,6 +16,7 @@ namespace {
 class RecordingPreparationTest : public ::testing::Test {
 protected:
     void SetUp() override { ASSERT_TRUE(folder.isValid()); }
+    void TearDown() override { QThreadPool::globalInstance()->waitForDone(); }
 
     RecordingConfiguration configuration(RecordingMode mode = screenMode()) const {
         return RecordingConfiguration(std::move(mode), folder.filePath("out"));

@@ -30,9 +30,9 @@ TEST(RecordingStartupProfilerTest, ReportListsEachMarkWithDeltaAndTotal) {
     const std::string printed = testing::internal::GetCapturedStdout();
     ASSERT_TRUE(report);
     EXPECT_EQ(report->toStdString(), "⏱️ Recording startup timing [area]\n"
-                       "   ScreenCaptureKit content loads: 1\n"
-                       "      +1.5ms /     1.5ms  prepareRecording.begin\n"
-                       "     +10.3ms /    11.8ms  firstVideoFrameAppended");
+                                     "   ScreenCaptureKit content loads: 1\n"
+                                     "      +1.5ms /     1.5ms  prepareRecording.begin\n"
+                                     "     +10.3ms /    11.8ms  firstVideoFrameAppended");
     EXPECT_EQ(printed, report->toStdString() + "\n");
     EXPECT_TRUE(profiler.didReport());
 }
