@@ -7,11 +7,14 @@
 #include <functional>
 #include <optional>
 
+// Left, right, double and the like; the metadata format defines the cases.
+enum class ClickType;
+
 // Watches the pointer for the whole desktop and draws the highlight and magnifier.
 // Thread: main; handlers are called on the main thread with global points, origin bottom left.
 class CursorOverlayController {
 public:
-    using ClickHandler = std::function<void(Point location, int clickCount)>;
+    using ClickHandler = std::function<void(Point location, ClickType type)>;
     using MoveHandler = std::function<void(Point location)>;
 
     virtual ~CursorOverlayController() = default;
