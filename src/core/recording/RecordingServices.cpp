@@ -7,10 +7,11 @@
 #include "core/recording/engines/RecordingResultOpener.h"
 #include "core/recording/engines/StatusBarController.h"
 #include "core/settings/UserDefaults.h"
-#include "core/support/Formatters.h"
 #include "core/support/KeyboardShortcutHandler.h"
 #include "core/support/NotificationManager.h"
 #include "core/support/SleepPreventer.h"
+
+#include <QFileInfo>
 
 namespace {
 // Stand-ins for surfaces a program doesn't have (the command line shows no tray or panel).
@@ -66,9 +67,7 @@ RecordingServices RecordingServices::withFallbacks(RecordingServices services) {
     if (!services.cursorHider)
         services.cursorHider = &noCursorHider;
     if (!services.availableDiskSpace)
-        services.availableDiskSpace = [](const QString& path) {
-            return ::availableDiskSpace(path);
-        };
+        services.availableDiskSpace = &RecordingValidator::availableSpaceOnVolumeOf;
     if (!services.startupLogDirectory)
         services.startupLogDirectory = RecordingStartupProfiler::defaultLogDirectory();
     return services;

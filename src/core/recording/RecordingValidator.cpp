@@ -2,6 +2,7 @@
 
 #include "core/model/Constants.h"
 #include "core/model/RecordingError.h"
+#include "core/support/Formatters.h"
 
 #include <QDir>
 #include <QFileInfo>
@@ -10,6 +11,17 @@
 
 RecordingValidator::RecordingValidator(DiskSpaceProvider diskSpace)
     : m_diskSpace(std::move(diskSpace)) {}
+
+std::optional<int64_t> RecordingValidator::availableSpaceOnVolumeOf(const QString& path) {
+    QString existing = QFileInfo(path).absoluteFilePath();
+    while (!QFileInfo::exists(existing)) {
+        const QString parent = QFileInfo(existing).absolutePath();
+        if (parent == existing)
+            break;
+        existing = parent;
+    }
+    return availableDiskSpace(existing);
+}
 
 void RecordingValidator::validateConfiguration(const RecordingConfiguration& configuration) const {
     const auto& rates = Constants::availableFrameRates;

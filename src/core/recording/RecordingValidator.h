@@ -17,6 +17,10 @@ public:
 
     explicit RecordingValidator(DiskSpaceProvider diskSpace);
 
+    // The file system's answer for a path. The output folder is made only after the space
+    // check, so a folder that doesn't exist yet is measured on its nearest existing parent.
+    static std::optional<int64_t> availableSpaceOnVolumeOf(const QString& path);
+
     void validateConfiguration(const RecordingConfiguration& configuration) const;
     void checkDiskSpace(const QString& path) const;
     void validateOutputDirectory(const QString& path) const;

@@ -80,3 +80,11 @@ TEST_F(RecordingValidatorTest, OutputDirectoryIsMadeOrRefused) {
               "Failed to write recording file: Could not create the folder " +
                   (file.fileName() + "/below").toStdString());
 }
+
+// A folder still to be made is measured on the volume that will hold it.
+TEST_F(RecordingValidatorTest, SpaceOfAMissingFolderIsItsParentsVolume) {
+    const auto missing = RecordingValidator::availableSpaceOnVolumeOf(folder.filePath("not/yet"));
+    ASSERT_TRUE(missing.has_value());
+    EXPECT_GT(*missing, 0);
+    EXPECT_FALSE(QFileInfo::exists(folder.filePath("not")));
+}
