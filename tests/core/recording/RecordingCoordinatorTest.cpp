@@ -81,6 +81,45 @@ TEST_F(RecordingCoordinatorGuards, RefusedStartCancelsTheStartupTrace) {
     EXPECT_TRUE(text.contains("cancelled.start.invalidState"));
 }
 
+using RecordingCoordinatorLifecycle = CoordinatorHarness;
+
+// The whole road: every state change is published, in order, and the log tells the story.
+TEST_F(RecordingCoordinatorLifecycle, PrepareStartPauseResumeStopCompleteIdle) {
+    Strings states;
+    QObject::connect(coordinator.get(), &RecordingCoordinator::recordingStateChanged, [&] {
+        states.push_back(coordinator->property("recordingState")
+                             .value<RecordingState>()
+                             .displayName()
+                             .toStdString());
+    });
+    testing::internal::CaptureStdout();
+    prepareAndStart(screenConfiguration());
+    clock.advance(1.0);
+    coordinator->pauseRecording();
+    clock.advance(1.0);
+    coordinator->resumeRecording();
+    clock.advance(1.0);
+    ASSERT_EQ(run(coordinator->stopRecording()), "");
+    clock.advance(0.1);
+    drainEvents(clock);
+    const std::string output = testing::internal::GetCapturedStdout();
+
+    EXPECT_THAT(states, ElementsAre("Preparing...", "Ready", "Recording", "Paused", "Recording",
+                                    "Finalizing...", "Completed", "Idle"));
+    EXPECT_THAT(linesStartingWith(output, {"✅ MetadataRecorder", "🎥", "✅ Screen", "📊", "✅ Metadata",
+                                           "🎬 Studio", "✅ Recording", "✂️"}),
+                ElementsAre("✅ MetadataRecorder initialized for cursor position sampling",
+                            "🎥 Starting screen capture...", "✅ Screen capture started",
+                            "📊 Metadata before stop:", "✅ Metadata saved successfully",
+                            "🎬 Studio features check: hasStudioFeatures=true, layerManager=false, "
+                            "metadata=true",
+                            "✅ Recording saved to: " + factory.writer->finishedURL.toStdString(),
+                            "✂️ Opening video trimmer for: " +
+                                QFileInfo(factory.writer->finishedURL).fileName().toStdString()));
+    EXPECT_THAT(log.of({"metadata"}),
+                testing::Contains("metadata.stopRecording(2000ms)")); // 3 s minus the pause
+}
+
 using RecordingCoordinatorPreparation = CoordinatorHarness;
 
 // Preparation builds the screen engine and writer in their calling order, then the metadata
