@@ -1,0 +1,705 @@
+#include "core/recording/RecordingCoordinator.h"
+
+#include "core/recording/CustomCursorSettings.h"
+#include "core/recording/ErrorDescription.h"
+#include "core/recording/RecordingClock.h"
+#include "core/recording/RecordingCountdown.h"
+#include "core/recording/RecordingEngineSetup.h"
+#include "core/recording/RecordingOutputFinisher.h"
+#include "core/recording/engines/AudioCaptureEngine.h"
+#include "core/recording/engines/AudioOnlyRecorder.h"
+#include "core/recording/engines/CameraCaptureEngine.h"
+#include "core/recording/engines/CursorHider.h"
+#include "core/recording/engines/CursorOverlayController.h"
+#include "core/recording/engines/FloatingRecordingPanelController.h"
+#include "core/recording/engines/LayerRecordingManager.h"
+#include "core/recording/engines/MediaWriter.h"
+#include "core/recording/engines/MetadataRecorder.h"
+#include "core/recording/engines/RecordingEngineFactory.h"
+#include "core/recording/engines/RecordingResultOpener.h"
+#include "core/recording/engines/StatusBarController.h"
+#include "core/recording/engines/ZoomRenderer.h"
+#include "core/recording/engines/iOSDeviceCaptureEngine.h"
+#include "core/settings/UserDefaults.h"
+#include "core/support/ErrorReporter.h"
+#include "core/support/Formatters.h"
+#include "core/support/KeyboardShortcutHandler.h"
+#include "core/support/Log.h"
+#include "core/support/NotificationManager.h"
+#include "core/support/ScreenRecordingPermission.h"
+#include "core/support/SleepPreventer.h"
+#include "core/support/TimerManager.h"
+
+#include <QCoreApplication>
+#include <QFileInfo>
+#include <QPointer>
+
+namespace {
+const char* boolText(bool value) {
+    return value ? "true" : "false";
+}
+
+QString timerID(const char* id) {
+    return QString::fromLatin1(id);
+}
+} // namespace
+
+RecordingCoordinator::RecordingCoordinator(RecordingServices services, QObject* parent)
+    : QObject(parent), m_services(RecordingServices::withFallbacks(std::move(services))),
+      m_clock(*m_services.clock), m_defaults(*m_services.defaults),
+      m_validator(m_services.availableDiskSpace), m_trace(m_clock, *m_services.startupLogDirectory),
+      m_preparation(*m_services.engines, m_defaults),
+      m_contentCache(*m_services.engines, m_clock, m_trace),
+      m_cursorVisibility(*m_services.cursorHider),
+      m_cursorOverlayController(m_services.engines->makeCursorOverlayController()),
+      m_camera(*m_services.engines,
+               [this](const std::optional<QString>& name) { return resolveCameraDevice(name); }) {
+    setupKeyboardShortcuts();
+    setupTerminationHandler();
+}
+
+RecordingCoordinator::~RecordingCoordinator() {
+    m_services.shortcuts->unregisterHandler(KeyboardShortcutHandler::ShortcutKey::stopRecording);
+}
+
+void RecordingCoordinator::setRecordingState(RecordingState state) {
+    m_recordingState = std::move(state);
+    emit recordingStateChanged();
+}
+
+void RecordingCoordinator::setRecordingDuration(double seconds) {
+    m_recordingDuration = seconds;
+    emit recordingDurationChanged();
+}
+
+void RecordingCoordinator::setIsPaused(bool paused) {
+    if (m_isPaused.exchange(paused) != paused)
+        emit isPausedChanged();
+}
+
+void RecordingCoordinator::setCountdownValue(int value) {
+    m_countdownValue = value;
+    emit countdownValueChanged();
+}
+
+void RecordingCoordinator::beginStartupTrace(const QString& source) {
+    m_trace.begin(source);
+}
+
+// MARK: preparation
+
+QCoro::Task<void> RecordingCoordinator::prepareRecording(RecordingMode mode,
+                                                         RecordingConfiguration configuration) {
+    QPointer<RecordingCoordinator> self(this);
+    markStartupPhase(QStringLiteral("prepareRecording.begin"));
+    if (!m_recordingState.is<RecordingState::Idle>()) {
+        cancelStartupTrace(QStringLiteral("prepare.invalidState"));
+        throw RecordingError::invalidConfiguration(
+            QStringLiteral("Cannot prepare while recording is active"));
+    }
+    // From here on a failure leaves `preparing`: only cancelPreparation leads back to idle.
+    setRecordingState(RecordingState::preparing());
+    m_configuration = configuration;
+
+    markStartupPhase(QStringLiteral("validateConfiguration.begin"));
+    validateConfiguration(configuration);
+    markStartupPhase(QStringLiteral("validateConfiguration.end"));
+
+    markStartupPhase(QStringLiteral("storageValidation.begin"));
+    checkDiskSpace(configuration.outputDirectory);
+    validateOutputDirectory(configuration.outputDirectory);
+    markStartupPhase(QStringLiteral("storageValidation.end"));
+
+    if (mode.hasVideo()) {
+        markStartupPhase(QStringLiteral("shareableContent.resolve.begin"));
+        co_await loadShareableContent(false, true);
+        if (!self)
+            co_return;
+        markStartupPhase(QStringLiteral("shareableContent.resolve.end"));
+    }
+
+    // A successful content load has proven the screen permission already.
+    markStartupPhase(QStringLiteral("checkPermissions.begin"));
+    // Calls whose arguments need destroying are made before the co_await: g++ 12 destroys such
+    // temporaries of an awaited expression twice.
+    QCoro::Task<void> permissions = checkPermissions(mode, configuration, mode.hasVideo());
+    co_await permissions;
+    if (!self)
+        co_return;
+    markStartupPhase(QStringLiteral("checkPermissions.end"));
+
+    markStartupPhase(QStringLiteral("prepareEngines.begin"));
+    QCoro::Task<RecordingPreparation::Result> preparation =
+        m_preparation.prepareEngines(mode, configuration, m_contentCache.cachedShareableContent(),
+                                     m_camera.engine(), m_camera.deviceName());
+    RecordingPreparation::Result result = co_await preparation;
+    if (!self)
+        co_return;
+    markStartupPhase(QStringLiteral("prepareEngines.end"));
+    for (const RecordingPreparationTiming& timing : result.preparationTimings)
+        markStartupPhase(QString::fromStdString(fmt::format("prepare.{} {:.1f}ms total {:.1f}ms",
+                                                            timing.name.toStdString(),
+                                                            timing.deltaMs, timing.totalMs)));
+    if (result.shareableContent)
+        m_contentCache.store(*result.shareableContent);
+    adoptPreparedEngines(std::move(result));
+
+    markStartupPhase(QStringLiteral("configureHandlers.begin"));
+    configureHandlers(mode, configuration);
+    setRecordingState(RecordingState::ready());
+    markStartupPhase(QStringLiteral("prepareRecording.ready"));
+}
+
+void RecordingCoordinator::adoptPreparedEngines(RecordingPreparation::Result result) {
+    // Engines go first: the old ones may still point at the old writers.
+    m_screenEngine = std::move(result.screenEngine);
+    m_audioEngine = std::move(result.audioEngine);
+    if (!result.usesPrewarmedCamera)
+        m_camera.replace(std::move(result.cameraEngine));
+    m_audioOnlyRecorder = std::move(result.audioOnlyRecorder);
+    m_mediaWriter = nullptr;
+    m_layerRecordingManager = std::move(result.layerRecordingManager);
+    m_ownedMediaWriter = std::move(result.mediaWriter);
+    m_mediaWriter = m_ownedMediaWriter        ? m_ownedMediaWriter.get()
+                    : m_layerRecordingManager ? m_layerRecordingManager->getScreenWriter()
+                                              : nullptr;
+    m_shouldUseWindowPump = result.shouldUseWindowPump;
+    m_pumpFrameRate = result.pumpFrameRate;
+}
+
+void RecordingCoordinator::configureHandlers(const RecordingMode& mode,
+                                             const RecordingConfiguration& configuration) {
+    if (mode.isAudioOnly()) {
+        if (m_audioEngine && m_audioOnlyRecorder)
+            RecordingEngineSetup::installAudioOnlyHandlers(*m_audioEngine, *m_audioOnlyRecorder);
+        return;
+    }
+    m_zoomRenderer.reset();
+    if (configuration.studioConfig && configuration.studioConfig->enableClickToZoom)
+        m_zoomRenderer = RecordingEngineSetup::makeZoomRenderer(
+            *m_services.engines,
+            m_screenEngine ? m_screenEngine->captureRectInScreenSpace() : std::nullopt);
+    // The frame, system audio and stream error handlers join here with the frame path.
+    m_metadataRecorder = RecordingEngineSetup::makeMetadataRecorder(
+        *m_services.engines, configuration,
+        m_screenEngine ? m_screenEngine->configuration() : std::nullopt);
+}
+
+QCoro::Task<SCShareableContent>
+RecordingCoordinator::loadShareableContent(bool force, bool promptForPermission) {
+    return m_contentCache.loadShareableContent(force, promptForPermission);
+}
+
+QCoro::Task<std::optional<SCDisplay>> RecordingCoordinator::resolvePrimaryDisplay() {
+    // The platform lists the primary display first.
+    const SCShareableContent content = co_await loadShareableContent(false, true);
+    if (content.displays.empty())
+        co_return std::nullopt;
+    co_return content.displays.front();
+}
+
+QCoro::Task<void> RecordingCoordinator::checkPermissions(RecordingMode mode,
+                                                         RecordingConfiguration configuration,
+                                                         bool screenPermissionAlreadyResolved) {
+    if (mode.hasVideo() && !screenPermissionAlreadyResolved)
+        co_await ScreenRecordingPermission::ensureAuthorized(true);
+    // The camera is asked for by its own engine when it opens.
+    if (configuration.recordMicrophone && !m_services.engines->requestMicrophoneAccess())
+        throw RecordingError::permissionDenied(PermissionType::microphone);
+}
+
+std::optional<AVCaptureDevice>
+RecordingCoordinator::resolveCameraDevice(const std::optional<QString>& name) const {
+    return m_preparation.resolveCameraDevice(name);
+}
+
+void RecordingCoordinator::stopPrewarmedCamera() {
+    // A running recording owns the camera now.
+    if (!m_recordingState.isActive())
+        m_camera.stop();
+}
+
+void RecordingCoordinator::cancelPreparation() {
+    if (!m_recordingState.is<RecordingState::Ready>() &&
+        !m_recordingState.is<RecordingState::Preparing>())
+        return;
+    releaseLayerRecording();
+    m_metadataRecorder.reset();
+    resetSmartClickZoomState();
+    m_configuration.reset();
+    setRecordingState(RecordingState::idle());
+}
+
+void RecordingCoordinator::releaseLayerRecording() {
+    if (!m_layerRecordingManager)
+        return;
+    m_layerRecordingManager->cancel();
+    // The layer writers die with their manager; nothing may keep pointing at them.
+    if (!m_ownedMediaWriter)
+        m_mediaWriter = nullptr;
+    m_layerRecordingManager.reset();
+}
+
+// MARK: start
+
+QCoro::Task<void> RecordingCoordinator::startRecording() {
+    QPointer<RecordingCoordinator> self(this);
+    markStartupPhase(QStringLiteral("startRecording.begin"));
+    if (!m_recordingState.is<RecordingState::Ready>()) {
+        cancelStartupTrace(QStringLiteral("start.invalidState"));
+        throw RecordingError::invalidConfiguration(QStringLiteral("Recording not prepared"));
+    }
+    if (!m_configuration) {
+        cancelStartupTrace(QStringLiteral("start.missingConfiguration"));
+        throw RecordingError::invalidConfiguration(QStringLiteral("No configuration set"));
+    }
+    const RecordingConfiguration configuration = *m_configuration;
+
+    if (configuration.countdown > 0) {
+        markStartupPhase(QStringLiteral("countdown.begin"));
+        co_await performCountdown(configuration.countdown);
+        if (!self)
+            co_return;
+        markStartupPhase(QStringLiteral("countdown.end"));
+    }
+
+    const QDateTime now = m_clock.now();
+    m_timekeeper.begin(now);
+    setRecordingDuration(0.0);
+    setIsPaused(false);
+    m_isStoppingRecording = false;
+    m_isStreamRecoveryInProgress = false;
+    m_awaitingStreamRestartFirstFrame = false;
+    m_streamRecoveryAttempts = 0;
+    m_lastVideoDuration = MediaTime::zero();
+
+    hideCursorIfEnabled();
+    setRecordingState(RecordingState::recording(now));
+    resetSmartClickZoomState();
+
+    m_services.statusBar->showRecordingControls(*this);
+    m_services.panel->show(*this);
+    markStartupPhase(QStringLiteral("recordingPanel.show"));
+    // Let the panel draw before capture takes the machine's attention.
+    co_await m_clock.sleep(0.0);
+    if (!self)
+        co_return;
+
+    logLine("🔍 Checking MetadataRecorder...");
+    if (m_metadataRecorder && m_timekeeper.startTime()) {
+        markStartupPhase(QStringLiteral("metadataRecorder.start.begin"));
+        m_metadataRecorder->startRecording(*m_timekeeper.startTime());
+        m_metadataRecorder->setTimeProvider([self]() -> std::optional<double> {
+            if (!self)
+                return std::nullopt;
+            if (auto timeline = self->currentVideoTimelineTimestamp())
+                return timeline;
+            return self->currentRecordingTimestamp();
+        });
+        markStartupPhase(QStringLiteral("metadataRecorder.start.end"));
+        const auto& studio = configuration.studioConfig;
+        m_cursorOverlayController->setClickThreshold(studio ? studio->clickThreshold : 0.5);
+    } else {
+        logLine("⚠️ MetadataRecorder is nil - cannot start recording metadata");
+    }
+
+    startCursorMonitoring(configuration);
+    m_services.shortcuts->startMonitoring();
+
+    // A failing engine leaves the state at `recording` on purpose: Stop cleans up from there.
+    std::exception_ptr failure;
+    try {
+        if (m_camera.engine()) {
+            markStartupPhase(QStringLiteral("cameraCapture.start.begin"));
+            m_camera.engine()->startCapture();
+            markStartupPhase(QStringLiteral("cameraCapture.start.end"));
+        }
+        if (m_screenEngine) {
+            logLine("🎥 Starting screen capture...");
+            markStartupPhase(QStringLiteral("screenCapture.start.begin"));
+            co_await m_screenEngine->startCapture();
+            if (!self)
+                co_return;
+            markStartupPhase(QStringLiteral("screenCapture.start.end"));
+            logLine("✅ Screen capture started");
+        }
+        if (m_audioEngine) {
+            logLine("🎤 Starting audio capture...");
+            markStartupPhase(QStringLiteral("audioCapture.start.begin"));
+            m_audioEngine->startCapture();
+            markStartupPhase(QStringLiteral("audioCapture.start.end"));
+            logLine("✅ Audio capture started");
+        }
+        if (m_audioOnlyRecorder) {
+            m_audioOnlyRecorder->startRecording();
+            // Video recordings finish the trace at their first frame instead.
+            finishStartupTrace(QStringLiteral("audioOnlyRecordingStarted"));
+        }
+    } catch (...) {
+        failure = std::current_exception();
+    }
+    if (failure) {
+        logLine("❌ Failed to start capture engines: {}", describeError(failure));
+        cancelStartupTrace(QStringLiteral("captureStartFailed"));
+        std::rethrow_exception(failure);
+    }
+
+    startDurationTimer();
+    if (configuration.autoStopMinutes > 0) {
+        logLine("⏱️ Auto-stop timer configured: {} minute(s)", configuration.autoStopMinutes);
+        startAutoStopTimer(configuration.autoStopMinutes);
+    } else {
+        logLine("⏱️ No auto-stop timer configured (unlimited recording)");
+    }
+    if (configuration.preventSleep)
+        m_services.sleepPreventer->preventSleep(QStringLiteral("Screen recording in progress"));
+}
+
+void RecordingCoordinator::startCursorMonitoring(const RecordingConfiguration& configuration) {
+    const bool clickToZoom =
+        configuration.studioConfig && configuration.studioConfig->enableClickToZoom;
+    if (!configuration.highlightCursor && !clickToZoom) {
+        logLine("⚠️ Cursor monitoring NOT started - no features require it");
+        return;
+    }
+    if (configuration.highlightCursor) {
+        if (const auto custom = CustomCursorSettings::fromDefaults(m_defaults))
+            m_cursorOverlayController->configureCustomCursor(
+                custom->style, custom->size, true, custom->scaleAnimation, custom->rippleEffect,
+                custom->rippleColor);
+        m_cursorOverlayController->setHighlightEnabled(true);
+    }
+    logLine("✅ Starting cursor overlay monitoring...");
+    m_cursorOverlayController->startMonitoring();
+}
+
+// MARK: pause and resume
+
+void RecordingCoordinator::pauseRecording() {
+    const auto* recording = m_recordingState.as<RecordingState::Recording>();
+    if (!recording)
+        throw RecordingError::invalidConfiguration(
+            QStringLiteral("Cannot pause when not recording"));
+    const QDateTime now = m_clock.now();
+    const double elapsed = m_timekeeper.pause(recording->startTime, now);
+    setRecordingState(RecordingState::paused(now, elapsed));
+    setIsPaused(true);
+    // Capture keeps running; frames are dropped until resume and the writers hear of the gap
+    // only then.
+    if (m_camera.engine())
+        m_camera.engine()->setRecordingPaused(true);
+    m_services.statusBar->updatePauseState(true);
+    m_services.panel->setPaused(true);
+    m_clock.invalidate(timerID(TimerManager::TimerID::recordingDuration));
+}
+
+void RecordingCoordinator::resumeRecording() {
+    const auto* paused = m_recordingState.as<RecordingState::Paused>();
+    if (!paused)
+        throw RecordingError::invalidConfiguration(QStringLiteral("Cannot resume when not paused"));
+    const RecordingTimekeeper::Resumption resumption =
+        m_timekeeper.resume(paused->pauseTime, paused->elapsed, m_clock.now());
+    // The writers subtract their offset from every later sample, so the file has no gap.
+    const MediaTime offset = MediaTime::fromSeconds(resumption.pauseDuration, 600);
+    if (MediaWriter* writer = m_mediaWriter.load())
+        writer->addTimeOffset(offset);
+    if (m_camera.engine())
+        m_camera.engine()->addTimeOffset(offset);
+    setRecordingState(RecordingState::recording(resumption.stateStartTime));
+    setIsPaused(false);
+    if (m_camera.engine())
+        m_camera.engine()->setRecordingPaused(false);
+    m_services.statusBar->updatePauseState(false);
+    m_services.panel->setPaused(false);
+    startDurationTimer();
+}
+
+// MARK: stop
+
+void RecordingCoordinator::invalidateRecordingTimers() {
+    for (const char* id :
+         {TimerManager::TimerID::recordingDuration, TimerManager::TimerID::recordingAutoStop,
+          TimerManager::TimerID::cursorSampling, TimerManager::TimerID::recordingCountdown})
+        m_clock.invalidate(timerID(id));
+}
+
+void RecordingCoordinator::resetFramePathState() {
+    m_lastFrameChecksum = 0;
+    m_skippedFrameCount = 0;
+    m_pumpFramesEmitted = 0;
+}
+
+QCoro::Task<void> RecordingCoordinator::stopMonitoringAndCapture() {
+    QPointer<RecordingCoordinator> self(this);
+    m_cursorOverlayController->stopMonitoring();
+    m_cursorOverlayController->setHighlightEnabled(false);
+    m_cursorOverlayController->setMagnifierEnabled(false);
+    showCursor();
+    if (m_screenEngine) {
+        try {
+            co_await m_screenEngine->stopCapture();
+        } catch (const std::exception&) {
+            // A stream that fails to stop has stopped delivering all the same.
+        }
+        if (!self)
+            co_return;
+    }
+    if (m_audioEngine)
+        m_audioEngine->stopCapture();
+    if (m_camera.engine())
+        m_camera.engine()->stopCapture();
+}
+
+QCoro::Task<void> RecordingCoordinator::stopRecording() {
+    QPointer<RecordingCoordinator> self(this);
+    if (!m_recordingState.canStop())
+        throw RecordingError::invalidConfiguration(
+            QStringLiteral("Cannot stop recording in current state"));
+    resetSmartClickZoomState();
+    // From here engines' errors are expected and ignored.
+    m_isStoppingRecording = true;
+    setRecordingState(RecordingState::finalizing());
+    invalidateRecordingTimers();
+    resetFramePathState();
+
+    co_await stopMonitoringAndCapture();
+    if (!self)
+        co_return;
+
+    QCoro::Task<QString> finishing = RecordingOutputFinisher::finishOutputs(
+        {m_audioOnlyRecorder.get(), m_layerRecordingManager.get(), m_mediaWriter.load(),
+         m_screenEngine.get()},
+        m_configuration, m_recordingDuration, generateOutputURL(),
+        [self] { return !self.isNull(); });
+    const QString resultURL = co_await finishing;
+    if (!self)
+        co_return;
+    const std::optional<RecordingPackage> package =
+        m_layerRecordingManager ? m_layerRecordingManager->recordingPackage() : std::nullopt;
+    if (m_metadataRecorder)
+        RecordingOutputFinisher::saveMetadata(
+            *m_metadataRecorder, m_recordingDuration,
+            RecordingOutputFinisher::metadataURL(resultURL, package));
+
+    const std::optional<RecordingConfiguration> configuration = m_configuration;
+    if (configuration && configuration->preventSleep)
+        m_services.sleepPreventer->allowSleep();
+    m_services.statusBar->hideRecordingControls();
+    m_services.panel->hide();
+    setRecordingState(RecordingState::completed(resultURL));
+
+    const bool hasStudioFeatures = m_layerRecordingManager || m_metadataRecorder;
+    logLine("🎬 Studio features check: hasStudioFeatures={}, layerManager={}, metadata={}",
+            boolText(hasStudioFeatures), boolText(bool(m_layerRecordingManager)),
+            boolText(bool(m_metadataRecorder)));
+    const bool wasAudioOnly = configuration && configuration->mode.isAudioOnly();
+    const bool trimAfterRecord = m_defaults.trimAfterRecord();
+    const bool shouldOpenTrimmer = trimAfterRecord && !wasAudioOnly;
+    logLine("🔍 Trimmer settings: trimAfterRecord={}, wasAudioOnly={}, shouldOpenTrimmer={}",
+            boolText(trimAfterRecord), boolText(wasAudioOnly), boolText(shouldOpenTrimmer));
+
+    // The engines stay until the next preparation replaces them.
+    resetTiming();
+    m_configuration.reset();
+    returnToIdleShortly();
+    QMetaObject::invokeMethod(
+        this,
+        [this, resultURL, wasAudioOnly, hasStudioFeatures, shouldOpenTrimmer] {
+            const std::optional<RecordingPackage> package =
+                m_layerRecordingManager ? m_layerRecordingManager->recordingPackage()
+                                        : std::nullopt;
+            RecordingOutputFinisher::openResult(*m_services.resultOpener, resultURL, package,
+                                                wasAudioOnly, hasStudioFeatures, shouldOpenTrimmer);
+        },
+        Qt::QueuedConnection);
+}
+
+void RecordingCoordinator::returnToIdleShortly() {
+    // `completed` is visible for a moment so that views can show the result.
+    [](QPointer<RecordingCoordinator> self, RecordingClock& clock) -> QCoro::Task<void> {
+        try {
+            co_await clock.sleep(0.1);
+        } catch (...) {
+        }
+        if (self)
+            self->setRecordingState(RecordingState::idle());
+    }(QPointer<RecordingCoordinator>(this), m_clock);
+}
+
+void RecordingCoordinator::resetTiming() {
+    m_timekeeper.reset();
+    setRecordingDuration(0.0);
+    setIsPaused(false);
+}
+
+void RecordingCoordinator::resetSmartClickZoomState() {
+    m_smartCursorSamples.clear();
+    m_lastAcceptedSmartZoomTime.reset();
+    m_lastAcceptedSmartZoomPositionTL.reset();
+}
+
+QCoro::Task<void> RecordingCoordinator::cleanupAfterError() {
+    QPointer<RecordingCoordinator> self(this);
+    invalidateRecordingTimers();
+    m_isStreamRecoveryInProgress = false;
+    m_awaitingStreamRestartFirstFrame = false;
+    m_timekeeper.setStreamInterruptStartTime(std::nullopt);
+    m_streamRecoveryAttempts = 0;
+    m_lastFrameChecksum = 0;
+    m_services.statusBar->hideRecordingControls();
+    m_services.panel->hide();
+    co_await stopMonitoringAndCapture();
+    if (!self)
+        co_return;
+    if (m_layerRecordingManager)
+        releaseLayerRecording();
+    else if (MediaWriter* writer = m_mediaWriter.load())
+        writer->cancel();
+    m_metadataRecorder.reset();
+    resetSmartClickZoomState();
+    if (m_configuration && m_configuration->preventSleep)
+        m_services.sleepPreventer->allowSleep();
+    resetTiming();
+    m_configuration.reset();
+}
+
+// MARK: timing
+
+std::optional<double> RecordingCoordinator::currentRecordingTimestamp() const {
+    return m_timekeeper.currentRecordingTimestamp(m_recordingState, m_clock.now());
+}
+
+std::optional<double> RecordingCoordinator::currentVideoTimelineTimestamp() const {
+    MediaWriter* writer = m_mediaWriter.load();
+    if (!writer)
+        return std::nullopt;
+    const std::optional<MediaTime> sessionStart = writer->sessionStartTimeValue();
+    if (!sessionStart)
+        return std::nullopt;
+    if (m_lastCapturedVideoPTS)
+        return std::max(m_lastCapturedVideoPTS->seconds() - writer->currentTimeOffset().seconds() -
+                            sessionStart->seconds(),
+                        0.0);
+    if (const std::optional<MediaTime> last = writer->lastPresentationTime())
+        return std::max(last->seconds() - sessionStart->seconds(), 0.0);
+    return std::nullopt;
+}
+
+QString RecordingCoordinator::formattedDuration() const {
+    return ::formattedDuration(m_recordingDuration);
+}
+
+QString RecordingCoordinator::generateOutputURL() const {
+    return RecordingPreparation::generateOutputURL(m_configuration ? &*m_configuration : nullptr,
+                                                   m_clock.now());
+}
+
+QCoro::Task<void> RecordingCoordinator::performCountdown(int seconds) {
+    setCountdownValue(seconds);
+    m_services.panel->updateStartingCountdown(seconds);
+    QPointer<RecordingCoordinator> self(this);
+    QCoro::Task<void> countdown = RecordingCountdown::run(m_clock, seconds, [self](int remaining) {
+        if (!self)
+            return false;
+        self->setCountdownValue(remaining);
+        self->m_services.panel->updateStartingCountdown(remaining);
+        return true;
+    });
+    co_await countdown;
+}
+
+void RecordingCoordinator::startDurationTimer() {
+    QPointer<RecordingCoordinator> self(this);
+    m_clock.schedule(timerID(TimerManager::TimerID::recordingDuration), 0.1, true, [self] {
+        if (self)
+            self->durationTick();
+    });
+}
+
+void RecordingCoordinator::durationTick() {
+    const auto* recording = m_recordingState.as<RecordingState::Recording>();
+    if (!recording || m_isPaused)
+        return;
+    setRecordingDuration(m_timekeeper.recordedSeconds(recording->startTime, m_clock.now()));
+    m_services.statusBar->updateDuration(formattedDuration());
+}
+
+void RecordingCoordinator::startAutoStopTimer(int minutes) {
+    const double seconds = minutes * 60.0;
+    logLine("⏱️ Starting auto-stop timer for {} minute(s) ({} seconds)", minutes,
+            formatDouble(seconds));
+    QPointer<RecordingCoordinator> self(this);
+    m_clock.schedule(timerID(TimerManager::TimerID::recordingAutoStop), seconds, false, [self] {
+        logLine("⏱️ Auto-stop timer fired! Stopping recording...");
+        [](QPointer<RecordingCoordinator> self) -> QCoro::Task<void> {
+            if (!self)
+                co_return;
+            std::exception_ptr failure;
+            try {
+                co_await self->stopRecording();
+            } catch (...) {
+                failure = std::current_exception();
+            }
+            if (failure && self)
+                self->setRecordingState(RecordingState::failed(
+                    RecordingError::unknown(QString::fromStdString(describeError(failure)))));
+        }(self);
+    });
+}
+
+// MARK: device recordings
+
+void RecordingCoordinator::setIOSDeviceEngine(std::unique_ptr<iOSDeviceCaptureEngine> engine) {
+    m_iOSDeviceEngine = std::move(engine);
+}
+
+void RecordingCoordinator::cleanUpDeviceEngine() {
+    if (m_iOSDeviceEngine)
+        m_iOSDeviceEngine->cleanup();
+    m_iOSDeviceEngine.reset();
+}
+
+void RecordingCoordinator::deviceRecordingDidFinish(const QString& fileURL) {
+    setRecordingState(RecordingState::completed(fileURL));
+    resetTiming();
+    cleanUpDeviceEngine();
+    ErrorReporter::shared().info(QStringLiteral("iOS device recording completed: ") +
+                                 QFileInfo(fileURL).fileName());
+    m_services.notifications->sendCompletionNotification(fileURL);
+}
+
+void RecordingCoordinator::deviceRecordingDidFail(const std::exception& error) {
+    const QString context = QStringLiteral("iOS device recording failed");
+    ErrorReporter::shared().report(error, context);
+    const auto* recordingError = dynamic_cast<const RecordingError*>(&error);
+    const RecordingError failure =
+        recordingError ? *recordingError
+                       : RecordingError::unknown(QString::fromStdString(error.what()));
+    setRecordingState(RecordingState::failed(failure));
+    cleanUpDeviceEngine();
+    ErrorReporter::shared().reportAndAlert(failure, context, QStringLiteral("Recording Failed"));
+}
+
+// MARK: wiring
+
+void RecordingCoordinator::setupKeyboardShortcuts() {
+    QPointer<RecordingCoordinator> self(this);
+    m_services.shortcuts->registerHandler(
+        KeyboardShortcutHandler::ShortcutKey::stopRecording, [self] {
+            [](QPointer<RecordingCoordinator> self) -> QCoro::Task<void> {
+                if (!self)
+                    co_return;
+                try {
+                    co_await self->stopRecording();
+                } catch (...) {
+                    // A shortcut pressed in the wrong state simply does nothing.
+                }
+            }(self);
+        });
+}
+
+void RecordingCoordinator::setupTerminationHandler() {
+    // The pointer must never stay hidden past the program.
+    if (auto* app = QCoreApplication::instance())
+        connect(app, &QCoreApplication::aboutToQuit, this, [this] { ensureCursorRestored(); });
+}

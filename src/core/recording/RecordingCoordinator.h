@@ -1,0 +1,220 @@
+#pragma once
+
+#include "core/model/RecordingConfiguration.h"
+#include "core/model/RecordingState.h"
+#include "core/recording/CameraPrewarmer.h"
+#include "core/recording/RecordingPreparation.h"
+#include "core/recording/RecordingServices.h"
+#include "core/recording/RecordingStartupTrace.h"
+#include "core/recording/RecordingTimekeeper.h"
+#include "core/recording/RecordingValidator.h"
+#include "core/recording/ShareableContentCache.h"
+#include "core/recording/SystemCursorVisibility.h"
+#include "core/time/MediaTime.h"
+
+#include <QDateTime>
+#include <QObject>
+
+#include <QCoro/QCoroTask>
+
+#include <atomic>
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <vector>
+
+class AudioCaptureEngine;
+class AudioOnlyRecorder;
+class CameraCaptureEngine;
+class CursorOverlayController;
+class iOSDeviceCaptureEngine;
+class LayerRecordingManager;
+class MediaWriter;
+class MetadataRecorder;
+class ScreenCaptureEngine;
+class ZoomRenderer;
+
+// Owns one recording at a time, from the click on Record to the file on disk: the state
+// machine, the order in which engines start and stop, the timers and the clean-up. One lives
+// as long as the application and is shared with every view.
+//
+// Thread: main. Frame and audio handlers run on engine threads and read only the atomics
+// marked below; a stale read costs one frame at worst. After every wait the coordinator checks
+// that it still exists before it goes on.
+class RecordingCoordinator final : public QObject {
+    Q_OBJECT
+    Q_PROPERTY(RecordingState recordingState READ recordingState NOTIFY recordingStateChanged)
+    Q_PROPERTY(double recordingDuration READ recordingDuration NOTIFY recordingDurationChanged)
+    Q_PROPERTY(bool isPaused READ isPaused NOTIFY isPausedChanged)
+    Q_PROPERTY(int countdownValue READ countdownValue NOTIFY countdownValueChanged)
+
+public:
+    explicit RecordingCoordinator(RecordingServices services, QObject* parent = nullptr);
+    ~RecordingCoordinator() override;
+
+    // The lifecycle. Each throws RecordingError and leaves the state its failure describes.
+    QCoro::Task<void> prepareRecording(RecordingMode mode, RecordingConfiguration configuration);
+    QCoro::Task<void> startRecording();
+    void pauseRecording();
+    void resumeRecording();
+    QCoro::Task<void> stopRecording();
+    void cancelPreparation();
+    // Releases everything after an unrecoverable failure; the caller sets the state. Never
+    // throws.
+    QCoro::Task<void> cleanupAfterError();
+
+    void beginStartupTrace(const QString& source = QStringLiteral("recordButtonClicked"));
+    void markStartupEvent(const QString& name) { m_trace.mark(name); }
+    void markStartupPhase(const QString& name) { m_trace.mark(name); }
+    void finishStartupTrace(const QString& finalPhase) { m_trace.finish(finalPhase); }
+    void cancelStartupTrace(const QString& reason) { m_trace.cancel(reason); }
+
+    void prewarmShareableContent() { m_contentCache.prewarmShareableContent(); }
+    QCoro::Task<SCShareableContent> loadShareableContent(bool force, bool promptForPermission);
+    QCoro::Task<std::optional<SCDisplay>> resolvePrimaryDisplay();
+    void prewarmCamera(const std::optional<QString>& deviceName) { m_camera.prewarm(deviceName); }
+    void stopPrewarmedCamera();
+    std::optional<AVCaptureDevice> resolveCameraDevice(const std::optional<QString>& name) const;
+
+    // Seconds of recording so far, pauses and stream outages excluded; absent when not active.
+    std::optional<double> currentRecordingTimestamp() const;
+    // Seconds on the written video's time line; what metadata events are stamped with.
+    std::optional<double> currentVideoTimelineTimestamp() const;
+    QString formattedDuration() const;
+
+    void hideCursorIfEnabled() { m_cursorVisibility.hideCursorIfEnabled(); }
+    void showCursor() { m_cursorVisibility.showCursor(); }
+    void ensureCursorRestored() { m_cursorVisibility.ensureCursorRestored(); }
+
+    void validateConfiguration(const RecordingConfiguration& configuration) const {
+        m_validator.validateConfiguration(configuration);
+    }
+    QCoro::Task<void> checkPermissions(RecordingMode mode, RecordingConfiguration configuration,
+                                       bool screenPermissionAlreadyResolved);
+    void checkDiskSpace(const QString& path) const { m_validator.checkDiskSpace(path); }
+    void validateOutputDirectory(const QString& path) const {
+        m_validator.validateOutputDirectory(path);
+    }
+    QCoro::Task<void> performCountdown(int seconds);
+    void startDurationTimer();
+    void startAutoStopTimer(int minutes);
+    QString generateOutputURL() const;
+
+    // Reports of the attached-device recorder, which records outside start and stop.
+    void setIOSDeviceEngine(std::unique_ptr<iOSDeviceCaptureEngine> engine);
+    void deviceRecordingDidFinish(const QString& fileURL);
+    void deviceRecordingDidFail(const std::exception& error);
+
+    const RecordingState& recordingState() const { return m_recordingState; }
+    double recordingDuration() const { return m_recordingDuration; }
+    bool isPaused() const { return m_isPaused.load(); }
+    int countdownValue() const { return m_countdownValue; }
+
+    const std::optional<RecordingConfiguration>& configuration() const { return m_configuration; }
+    const std::optional<QDateTime>& startTime() const { return m_timekeeper.startTime(); }
+    double elapsedBeforePause() const { return m_timekeeper.elapsedBeforePause(); }
+    double timeOffset() const { return m_timekeeper.timeOffset(); }
+    bool isStoppingRecording() const { return m_isStoppingRecording; }
+    bool isCursorHidden() const { return m_cursorVisibility.isCursorHidden(); }
+    bool shouldUseWindowPump() const { return m_shouldUseWindowPump; }
+    int pumpFrameRate() const { return m_pumpFrameRate; }
+    const std::optional<QString>& prewarmedCameraDeviceName() const {
+        return m_camera.deviceName();
+    }
+
+    ScreenCaptureEngine* screenEngine() const { return m_screenEngine.get(); }
+    AudioCaptureEngine* audioEngine() const { return m_audioEngine.get(); }
+    MediaWriter* mediaWriter() const { return m_mediaWriter.load(); }
+    CameraCaptureEngine* cameraEngine() const { return m_camera.engine(); }
+    LayerRecordingManager* layerRecordingManager() const { return m_layerRecordingManager.get(); }
+    AudioOnlyRecorder* audioOnlyRecorder() const { return m_audioOnlyRecorder.get(); }
+    MetadataRecorder* metadataRecorder() const { return m_metadataRecorder.get(); }
+    ZoomRenderer* zoomRenderer() const { return m_zoomRenderer.get(); }
+    CursorOverlayController& cursorOverlayController() { return *m_cursorOverlayController; }
+    SystemCursorVisibility& cursorVisibility() { return m_cursorVisibility; }
+    ShareableContentCache& shareableContentCache() { return m_contentCache; }
+    const RecordingStartupTrace& startupTrace() const { return m_trace; }
+
+signals:
+    void recordingStateChanged();
+    void recordingDurationChanged();
+    void isPausedChanged();
+    void countdownValueChanged();
+
+private:
+    void setRecordingState(RecordingState state);
+    void setRecordingDuration(double seconds);
+    void setIsPaused(bool paused);
+    void setCountdownValue(int value);
+
+    void adoptPreparedEngines(RecordingPreparation::Result result);
+    void configureHandlers(const RecordingMode& mode, const RecordingConfiguration& configuration);
+    void startCursorMonitoring(const RecordingConfiguration& configuration);
+    void invalidateRecordingTimers();
+    QCoro::Task<void> stopMonitoringAndCapture();
+    void resetFramePathState();
+    void resetTiming();
+    void resetSmartClickZoomState();
+    void releaseLayerRecording();
+    void returnToIdleShortly();
+    void setupKeyboardShortcuts();
+    void setupTerminationHandler();
+    void durationTick();
+    void cleanUpDeviceEngine();
+
+    RecordingServices m_services;
+    RecordingClock& m_clock;
+    const UserDefaults& m_defaults;
+
+    RecordingState m_recordingState;
+    double m_recordingDuration = 0.0;
+    std::atomic<bool> m_isPaused{false}; // read by frame handlers
+    int m_countdownValue = 0;
+    std::optional<RecordingConfiguration> m_configuration;
+    RecordingTimekeeper m_timekeeper;
+    bool m_isStoppingRecording = false;
+
+    // Stream recovery and the frame path keep their state here; both read it from engine
+    // threads, hence the atomics.
+    std::atomic<bool> m_isStreamRecoveryInProgress{false};
+    std::atomic<bool> m_awaitingStreamRestartFirstFrame{false};
+    int m_streamRecoveryAttempts = 0;
+    int m_maxStreamRecoveryAttempts = 3;
+    MediaTime m_lastVideoDuration = MediaTime::zero();
+    bool m_didHandleWriterFailure = false;
+    std::optional<MediaTime> m_lastCapturedVideoPTS;
+    bool m_shouldUseWindowPump = false;
+    int m_pumpFrameRate = 60;
+    MediaTime m_pumpStartPTS = MediaTime::zero();
+    int64_t m_pumpFramesEmitted = 0;
+    uint32_t m_lastFrameChecksum = 0;
+    int64_t m_skippedFrameCount = 0;
+
+    struct SmartCursorSample {
+        double timestamp = 0.0;
+        Point positionTL;
+    };
+    std::vector<SmartCursorSample> m_smartCursorSamples;
+    std::optional<double> m_lastAcceptedSmartZoomTime;
+    std::optional<Point> m_lastAcceptedSmartZoomPositionTL;
+
+    RecordingValidator m_validator;
+    RecordingStartupTrace m_trace;
+    RecordingPreparation m_preparation;
+    ShareableContentCache m_contentCache;
+    SystemCursorVisibility m_cursorVisibility;
+    std::unique_ptr<CursorOverlayController> m_cursorOverlayController;
+
+    // Declared so that destruction runs engines first (their handlers and the camera point at
+    // writers), then the writers' owners.
+    std::unique_ptr<LayerRecordingManager> m_layerRecordingManager; // owns the layer writers
+    std::unique_ptr<MediaWriter> m_ownedMediaWriter;                // a single-file writer
+    std::atomic<MediaWriter*> m_mediaWriter{nullptr}; // where screen frames go; read by handlers
+    std::unique_ptr<AudioOnlyRecorder> m_audioOnlyRecorder;
+    std::unique_ptr<MetadataRecorder> m_metadataRecorder;
+    std::unique_ptr<ZoomRenderer> m_zoomRenderer;
+    std::unique_ptr<iOSDeviceCaptureEngine> m_iOSDeviceEngine;
+    CameraPrewarmer m_camera;
+    std::unique_ptr<AudioCaptureEngine> m_audioEngine;
+    std::unique_ptr<ScreenCaptureEngine> m_screenEngine;
+};

@@ -1,0 +1,66 @@
+#include "core/recording/RecordingEngineSetup.h"
+
+#include "core/recording/engines/AudioCaptureEngine.h"
+#include "core/recording/engines/AudioOnlyRecorder.h"
+#include "core/recording/engines/MetadataRecorder.h"
+#include "core/recording/engines/RecordingEngineFactory.h"
+#include "core/recording/engines/ZoomRenderer.h"
+#include "core/support/Log.h"
+
+namespace {
+const char* boolText(bool value) {
+    return value ? "true" : "false";
+}
+} // namespace
+
+void RecordingEngineSetup::installAudioOnlyHandlers(AudioCaptureEngine& engine,
+                                                    AudioOnlyRecorder& recorder) {
+    AudioOnlyRecorder* target = &recorder;
+    engine.setSystemAudioHandler([target](const AudioBuffer& buffer) {
+        try {
+            target->appendSystemAudioBuffer(buffer);
+        } catch (...) {
+        }
+    });
+    engine.setMicrophoneAudioHandler([target](const AudioBuffer& buffer) {
+        try {
+            target->appendMicrophoneBuffer(buffer);
+        } catch (...) {
+        }
+    });
+}
+
+std::unique_ptr<ZoomRenderer>
+RecordingEngineSetup::makeZoomRenderer(RecordingEngineFactory& factory,
+                                       std::optional<Rect> captureRect) {
+    auto renderer = factory.makeZoomRenderer();
+    if (captureRect && *captureRect != Rect()) {
+        logLine("🔎 RecordingCoordinator: ZoomRenderer captureRect size={}x{} origin=({},{})",
+                formatDouble(captureRect->size.width), formatDouble(captureRect->size.height),
+                formatDouble(captureRect->origin.x), formatDouble(captureRect->origin.y));
+        renderer->setCaptureFrame(captureRect->size, captureRect->origin);
+    }
+    renderer->setClickZoom(true);
+    renderer->setFollowCursor(true);
+    renderer->setHUDEnabled(false);
+    renderer->setHUDIncludeInRecording(false);
+    renderer->setDebugEnabled(false);
+    return renderer;
+}
+
+std::unique_ptr<MetadataRecorder>
+RecordingEngineSetup::makeMetadataRecorder(RecordingEngineFactory& factory,
+                                           const RecordingConfiguration& configuration,
+                                           std::optional<SCStreamConfiguration> stream) {
+    const auto& studio = configuration.studioConfig;
+    logLine("🔍 Checking Studio configuration...");
+    logLine("   studioConfig: {}", studio ? "present" : "absent");
+    if (studio)
+        logLine("   Click-to-Zoom: {}, Separate Layers: {}, Alpha Channel: {}",
+                boolText(studio->enableClickToZoom), boolText(studio->enableSeparateLayers),
+                boolText(studio->enableAlphaChannel));
+    const Size size = stream ? Size{double(stream->width), double(stream->height)} : Size{};
+    auto recorder = factory.makeMetadataRecorder(size, configuration.frameRate);
+    logLine("✅ MetadataRecorder initialized for cursor position sampling");
+    return recorder;
+}

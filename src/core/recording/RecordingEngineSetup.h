@@ -1,0 +1,32 @@
+#pragma once
+
+#include "core/model/RecordingConfiguration.h"
+#include "core/recording/engines/ScreenCaptureEngine.h"
+
+#include <memory>
+#include <optional>
+
+class AudioCaptureEngine;
+class AudioOnlyRecorder;
+class MetadataRecorder;
+class RecordingEngineFactory;
+class ZoomRenderer;
+
+// What the coordinator builds around prepared engines before a recording is ready: the
+// audio-only routing, the live zoom and the metadata recorder. Thread: main.
+class RecordingEngineSetup {
+public:
+    // System audio and microphone go straight to the recorder; a buffer it refuses is dropped,
+    // because audio threads must never see an exception.
+    static void installAudioOnlyHandlers(AudioCaptureEngine& engine, AudioOnlyRecorder& recorder);
+
+    // A live zoom renderer for click-to-zoom, fitted to the captured rectangle when known.
+    static std::unique_ptr<ZoomRenderer> makeZoomRenderer(RecordingEngineFactory& factory,
+                                                          std::optional<Rect> captureRect);
+
+    // Every video recording collects metadata, at the stream's size (0 x 0 without a stream).
+    static std::unique_ptr<MetadataRecorder>
+    makeMetadataRecorder(RecordingEngineFactory& factory,
+                         const RecordingConfiguration& configuration,
+                         std::optional<SCStreamConfiguration> stream);
+};

@@ -1,0 +1,127 @@
+#include "core/recording/RecordingOutputFinisher.h"
+
+#include "core/model/RecordingError.h"
+#include "core/recording/Continuation.h"
+#include "core/recording/ErrorDescription.h"
+#include "core/recording/engines/AudioOnlyRecorder.h"
+#include "core/recording/engines/LayerRecordingManager.h"
+#include "core/recording/engines/MediaWriter.h"
+#include "core/recording/engines/MetadataRecorder.h"
+#include "core/recording/engines/RecordingResultOpener.h"
+#include "core/recording/engines/ScreenCaptureEngine.h"
+#include "core/support/Log.h"
+
+#include <QDir>
+#include <QFileInfo>
+
+namespace {
+const char* boolText(bool value) {
+    return value ? "true" : "false";
+}
+
+QCoro::Task<QString> finishAudioPackage(AudioOnlyRecorder& recorder) {
+    Continuation finished;
+    auto url = std::make_shared<QString>();
+    recorder.finishRecording([finished, url](QString result, std::exception_ptr error) mutable {
+        *url = std::move(result);
+        if (error)
+            finished.fail(std::move(error));
+        else
+            finished.resume();
+    });
+    co_await finished;
+    co_return QString(*url);
+}
+} // namespace
+
+QCoro::Task<QString> RecordingOutputFinisher::finishOutputs(
+    Outputs outputs, std::optional<RecordingConfiguration> configuration, double duration,
+    QString unwrittenURL, std::function<bool()> isAlive) {
+    if (outputs.audioOnlyRecorder)
+        co_return co_await finishAudioPackage(*outputs.audioOnlyRecorder);
+
+    if (outputs.layerRecordingManager) {
+        const std::optional<SCStreamConfiguration> stream =
+            outputs.screenEngine ? outputs.screenEngine->configuration() : std::nullopt;
+        if (!stream)
+            throw RecordingError::invalidConfiguration(
+                QStringLiteral("Screen capture not configured"));
+        const auto studio = configuration ? configuration->studioConfig : std::nullopt;
+        PackageConfiguration package;
+        package.hasAlphaChannel = studio && studio->enableAlphaChannel;
+        package.hasSeparateLayers = true;
+        package.resolution = Size{double(stream->width), double(stream->height)};
+        package.frameRate = configuration ? configuration->frameRate : 30;
+        package.duration = duration;
+        if (const auto rect = outputs.screenEngine->captureRectInScreenSpace())
+            package.contentOrigin = rect->origin;
+
+        std::string layerError;
+        try {
+            const RecordingPackage saved =
+                co_await outputs.layerRecordingManager->finalizeLayers(package);
+            logLine("📦 Layer recording package saved to: {}", saved.packageURL.toStdString());
+            co_return saved.packageURL;
+        } catch (const std::exception& error) {
+            layerError = describeError(error);
+        }
+        if (!isAlive())
+            co_return QString();
+        logLine("❌ Failed to finalize layer recording: {}", layerError);
+        // The screen file alone is better than losing the recording.
+        if (!outputs.mediaWriter)
+            throw RecordingError::fileWriteError(QString::fromStdString(layerError));
+        const QString url = co_await outputs.mediaWriter->finishWriting();
+        logLine("⚠️ Saved screen video only due to layer recording error");
+        co_return url;
+    }
+
+    if (outputs.mediaWriter)
+        co_return co_await outputs.mediaWriter->finishWriting();
+    co_return unwrittenURL;
+}
+
+QString RecordingOutputFinisher::metadataURL(const QString& resultURL,
+                                             const std::optional<RecordingPackage>& package) {
+    if (package)
+        return package->metadataURL;
+    // Hidden, so the file viewer shows the video alone; the editor knows where to look.
+    const QFileInfo result(resultURL);
+    return result.dir().filePath(QStringLiteral(".") + result.completeBaseName() +
+                                 QStringLiteral(".metadata.json"));
+}
+
+void RecordingOutputFinisher::saveMetadata(MetadataRecorder& recorder, double duration,
+                                           const QString& url) {
+    const MetadataCounts counts = recorder.currentCounts();
+    logLine("📊 Metadata before stop:");
+    logLine("   Cursor positions: {}", counts.cursorPositions);
+    logLine("   Cursor clicks: {}", counts.cursorClicks);
+    logLine("   Zoom events: {}", counts.zoomEvents);
+    recorder.stopRecording(duration);
+    try {
+        recorder.saveMetadata(url);
+        logLine("✅ Metadata saved successfully");
+    } catch (const std::exception& error) {
+        logLine("⚠️ Failed to save metadata: {}", describeError(error));
+    }
+}
+
+void RecordingOutputFinisher::openResult(RecordingResultOpener& opener, const QString& url,
+                                         const std::optional<RecordingPackage>& package,
+                                         bool wasAudioOnly, bool hasStudioFeatures,
+                                         bool shouldOpenTrimmer) {
+    logLine("✅ Recording saved to: {}", url.toStdString());
+    logLine("🎬 Opening UI: hasStudioFeatures={}, shouldOpenTrimmer={}", boolText(hasStudioFeatures),
+            boolText(shouldOpenTrimmer));
+    if (wasAudioOnly) {
+        logLine("▶️ Opening in default app (audio-only)");
+        opener.openURL(url);
+        opener.activateFileViewerSelecting(url);
+        return;
+    }
+    // Only audio-only decides: "trimAfterRecord" is the preview's setting, not this one's.
+    const QString video = package ? package->screenVideoURL : url;
+    logLine("✂️ Opening video trimmer for: {}", QFileInfo(video).fileName().toStdString());
+    opener.openTrimmer(video);
+}

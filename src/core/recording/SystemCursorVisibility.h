@@ -1,0 +1,26 @@
+#pragma once
+
+class CursorHider;
+
+// Hides the system pointer while a drawn cursor replaces it, and makes sure it comes back:
+// on stop, on error, on quit and when this object goes away. Thread: main.
+class SystemCursorVisibility {
+public:
+    explicit SystemCursorVisibility(CursorHider& hider) : m_hider(hider) {}
+    ~SystemCursorVisibility() { ensureCursorRestored(); }
+    SystemCursorVisibility(const SystemCursorVisibility&) = delete;
+    SystemCursorVisibility& operator=(const SystemCursorVisibility&) = delete;
+
+    // The two cursor overlay settings that decide whether the pointer is hidden.
+    bool overlayEnabled = true;
+    bool hideSystemCursor = false;
+
+    void hideCursorIfEnabled();
+    void showCursor();
+    void ensureCursorRestored() { showCursor(); }
+    bool isCursorHidden() const { return m_isCursorHidden; }
+
+private:
+    CursorHider& m_hider;
+    bool m_isCursorHidden = false;
+};

@@ -1,0 +1,30 @@
+#pragma once
+
+#include "core/model/CaptureSources.h"
+
+#include <functional>
+#include <optional>
+
+class AudioBuffer;
+
+// System audio (audio-only recordings) and the microphone.
+// Thread: set up on a worker thread, started and stopped on the main thread; the handlers are
+// called on the audio thread and must not block.
+class AudioCaptureEngine {
+public:
+    using BufferHandler = std::function<void(const AudioBuffer& buffer)>;
+
+    virtual ~AudioCaptureEngine() = default;
+
+    virtual void setupSystemAudioCapture() = 0;
+    // Returns false when the device could not be opened; the recording goes on without it.
+    virtual bool setupMicrophoneCapture(const std::optional<AVCaptureDevice>& device,
+                                        bool enableAEC) = 0;
+
+    virtual void setSystemAudioHandler(BufferHandler handler) = 0;
+    virtual void setMicrophoneAudioHandler(BufferHandler handler) = 0;
+
+    // Throws RecordingError.
+    virtual void startCapture() = 0;
+    virtual void stopCapture() = 0;
+};

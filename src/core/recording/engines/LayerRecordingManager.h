@@ -1,0 +1,33 @@
+#pragma once
+
+#include "core/recording/engines/RecordingPackage.h"
+#include "core/recording/engines/WriterConfiguration.h"
+
+#include <QCoro/QCoroTask>
+
+#include <optional>
+
+class MediaWriter;
+
+// Records screen and camera into files of their own inside a package folder. Owns both writers.
+// Thread: set up on a worker thread; finalized and cancelled on the main thread.
+class LayerRecordingManager {
+public:
+    virtual ~LayerRecordingManager() = default;
+
+    // Creates the package folder under `baseFolder`. Throws.
+    virtual RecordingPackage createRecordingPackage(const QString& baseFolder) = 0;
+    virtual std::optional<QString> fileURL(RecordingLayer layer) const = 0;
+    // Opens the writers. Throws.
+    virtual void startLayerRecording(const WriterConfiguration& screenConfig,
+                                     const std::optional<WriterConfiguration>& cameraConfig,
+                                     const WriterConfiguration::AudioSettings& audioConfig) = 0;
+    // Owned by the manager; null before startLayerRecording.
+    virtual MediaWriter* getScreenWriter() = 0;
+    virtual MediaWriter* getCameraWriter() = 0;
+
+    // Finishes the writers and writes the manifest. Throws.
+    virtual QCoro::Task<RecordingPackage> finalizeLayers(PackageConfiguration configuration) = 0;
+    virtual std::optional<RecordingPackage> recordingPackage() const = 0;
+    virtual void cancel() = 0;
+};

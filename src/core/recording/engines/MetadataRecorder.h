@@ -1,0 +1,34 @@
+#pragma once
+
+#include "core/geometry/Rect.h"
+
+#include <QDateTime>
+#include <QString>
+
+#include <functional>
+#include <optional>
+
+// How much a metadata document holds; what the coordinator reports before saving.
+struct MetadataCounts {
+    int cursorPositions = 0;
+    int cursorClicks = 0;
+    int zoomEvents = 0;
+    bool operator==(const MetadataCounts&) const = default;
+};
+
+// Collects cursor positions, clicks and zoom events of one recording and saves them beside it.
+// Thread: main.
+class MetadataRecorder {
+public:
+    // Seconds on the video's time line, absent before the first frame.
+    using TimeProvider = std::function<std::optional<double>()>;
+
+    virtual ~MetadataRecorder() = default;
+
+    virtual void startRecording(const QDateTime& at) = 0;
+    virtual void setTimeProvider(TimeProvider provider) = 0;
+    virtual void recordCursorPosition(Point atTopLeft) = 0;
+    virtual MetadataCounts currentCounts() const = 0;
+    virtual void stopRecording(double duration) = 0;
+    virtual void saveMetadata(const QString& url) = 0; // throws
+};

@@ -1,0 +1,68 @@
+#pragma once
+
+#include "core/geometry/Rect.h"
+#include "core/model/RecordingConfiguration.h"
+#include "core/model/SCShareableContent.h"
+
+#include <QString>
+
+#include <QCoro/QCoroTask>
+
+#include <functional>
+#include <memory>
+#include <optional>
+
+class VideoFrame;      // the media layer's frame; the coordinator passes it on unopened
+class AudioBuffer;     // the media layer's audio buffer
+class SCContentFilter; // what the platform engine captures; made and read by the engine only
+
+// The size of the stream the engine was configured for, in pixels.
+struct SCStreamConfiguration {
+    int width = 0;
+    int height = 0;
+    bool operator==(const SCStreamConfiguration&) const = default;
+};
+
+// Why a running stream stopped, as the capture service reports it.
+struct StreamError {
+    QString domain;
+    int code = 0;
+    QString description;
+    QString userInfo; // empty when the service gave no details
+    bool operator==(const StreamError&) const = default;
+};
+
+// Captures the chosen displays, area, windows or applications with their system audio.
+// Thread: created and prepared on a worker thread; started, stopped and read on the main
+// thread. Handlers are called on the engine's capture thread and must not block.
+class ScreenCaptureEngine {
+public:
+    using FrameHandler = std::function<void(const VideoFrame& frame)>;
+    using AudioHandler = std::function<void(const AudioBuffer& buffer)>;
+    using ErrorHandler = std::function<void(const StreamError& error)>;
+
+    virtual ~ScreenCaptureEngine() = default;
+
+    // Preparation, in this order: content, filter, stream.
+    virtual void setAvailableContent(const SCShareableContent& content) = 0;
+    // Fetches the desktop's content itself; blocks, so only off the main thread. Throws.
+    virtual void updateAvailableContent() = 0;
+    // Throws RecordingError when the mode's source is gone.
+    virtual std::shared_ptr<SCContentFilter> createFilter(const RecordingMode& mode,
+                                                          const RecordingConfiguration& config) = 0;
+    virtual void configureStream(std::shared_ptr<SCContentFilter> filter, const RecordingMode& mode,
+                                 ResolutionMode resolution, int frameRate, bool showCursor,
+                                 BackgroundType backgroundColor, bool recordAudio) = 0;
+
+    virtual void setFrameHandler(FrameHandler handler) = 0;
+    virtual void setAudioHandler(AudioHandler handler) = 0;
+    virtual void setErrorHandler(ErrorHandler handler) = 0;
+
+    // Absent until the stream is configured.
+    virtual std::optional<SCStreamConfiguration> configuration() const = 0;
+    // Global points, origin bottom left; absent when the engine cannot tell.
+    virtual std::optional<Rect> captureRectInScreenSpace() const = 0;
+
+    virtual QCoro::Task<void> startCapture() = 0;
+    virtual QCoro::Task<void> stopCapture() = 0;
+};
