@@ -13,8 +13,8 @@
 #include "core/recording/engines/CursorOverlayController.h"
 #include "core/recording/engines/FloatingRecordingPanelController.h"
 #include "core/recording/engines/LayerRecordingManager.h"
-#include "core/recording/engines/MediaWriter.h"
-#include "core/recording/engines/MetadataRecorder.h"
+#include "core/recording/engines/MediaWriterEngine.h"
+#include "core/recording/engines/MetadataRecorderEngine.h"
 #include "core/recording/engines/RecordingEngineFactory.h"
 #include "core/recording/engines/RecordingResultOpener.h"
 #include "core/recording/engines/StatusBarController.h"
@@ -401,7 +401,7 @@ void RecordingCoordinator::resumeRecording() {
         m_timekeeper.resume(paused->pauseTime, paused->elapsed, m_clock.now());
     // The writers subtract their offset from every later sample, so the file has no gap.
     const MediaTime offset = MediaTime::fromSeconds(resumption.pauseDuration, 600);
-    if (MediaWriter* writer = m_mediaWriter.load())
+    if (MediaWriterEngine* writer = m_mediaWriter.load())
         writer->addTimeOffset(offset);
     if (m_camera.engine())
         m_camera.engine()->addTimeOffset(offset);
@@ -553,7 +553,7 @@ QCoro::Task<void> RecordingCoordinator::cleanupAfterError() {
         co_return;
     if (m_layerRecordingManager)
         releaseLayerRecording();
-    else if (MediaWriter* writer = m_mediaWriter.load())
+    else if (MediaWriterEngine* writer = m_mediaWriter.load())
         writer->cancel();
     m_metadataRecorder.reset();
     resetSmartClickZoomState();
@@ -570,7 +570,7 @@ std::optional<double> RecordingCoordinator::currentRecordingTimestamp() const {
 }
 
 std::optional<double> RecordingCoordinator::currentVideoTimelineTimestamp() const {
-    MediaWriter* writer = m_mediaWriter.load();
+    MediaWriterEngine* writer = m_mediaWriter.load();
     if (!writer)
         return std::nullopt;
     const std::optional<MediaTime> sessionStart = writer->sessionStartTimeValue();

@@ -29,8 +29,8 @@ class CameraCaptureEngine;
 class CursorOverlayController;
 class iOSDeviceCaptureEngine;
 class LayerRecordingManager;
-class MediaWriter;
-class MetadataRecorder;
+class MediaWriterEngine;
+class MetadataRecorderEngine;
 class ScreenCaptureEngine;
 class ZoomRenderer;
 
@@ -124,11 +124,11 @@ public:
 
     ScreenCaptureEngine* screenEngine() const { return m_screenEngine.get(); }
     AudioCaptureEngine* audioEngine() const { return m_audioEngine.get(); }
-    MediaWriter* mediaWriter() const { return m_mediaWriter.load(); }
+    MediaWriterEngine* mediaWriter() const { return m_mediaWriter.load(); }
     CameraCaptureEngine* cameraEngine() const { return m_camera.engine(); }
     LayerRecordingManager* layerRecordingManager() const { return m_layerRecordingManager.get(); }
     AudioOnlyRecorder* audioOnlyRecorder() const { return m_audioOnlyRecorder.get(); }
-    MetadataRecorder* metadataRecorder() const { return m_metadataRecorder.get(); }
+    MetadataRecorderEngine* metadataRecorder() const { return m_metadataRecorder.get(); }
     ZoomRenderer* zoomRenderer() const { return m_zoomRenderer.get(); }
     CursorOverlayController& cursorOverlayController() { return *m_cursorOverlayController; }
     SystemCursorVisibility& cursorVisibility() { return m_cursorVisibility; }
@@ -208,10 +208,10 @@ private:
     // Declared so that destruction runs engines first (their handlers and the camera point at
     // writers), then the writers' owners.
     std::unique_ptr<LayerRecordingManager> m_layerRecordingManager; // owns the layer writers
-    std::unique_ptr<MediaWriter> m_ownedMediaWriter;                // a single-file writer
-    std::atomic<MediaWriter*> m_mediaWriter{nullptr}; // where screen frames go; read by handlers
+    std::unique_ptr<MediaWriterEngine> m_ownedMediaWriter;                // a single-file writer
+    std::atomic<MediaWriterEngine*> m_mediaWriter{nullptr}; // where screen frames go; read by handlers
     std::unique_ptr<AudioOnlyRecorder> m_audioOnlyRecorder;
-    std::unique_ptr<MetadataRecorder> m_metadataRecorder;
+    std::unique_ptr<MetadataRecorderEngine> m_metadataRecorder;
     std::unique_ptr<ZoomRenderer> m_zoomRenderer;
     std::unique_ptr<iOSDeviceCaptureEngine> m_iOSDeviceEngine;
     CameraPrewarmer m_camera;

@@ -2,7 +2,7 @@
 
 #include "core/recording/engines/AudioCaptureEngine.h"
 #include "core/recording/engines/AudioOnlyRecorder.h"
-#include "core/recording/engines/MetadataRecorder.h"
+#include "core/recording/engines/MetadataRecorderEngine.h"
 #include "core/recording/engines/RecordingEngineFactory.h"
 #include "core/recording/engines/ZoomRenderer.h"
 #include "core/support/Log.h"
@@ -48,7 +48,7 @@ RecordingEngineSetup::makeZoomRenderer(RecordingEngineFactory& factory,
     return renderer;
 }
 
-std::unique_ptr<MetadataRecorder>
+std::unique_ptr<MetadataRecorderEngine>
 RecordingEngineSetup::makeMetadataRecorder(RecordingEngineFactory& factory,
                                            const RecordingConfiguration& configuration,
                                            std::optional<SCStreamConfiguration> stream) {

@@ -8,7 +8,7 @@
 
 class AudioCaptureEngine;
 class AudioOnlyRecorder;
-class MetadataRecorder;
+class MetadataRecorderEngine;
 class RecordingEngineFactory;
 class ZoomRenderer;
 
@@ -25,7 +25,7 @@ public:
                                                           std::optional<Rect> captureRect);
 
     // Every video recording collects metadata, at the stream's size (0 x 0 without a stream).
-    static std::unique_ptr<MetadataRecorder>
+    static std::unique_ptr<MetadataRecorderEngine>
     makeMetadataRecorder(RecordingEngineFactory& factory,
                          const RecordingConfiguration& configuration,
                          std::optional<SCStreamConfiguration> stream);

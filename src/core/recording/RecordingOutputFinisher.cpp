@@ -5,8 +5,8 @@
 #include "core/recording/ErrorDescription.h"
 #include "core/recording/engines/AudioOnlyRecorder.h"
 #include "core/recording/engines/LayerRecordingManager.h"
-#include "core/recording/engines/MediaWriter.h"
-#include "core/recording/engines/MetadataRecorder.h"
+#include "core/recording/engines/MediaWriterEngine.h"
+#include "core/recording/engines/MetadataRecorderEngine.h"
 #include "core/recording/engines/RecordingResultOpener.h"
 #include "core/recording/engines/ScreenCaptureEngine.h"
 #include "core/support/Log.h"
@@ -91,7 +91,7 @@ QString RecordingOutputFinisher::metadataURL(const QString& resultURL,
                                  QStringLiteral(".metadata.json"));
 }
 
-void RecordingOutputFinisher::saveMetadata(MetadataRecorder& recorder, double duration,
+void RecordingOutputFinisher::saveMetadata(MetadataRecorderEngine& recorder, double duration,
                                            const QString& url) {
     const MetadataCounts counts = recorder.currentCounts();
     logLine("📊 Metadata before stop:");

@@ -12,8 +12,8 @@
 
 class AudioOnlyRecorder;
 class LayerRecordingManager;
-class MediaWriter;
-class MetadataRecorder;
+class MediaWriterEngine;
+class MetadataRecorderEngine;
 class RecordingResultOpener;
 class ScreenCaptureEngine;
 
@@ -25,7 +25,7 @@ public:
     struct Outputs {
         AudioOnlyRecorder* audioOnlyRecorder = nullptr;
         LayerRecordingManager* layerRecordingManager = nullptr;
-        MediaWriter* mediaWriter = nullptr;
+        MediaWriterEngine* mediaWriter = nullptr;
         ScreenCaptureEngine* screenEngine = nullptr;
     };
 
@@ -43,7 +43,7 @@ public:
     static QString metadataURL(const QString& resultURL,
                                const std::optional<RecordingPackage>& package);
     // Stops the recorder and saves; a failed save is logged and the recording still completes.
-    static void saveMetadata(MetadataRecorder& recorder, double duration, const QString& url);
+    static void saveMetadata(MetadataRecorderEngine& recorder, double duration, const QString& url);
 
     // Videos open in the editor, always; audio opens in the default application.
     static void openResult(RecordingResultOpener& opener, const QString& url,

@@ -8,7 +8,7 @@
 #include "core/recording/engines/CameraCaptureEngine.h"
 #include "core/recording/engines/EncoderProbe.h"
 #include "core/recording/engines/LayerRecordingManager.h"
-#include "core/recording/engines/MediaWriter.h"
+#include "core/recording/engines/MediaWriterEngine.h"
 #include "core/recording/engines/RecordingEngineFactory.h"
 #include "core/settings/UserDefaults.h"
 #include "core/support/Formatters.h"
@@ -51,7 +51,7 @@ private:
     std::chrono::steady_clock::time_point m_previous = m_start;
 };
 
-MediaWriter* RecordingPreparation::Result::screenWriter() const {
+MediaWriterEngine* RecordingPreparation::Result::screenWriter() const {
     if (mediaWriter)
         return mediaWriter.get();
     return layerRecordingManager ? layerRecordingManager->getScreenWriter() : nullptr;
@@ -225,7 +225,7 @@ void RecordingPreparation::prepareLayers(Result& result, const RecordingMode& mo
     layers.startLayerRecording(screenConfig, cameraConfig, defaultAudioSettings());
     timings.record("layerRecording.startWriters");
     if (camera) {
-        if (MediaWriter* cameraWriter = layers.getCameraWriter()) {
+        if (MediaWriterEngine* cameraWriter = layers.getCameraWriter()) {
             camera->configureSeparateWriter(cameraWriter);
             timings.record("cameraWriter.configure");
         } else {

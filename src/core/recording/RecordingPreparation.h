@@ -19,7 +19,7 @@ class AudioCaptureEngine;
 class AudioOnlyRecorder;
 class CameraCaptureEngine;
 class LayerRecordingManager;
-class MediaWriter;
+class MediaWriterEngine;
 class RecordingEngineFactory;
 class UserDefaults;
 
@@ -40,7 +40,7 @@ public:
         std::unique_ptr<AudioCaptureEngine> audioEngine;
         // The writer of a single-file recording; with separate layers the layer manager owns
         // the writers and this stays empty (see screenWriter()).
-        std::unique_ptr<MediaWriter> mediaWriter;
+        std::unique_ptr<MediaWriterEngine> mediaWriter;
         // A camera made for this recording; empty when the prewarmed one was taken instead.
         std::unique_ptr<CameraCaptureEngine> cameraEngine;
         bool usesPrewarmedCamera = false;
@@ -52,7 +52,7 @@ public:
         std::vector<RecordingPreparationTiming> preparationTimings;
 
         // The writer that takes the screen's frames, whoever owns it.
-        MediaWriter* screenWriter() const;
+        MediaWriterEngine* screenWriter() const;
     };
 
     RecordingPreparation(RecordingEngineFactory& factory, const UserDefaults& defaults);

@@ -31,12 +31,15 @@ NotificationManager& NotificationManager::shared() {
 }
 
 void NotificationManager::setSharedBackend(std::unique_ptr<NotificationBackend> backend) {
-    shared().m_backend =
+    NotificationManager& manager = shared();
+    manager.m_backend =
         backend ? std::move(backend) : std::make_unique<UnavailableNotificationBackend>();
+    manager.m_liveBackend = std::make_shared<NotificationBackend*>(manager.m_backend.get());
 }
 
 NotificationManager::NotificationManager(std::unique_ptr<NotificationBackend> backend)
-    : m_backend(std::move(backend)) {}
+    : m_backend(std::move(backend)),
+      m_liveBackend(std::make_shared<NotificationBackend*>(m_backend.get())) {}
 
 void NotificationManager::requestAuthorization(std::function<void(bool)> completion) {
     m_backend->requestAuthorization(
@@ -52,9 +55,13 @@ void NotificationManager::requestAuthorization(std::function<void(bool)> complet
 void NotificationManager::deliver(NotificationRequest request) {
     // Sent a moment later, as a time-interval trigger would, so a notification never lands in
     // the middle of the window change that caused it.
+    std::weak_ptr<NotificationBackend*> backend = m_liveBackend;
     QTimer::singleShot(m_deliveryDelayMs, QCoreApplication::instance(),
-                       [this, request = std::move(request)] {
-                           m_backend->post(request, [](std::optional<QString> error) {
+                       [backend, request = std::move(request)] {
+                           const auto live = backend.lock();
+                           if (!live)
+                               return; // the manager is gone, and with it the reason to notify
+                           (*live)->post(request, [](std::optional<QString> error) {
                                if (error)
                                    logLine("Failed to send notification: {}", error->toStdString());
                            });

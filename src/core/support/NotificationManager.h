@@ -53,6 +53,8 @@ private:
     void deliver(NotificationRequest request);
 
     std::unique_ptr<NotificationBackend> m_backend;
+    // Delayed deliveries hold this weakly, so a manager may go away with sends still pending.
+    std::shared_ptr<NotificationBackend*> m_liveBackend;
     bool m_isAuthorized = false;
     int m_deliveryDelayMs = 1000;
 };

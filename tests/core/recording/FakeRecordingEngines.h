@@ -9,8 +9,8 @@
 #include "core/recording/engines/EncoderProbe.h"
 #include "core/recording/engines/FloatingRecordingPanelController.h"
 #include "core/recording/engines/LayerRecordingManager.h"
-#include "core/recording/engines/MediaWriter.h"
-#include "core/recording/engines/MetadataRecorder.h"
+#include "core/recording/engines/MediaWriterEngine.h"
+#include "core/recording/engines/MetadataRecorderEngine.h"
 #include "core/recording/engines/RecordingEngineFactory.h"
 #include "core/recording/engines/RecordingResultOpener.h"
 #include "core/recording/engines/ScreenCaptureEngine.h"
@@ -149,7 +149,7 @@ class FakeCameraCaptureEngine final : public CameraCaptureEngine, public FakePar
 public:
     using FakePart::FakePart;
     bool capturing = false;
-    MediaWriter* separateWriter = nullptr;
+    MediaWriterEngine* separateWriter = nullptr;
 
     void setupCamera(const AVCaptureDevice& device) override {
         call("setupCamera", text(device.localizedName));
@@ -157,7 +157,7 @@ public:
     std::optional<VideoDimensions> activeVideoDimensions() const override {
         return VideoDimensions{1280, 720};
     }
-    void configureSeparateWriter(MediaWriter* writer) override {
+    void configureSeparateWriter(MediaWriterEngine* writer) override {
         call("configureSeparateWriter");
         separateWriter = writer;
     }
@@ -180,7 +180,7 @@ public:
     }
 };
 
-class FakeMediaWriter final : public MediaWriter, public FakePart {
+class FakeMediaWriter final : public MediaWriterEngine, public FakePart {
 public:
     using FakePart::FakePart;
     std::optional<WriterConfiguration> configured;
@@ -255,8 +255,8 @@ public:
             cameraWriter->configured = camera;
         }
     }
-    MediaWriter* getScreenWriter() override { return screenWriter.get(); }
-    MediaWriter* getCameraWriter() override { return cameraWriter.get(); }
+    MediaWriterEngine* getScreenWriter() override { return screenWriter.get(); }
+    MediaWriterEngine* getCameraWriter() override { return cameraWriter.get(); }
     QCoro::Task<RecordingPackage> finalizeLayers(PackageConfiguration configuration) override {
         finalized = configuration;
         call("finalizeLayers");
@@ -290,7 +290,7 @@ public:
     }
 };
 
-class FakeMetadataRecorder final : public MetadataRecorder, public FakePart {
+class FakeMetadataRecorder final : public MetadataRecorderEngine, public FakePart {
 public:
     using FakePart::FakePart;
     TimeProvider timeProvider;
@@ -452,7 +452,7 @@ public:
         return remember(
             camera, std::make_unique<FakeCameraCaptureEngine>(m_log, "camera", failures["camera"]));
     }
-    std::unique_ptr<MediaWriter> makeMediaWriter() override {
+    std::unique_ptr<MediaWriterEngine> makeMediaWriter() override {
         return remember(writer,
                         std::make_unique<FakeMediaWriter>(m_log, "writer", failures["writer"]));
     }
@@ -465,7 +465,7 @@ public:
         return remember(audioOnly, std::make_unique<FakeAudioOnlyRecorder>(m_log, "audioOnly",
                                                                            failures["audioOnly"]));
     }
-    std::unique_ptr<MetadataRecorder> makeMetadataRecorder(Size size, int frameRate) override {
+    std::unique_ptr<MetadataRecorderEngine> makeMetadataRecorder(Size size, int frameRate) override {
         call("makeMetadataRecorder", std::to_string(int(size.width)) + "x" +
                                          std::to_string(int(size.height)) + "@" +
                                          std::to_string(frameRate));

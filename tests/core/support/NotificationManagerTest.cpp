@@ -76,3 +76,14 @@ TEST(NotificationManagerTest, failuresArePrinted) {
     EXPECT_FALSE(granted);
     EXPECT_FALSE(f.manager.isAuthorized());
 }
+
+// A manager that goes away with a notification still pending neither crashes nor delivers.
+TEST(NotificationManagerTest, pendingDeliveryOutlivesTheManager) {
+    {
+        Fixture f;
+        f.manager.setDeliveryDelay(10);
+        f.manager.sendDiskSpaceWarning();
+    }
+    processEventsFor(50ms);
+    SUCCEED();
+}

@@ -5,7 +5,7 @@
 
 #include <optional>
 
-class MediaWriter;
+class MediaWriterEngine;
 
 // The camera's frame size in pixels.
 struct VideoDimensions {
@@ -25,7 +25,7 @@ public:
     virtual void setupCamera(const AVCaptureDevice& device) = 0;
     virtual std::optional<VideoDimensions> activeVideoDimensions() const = 0;
     // Enters separate-layer mode; the writer is owned by the layer manager and outlives this use.
-    virtual void configureSeparateWriter(MediaWriter* writer) = 0;
+    virtual void configureSeparateWriter(MediaWriterEngine* writer) = 0;
 
     virtual void startCapture() = 0;
     virtual void stopCapture() = 0;

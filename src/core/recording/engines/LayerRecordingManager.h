@@ -7,7 +7,7 @@
 
 #include <optional>
 
-class MediaWriter;
+class MediaWriterEngine;
 
 // Records screen and camera into files of their own inside a package folder. Owns both writers.
 // Thread: set up on a worker thread; finalized and cancelled on the main thread.
@@ -23,8 +23,8 @@ public:
                                      const std::optional<WriterConfiguration>& cameraConfig,
                                      const WriterConfiguration::AudioSettings& audioConfig) = 0;
     // Owned by the manager; null before startLayerRecording.
-    virtual MediaWriter* getScreenWriter() = 0;
-    virtual MediaWriter* getCameraWriter() = 0;
+    virtual MediaWriterEngine* getScreenWriter() = 0;
+    virtual MediaWriterEngine* getCameraWriter() = 0;
 
     // Finishes the writers and writes the manifest. Throws.
     virtual QCoro::Task<RecordingPackage> finalizeLayers(PackageConfiguration configuration) = 0;

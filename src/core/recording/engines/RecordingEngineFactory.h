@@ -13,8 +13,8 @@ class CameraCaptureEngine;
 class CursorOverlayController;
 class EncoderProbe;
 class LayerRecordingManager;
-class MediaWriter;
-class MetadataRecorder;
+class MediaWriterEngine;
+class MetadataRecorderEngine;
 class ScreenCaptureEngine;
 class ZoomRenderer;
 
@@ -28,11 +28,11 @@ public:
     virtual std::unique_ptr<ScreenCaptureEngine> makeScreenCaptureEngine() = 0;
     virtual std::unique_ptr<AudioCaptureEngine> makeAudioCaptureEngine() = 0;
     virtual std::unique_ptr<CameraCaptureEngine> makeCameraCaptureEngine() = 0;
-    virtual std::unique_ptr<MediaWriter> makeMediaWriter() = 0;
+    virtual std::unique_ptr<MediaWriterEngine> makeMediaWriter() = 0;
     virtual std::unique_ptr<LayerRecordingManager> makeLayerRecordingManager() = 0;
     virtual std::unique_ptr<AudioOnlyRecorder>
     makeAudioOnlyRecorder(const RecordingConfiguration& configuration) = 0;
-    virtual std::unique_ptr<MetadataRecorder> makeMetadataRecorder(Size resolution,
+    virtual std::unique_ptr<MetadataRecorderEngine> makeMetadataRecorder(Size resolution,
                                                                    int frameRate) = 0;
     virtual std::unique_ptr<ZoomRenderer> makeZoomRenderer() = 0;
     virtual std::unique_ptr<CursorOverlayController> makeCursorOverlayController() = 0;

@@ -16,9 +16,9 @@ class AudioBuffer;
 // refused and counted, and a failure is latched in hasFailed().
 // Thread: configured on a worker thread; appends from capture threads; the rest on the main
 // thread.
-class MediaWriter {
+class MediaWriterEngine {
 public:
-    virtual ~MediaWriter() = default;
+    virtual ~MediaWriterEngine() = default;
 
     // Throw RecordingError or the writer's own error.
     virtual void configure(const WriterConfiguration& configuration) = 0;

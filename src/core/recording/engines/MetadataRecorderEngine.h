@@ -18,12 +18,12 @@ struct MetadataCounts {
 
 // Collects cursor positions, clicks and zoom events of one recording and saves them beside it.
 // Thread: main.
-class MetadataRecorder {
+class MetadataRecorderEngine {
 public:
     // Seconds on the video's time line, absent before the first frame.
     using TimeProvider = std::function<std::optional<double>()>;
 
-    virtual ~MetadataRecorder() = default;
+    virtual ~MetadataRecorderEngine() = default;
 
     virtual void startRecording(const QDateTime& at) = 0;
     virtual void setTimeProvider(TimeProvider provider) = 0;
