@@ -175,10 +175,17 @@ int AudioTrackEncoder::encode(const AudioBuffer& buffer, double startSeconds,
         int64_t skip = 0;
         int64_t tolerance = std::llround(jitterToleranceSeconds * rate);
         if (!m_started) {
-            // Nothing before the file's zero is kept.
+            // Nothing before the file's zero is kept, and a track that begins later begins with
+            // silence: without edit lists in a fragmented file, a late first sample would be
+            // moved to zero by the muxer, and players that play audio back to back would then
+            // play the whole track early.
             skip = std::max<int64_t>(0, -start);
-            m_fifoStart = start + skip;
+            m_fifoStart = 0;
             m_started = true;
+            if (start > 0 && start <= std::llround(longestPaddedGapSeconds * rate))
+                result = writeSilence(start);
+            else if (start > 0)
+                m_fifoStart = start;
         } else {
             int64_t expected = m_fifoStart + av_audio_fifo_size(m_fifo.get());
             if (start > expected + tolerance) {

@@ -15,6 +15,7 @@ struct MovieFileEncoder::Track {
     size_t depth = 0;
     std::atomic<size_t> queued{0};
     int64_t lastVideoPts = INT64_MIN;
+    int64_t nominalFrameDuration = 0; // in the encoder's time base
 };
 
 namespace {
@@ -47,7 +48,12 @@ std::string description(MovieFileEncoder::Status status) {
 MovieFileEncoder::MovieFileEncoder(std::filesystem::path path, OutputFormat format,
                                    EncoderTuning tuning)
     : m_path(std::move(path)), m_format(format), m_tuning(std::move(tuning)),
-      m_queue(m_tuning.videoQueueDepth + 2 * m_tuning.audioQueueDepth) {}
+      m_queue(m_tuning.videoQueueDepth + 2 * m_tuning.audioQueueDepth) {
+    // FFmpeg's encoders report their settings and statistics at the info level for every file;
+    // the program's log has one line per event, so only FFmpeg's errors reach it.
+    static std::once_flag quiet;
+    std::call_once(quiet, [] { av_log_set_level(AV_LOG_ERROR); });
+}
 
 MovieFileEncoder::~MovieFileEncoder() {
     m_discard = true;
@@ -65,6 +71,8 @@ int MovieFileEncoder::addVideoTrack(const VideoCodecSettings& settings, std::str
     if (!track->video)
         return -1;
     track->encoderTimeBase = track->video->context()->time_base;
+    AVRational frameRate = track->video->context()->framerate;
+    track->nominalFrameDuration = av_rescale_q(1, av_inv_q(frameRate), track->encoderTimeBase);
     track->depth = m_tuning.videoQueueDepth;
     m_tracks.push_back(std::move(track));
     return int(m_tracks.size()) - 1;
@@ -237,6 +245,10 @@ int MovieFileEncoder::encodeJob(const Job& job) {
 }
 
 int MovieFileEncoder::writePacket(Track& track, AVPacket* packet) {
+    // The last sample of each fragment needs a duration of its own; encoders with a delay
+    // leave it out, and the expected frame interval is the best guess for it.
+    if (packet->duration <= 0 && track.video)
+        packet->duration = track.nominalFrameDuration;
     av_packet_rescale_ts(packet, track.encoderTimeBase, track.stream->time_base);
     packet->stream_index = track.stream->index;
     return av_interleaved_write_frame(m_muxer, packet);
