@@ -4,11 +4,13 @@
 //   mediawriterbench --benchmark_filter=Record     sustained 1080p at 60 and 30 fps (H.264, H.265)
 //   mediawriterbench --benchmark_filter=ProRes     ProRes 4444 encoders, frames per second
 //   mediawriterbench --benchmark_filter=Memory     resident memory over a long recording
+//   mediawriterbench --benchmark_filter=Finish     finishing, opening and seeking a one-hour file
 //
 // BENCH_SECONDS (default 60) sets each recording's length, BENCH_MEMORY_MINUTES (default 10)
 // the memory run's. Figures are CPU seconds per recorded second; the ratio to the command line
 // is what to compare, since other work on the machine makes absolute figures noisy.
 
+#include "media/FFmpegHandles.h"
 #include "media/MediaWriter.h"
 
 #include <benchmark/benchmark.h>
@@ -19,6 +21,7 @@
 #include <unistd.h>
 
 #include <chrono>
+#include <cmath>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
@@ -102,10 +105,10 @@ struct RecordingResult {
 };
 
 // Appends frames at the capture's pace for `seconds`, as the screen capture thread would.
-RecordingResult recordPaced(VideoEncoder codec, int fps, int seconds) {
+RecordingResult recordPaced(VideoEncoder codec, int fps, int seconds, const EncoderTuning& tuning) {
     const auto& frames = screenFrames();
     std::string path = scratchPath("writer.mp4");
-    MediaWriter writer;
+    MediaWriter writer(tuning);
     RecordingResult result;
     double before = selfCpu();
     writer.configure(configuration(path, codec, fps));
@@ -129,7 +132,7 @@ RecordingResult recordPaced(VideoEncoder codec, int fps, int seconds) {
 
 // The same frames, paced the same way, into `ffmpeg` reading raw BGRA from a pipe and encoding
 // with the same encoder, preset, bitrate and key frame interval. Only the child's CPU is counted.
-double commandLineCpu(VideoEncoder codec, int fps, int seconds) {
+double commandLineCpu(VideoEncoder codec, int fps, int seconds, const EncoderTuning& tuning) {
     const auto& frames = screenFrames();
     std::string path = scratchPath("cli.mp4");
     int bitrate = MediaWriter::calculateBitrate(width, height, fps, VideoQuality::high, codec);
@@ -144,12 +147,21 @@ double commandLineCpu(VideoEncoder codec, int fps, int seconds) {
         std::string rate = std::to_string(fps);
         std::string bits = std::to_string(bitrate);
         bool h264 = codec == VideoEncoder::h264;
-        execlp("ffmpeg", "ffmpeg", "-v", "error", "-y", "-f", "rawvideo", "-pix_fmt", "bgra", "-s",
-               size.c_str(), "-framerate", rate.c_str(), "-i", "pipe:0", "-c:v",
-               h264 ? "libx264" : "libx265", "-preset", "ultrafast", "-b:v", bits.c_str(), "-g",
-               rate.c_str(), "-pix_fmt", "yuv420p", "-x265-params", "log-level=error", "-movflags",
-               "frag_keyframe+empty_moov+default_base_moof", path.c_str(),
-               static_cast<char*>(nullptr));
+        std::vector<std::string> arguments{"ffmpeg", "-v", "error", "-y", "-f", "rawvideo", "-pix_fmt", "bgra",
+                                           "-s", size, "-framerate", rate, "-i", "pipe:0", "-c:v",
+                                           h264 ? "libx264" : "libx265", "-preset",
+                                           h264 ? tuning.softwareH264Preset : tuning.softwareHEVCPreset, "-b:v",
+                                           bits, "-g", rate, "-pix_fmt", "yuv420p", "-x265-params",
+                                           "log-level=error", "-movflags",
+                                           "frag_keyframe+empty_moov+default_base_moof"};
+        if (h264 && !tuning.softwareH264Tune.empty())
+            arguments.insert(arguments.end(), {"-tune", tuning.softwareH264Tune});
+        arguments.push_back(path);
+        std::vector<char*> argv;
+        for (std::string& argument : arguments)
+            argv.push_back(argument.data());
+        argv.push_back(nullptr);
+        execvp("ffmpeg", argv.data());
         _exit(127);
     }
     close(input[0]);
@@ -173,11 +185,24 @@ double commandLineCpu(VideoEncoder codec, int fps, int seconds) {
     return cpuSeconds(usage);
 }
 
+// BENCH_TUNE and BENCH_PRESET override the x264 tune and preset on both sides, BENCH_QUEUE_DEPTH
+// the writer's video queue, for comparing.
+EncoderTuning benchTuning() {
+    EncoderTuning tuning;
+    if (const char* tune = std::getenv("BENCH_TUNE"))
+        tuning.softwareH264Tune = tune;
+    if (const char* preset = std::getenv("BENCH_PRESET"))
+        tuning.softwareH264Preset = preset;
+    tuning.videoQueueDepth = size_t(envInt("BENCH_QUEUE_DEPTH", int(tuning.videoQueueDepth)));
+    return tuning;
+}
+
 void Record(benchmark::State& state, VideoEncoder codec, int fps) {
     int seconds = envInt("BENCH_SECONDS", 60);
+    EncoderTuning tuning = benchTuning();
     for (auto _ : state) {
-        RecordingResult ours = recordPaced(codec, fps, seconds);
-        double baseline = commandLineCpu(codec, fps, seconds);
+        RecordingResult ours = recordPaced(codec, fps, seconds, tuning);
+        double baseline = commandLineCpu(codec, fps, seconds, tuning);
         state.counters["refused_frames"] = ours.refused;
         state.counters["frames"] = ours.frames;
         state.counters["cpu_per_second"] = ours.cpu / seconds;
@@ -267,6 +292,70 @@ void Memory(benchmark::State& state) {
         std::filesystem::remove(path);
     }
 }
+
+// What finishing costs for a long file: a one-hour recording (small pictures, so that it is
+// written in about a minute; the number of fragments, which is what the finish writes an index
+// for, depends only on the length) is finished, then opened and sought near its end.
+void FinishOneHour(benchmark::State& state) {
+    int minutes = envInt("BENCH_FINISH_MINUTES", 60);
+    constexpr int fps = 30;
+    constexpr int samplesPerFrame = 48000 / fps;
+    for (auto _ : state) {
+        std::string path = scratchPath("hour.mp4");
+        WriterConfiguration config = configuration(path, VideoEncoder::h264, fps);
+        config.videoSettings->width = 320;
+        config.videoSettings->height = 180;
+        MediaWriter writer;
+        writer.configure(config);
+        writer.startWriting();
+        writer.startSession(MediaTime::zero());
+        std::vector<VideoFrame> pictures;
+        for (int i = 0; i < 2; ++i) {
+            pictures.push_back(VideoFrame::allocate(320, 180, MediaTime::zero(), MediaTime::zero()));
+            std::fill_n(pictures.back().mutableBytes(), size_t(pictures.back().bytesPerRow()) * 180, uint8_t(i * 90));
+        }
+        AudioBuffer sound = AudioBuffer::allocate(2, 48000, samplesPerFrame, MediaTime::zero());
+        for (int c = 0; c < 2; ++c) {
+            for (int i = 0; i < samplesPerFrame; ++i)
+                sound.mutableChannelData(c)[i] = 0.2f * float(std::sin(i * 2 * M_PI * 30 / samplesPerFrame));
+        }
+        int total = minutes * 60 * fps;
+        for (int i = 0; i < total; ++i) {
+            MediaTime at = MediaTime::make(i, fps);
+            VideoFrame picture = pictures[size_t(i / fps % 2)].withTiming(at, MediaTime::make(1, fps), MediaTime::invalid());
+            while (!writer.appendVideoBuffer(picture))
+                std::this_thread::sleep_for(std::chrono::microseconds(200));
+            while (!writer.appendAudioBuffer(sound.withPresentationTime(at), 0))
+                std::this_thread::sleep_for(std::chrono::microseconds(200));
+        }
+        auto finishBegin = std::chrono::steady_clock::now();
+        writer.finishWriting();
+        double finish = std::chrono::duration<double>(std::chrono::steady_clock::now() - finishBegin).count();
+
+        auto openBegin = std::chrono::steady_clock::now();
+        AVFormatContext* raw = nullptr;
+        avformat_open_input(&raw, path.c_str(), nullptr, nullptr);
+        AVInputFormatContextPtr input(raw);
+        avformat_find_stream_info(input.get(), nullptr);
+        double open = std::chrono::duration<double>(std::chrono::steady_clock::now() - openBegin).count();
+        auto seekBegin = std::chrono::steady_clock::now();
+        int64_t target = int64_t(minutes * 60 * 0.95) * AV_TIME_BASE;
+        av_seek_frame(input.get(), -1, target, AVSEEK_FLAG_BACKWARD);
+        AVPacketPtr packet(av_packet_alloc());
+        av_read_frame(input.get(), packet.get());
+        double seek = std::chrono::duration<double>(std::chrono::steady_clock::now() - seekBegin).count();
+        double landed = double(packet->pts) * av_q2d(input->streams[packet->stream_index]->time_base);
+
+        state.counters["finish_seconds"] = finish;
+        state.counters["open_seconds"] = open;
+        state.counters["seek_seconds"] = seek;
+        state.counters["seek_landed_at_s"] = landed;
+        state.counters["duration_s"] = double(input->duration) / AV_TIME_BASE;
+        state.counters["file_mb"] = double(std::filesystem::file_size(path)) / 1e6;
+        input.reset();
+        std::filesystem::remove(path);
+    }
+}
 } // namespace
 
 BENCHMARK_CAPTURE(Record, H264_1080p60, VideoEncoder::h264, 60)
@@ -288,5 +377,6 @@ BENCHMARK_CAPTURE(ProRes, prores_ks, std::string("prores_ks"))
     ->Iterations(1)
     ->Unit(benchmark::kSecond);
 BENCHMARK(Memory)->Iterations(1)->Unit(benchmark::kSecond);
+BENCHMARK(FinishOneHour)->Iterations(1)->Unit(benchmark::kSecond);
 
 BENCHMARK_MAIN();

@@ -303,6 +303,10 @@ TEST(MediaWriterFile, VideoAndToneReadBackWithCountsAndContinuousTimes) {
         ASSERT_TRUE(video && audio);
         EXPECT_EQ(video->codec, "h264");
         EXPECT_EQ(video->width, 160);
+        // Rec. 709 primaries and transfer as configured; the matrix is the one the conversion used.
+        EXPECT_EQ(video->colorPrimaries, "bt709");
+        EXPECT_EQ(video->colorTransfer, "bt709");
+        EXPECT_EQ(video->colorMatrix, "smpte170m");
         ASSERT_EQ(video->packetTimes.size(), 60u);
         EXPECT_NEAR(video->packetTimes.front(), 0.0, 1e-4);
         EXPECT_NEAR(video->packetTimes[1], 1.0 / 30 + aacPriming, 1e-4);

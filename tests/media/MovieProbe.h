@@ -2,6 +2,10 @@
 
 #include "media/FFmpegHandles.h"
 
+extern "C" {
+#include <libavutil/pixdesc.h>
+}
+
 #include <cmath>
 
 #include <filesystem>
@@ -18,6 +22,9 @@ struct ProbedStream {
     int height = 0;
     int sampleRate = 0;
     int channels = 0;
+    std::string colorPrimaries;
+    std::string colorTransfer;
+    std::string colorMatrix;
     std::vector<double> packetTimes; // presentation times in seconds, in file order
     double endSeconds = 0;           // the largest pts + duration
 };
@@ -57,6 +64,9 @@ inline std::optional<ProbedFile> probeMovie(const std::filesystem::path& path) {
         stream.height = parameters->height;
         stream.sampleRate = parameters->sample_rate;
         stream.channels = parameters->ch_layout.nb_channels;
+        stream.colorPrimaries = av_color_primaries_name(parameters->color_primaries);
+        stream.colorTransfer = av_color_transfer_name(parameters->color_trc);
+        stream.colorMatrix = av_color_space_name(parameters->color_space);
         file.streams.push_back(stream);
     }
     AVPacketPtr packet(av_packet_alloc());

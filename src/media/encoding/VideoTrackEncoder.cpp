@@ -163,6 +163,12 @@ std::optional<OpenedEncoder> openEncoder(const Candidate& candidate,
     AVDictionary* options = nullptr;
     bool proRes = settings.codec == VideoCodecSettings::Codec::proRes4444 ||
                   settings.codec == VideoCodecSettings::Codec::proRes4444XQ;
+    // The H.264/H.265 paths convert with libyuv, whose RGB to YUV conversions exist only with
+    // the BT.601 matrix: the file says so, or every player would decode with the wrong matrix
+    // and shift the colours. Primaries and transfer stay as given (sRGB content is Rec. 709
+    // there). The alpha paths convert with libswscale and honour the requested matrix.
+    if (!proRes && settings.codec != VideoCodecSettings::Codec::hevcWithAlpha)
+        context->colorspace = AVCOL_SPC_SMPTE170M;
     AVBufferRefPtr device;
     if (proRes) {
         opened.softwareFormat = AV_PIX_FMT_YUVA444P10;
@@ -202,6 +208,8 @@ std::optional<OpenedEncoder> openEncoder(const Candidate& candidate,
                     settings.codec == VideoCodecSettings::Codec::h264 ? "high" : "main", 0);
     } else if (settings.codec == VideoCodecSettings::Codec::h264) {
         av_dict_set(&options, "preset", tuning.softwareH264Preset.c_str(), 0);
+        if (!tuning.softwareH264Tune.empty())
+            av_dict_set(&options, "tune", tuning.softwareH264Tune.c_str(), 0);
         av_dict_set(&options, "profile", "high", 0);
     } else {
         av_dict_set(&options, "preset", tuning.softwareHEVCPreset.c_str(), 0);
