@@ -147,13 +147,21 @@ double commandLineCpu(VideoEncoder codec, int fps, int seconds, const EncoderTun
         std::string rate = std::to_string(fps);
         std::string bits = std::to_string(bitrate);
         bool h264 = codec == VideoEncoder::h264;
-        std::vector<std::string> arguments{"ffmpeg", "-v", "error", "-y", "-f", "rawvideo", "-pix_fmt", "bgra",
-                                           "-s", size, "-framerate", rate, "-i", "pipe:0", "-c:v",
-                                           h264 ? "libx264" : "libx265", "-preset",
-                                           h264 ? tuning.softwareH264Preset : tuning.softwareHEVCPreset, "-b:v",
-                                           bits, "-g", rate, "-pix_fmt", "yuv420p", "-x265-params",
-                                           "log-level=error", "-movflags",
-                                           "frag_keyframe+empty_moov+default_base_moof"};
+        std::vector<std::string> arguments{
+            "ffmpeg",       "-v",
+            "error",        "-y",
+            "-f",           "rawvideo",
+            "-pix_fmt",     "bgra",
+            "-s",           size,
+            "-framerate",   rate,
+            "-i",           "pipe:0",
+            "-c:v",         h264 ? "libx264" : "libx265",
+            "-preset",      h264 ? tuning.softwareH264Preset : tuning.softwareHEVCPreset,
+            "-b:v",         bits,
+            "-g",           rate,
+            "-pix_fmt",     "yuv420p",
+            "-x265-params", "log-level=error",
+            "-movflags",    "frag_keyframe+empty_moov+default_base_moof"};
         if (h264 && !tuning.softwareH264Tune.empty())
             arguments.insert(arguments.end(), {"-tune", tuning.softwareH264Tune});
         arguments.push_back(path);
@@ -311,18 +319,22 @@ void FinishOneHour(benchmark::State& state) {
         writer.startSession(MediaTime::zero());
         std::vector<VideoFrame> pictures;
         for (int i = 0; i < 2; ++i) {
-            pictures.push_back(VideoFrame::allocate(320, 180, MediaTime::zero(), MediaTime::zero()));
-            std::fill_n(pictures.back().mutableBytes(), size_t(pictures.back().bytesPerRow()) * 180, uint8_t(i * 90));
+            pictures.push_back(
+                VideoFrame::allocate(320, 180, MediaTime::zero(), MediaTime::zero()));
+            std::fill_n(pictures.back().mutableBytes(), size_t(pictures.back().bytesPerRow()) * 180,
+                        uint8_t(i * 90));
         }
         AudioBuffer sound = AudioBuffer::allocate(2, 48000, samplesPerFrame, MediaTime::zero());
         for (int c = 0; c < 2; ++c) {
             for (int i = 0; i < samplesPerFrame; ++i)
-                sound.mutableChannelData(c)[i] = 0.2f * float(std::sin(i * 2 * M_PI * 30 / samplesPerFrame));
+                sound.mutableChannelData(c)[i] =
+                    0.2f * float(std::sin(i * 2 * M_PI * 30 / samplesPerFrame));
         }
         int total = minutes * 60 * fps;
         for (int i = 0; i < total; ++i) {
             MediaTime at = MediaTime::make(i, fps);
-            VideoFrame picture = pictures[size_t(i / fps % 2)].withTiming(at, MediaTime::make(1, fps), MediaTime::invalid());
+            VideoFrame picture = pictures[size_t(i / fps % 2)].withTiming(
+                at, MediaTime::make(1, fps), MediaTime::invalid());
             while (!writer.appendVideoBuffer(picture))
                 std::this_thread::sleep_for(std::chrono::microseconds(200));
             while (!writer.appendAudioBuffer(sound.withPresentationTime(at), 0))
@@ -330,21 +342,25 @@ void FinishOneHour(benchmark::State& state) {
         }
         auto finishBegin = std::chrono::steady_clock::now();
         writer.finishWriting();
-        double finish = std::chrono::duration<double>(std::chrono::steady_clock::now() - finishBegin).count();
+        double finish =
+            std::chrono::duration<double>(std::chrono::steady_clock::now() - finishBegin).count();
 
         auto openBegin = std::chrono::steady_clock::now();
         AVFormatContext* raw = nullptr;
         avformat_open_input(&raw, path.c_str(), nullptr, nullptr);
         AVInputFormatContextPtr input(raw);
         avformat_find_stream_info(input.get(), nullptr);
-        double open = std::chrono::duration<double>(std::chrono::steady_clock::now() - openBegin).count();
+        double open =
+            std::chrono::duration<double>(std::chrono::steady_clock::now() - openBegin).count();
         auto seekBegin = std::chrono::steady_clock::now();
         int64_t target = int64_t(minutes * 60 * 0.95) * AV_TIME_BASE;
         av_seek_frame(input.get(), -1, target, AVSEEK_FLAG_BACKWARD);
         AVPacketPtr packet(av_packet_alloc());
         av_read_frame(input.get(), packet.get());
-        double seek = std::chrono::duration<double>(std::chrono::steady_clock::now() - seekBegin).count();
-        double landed = double(packet->pts) * av_q2d(input->streams[packet->stream_index]->time_base);
+        double seek =
+            std::chrono::duration<double>(std::chrono::steady_clock::now() - seekBegin).count();
+        double landed =
+            double(packet->pts) * av_q2d(input->streams[packet->stream_index]->time_base);
 
         state.counters["finish_seconds"] = finish;
         state.counters["open_seconds"] = open;

@@ -169,6 +169,8 @@ std::optional<OpenedEncoder> openEncoder(const Candidate& candidate,
     // there). The alpha paths convert with libswscale and honour the requested matrix.
     if (!proRes && settings.codec != VideoCodecSettings::Codec::hevcWithAlpha)
         context->colorspace = AVCOL_SPC_SMPTE170M;
+    else if (context->colorspace == AVCOL_SPC_UNSPECIFIED)
+        context->colorspace = AVCOL_SPC_BT709; // what the conversion then uses
     AVBufferRefPtr device;
     if (proRes) {
         opened.softwareFormat = AV_PIX_FMT_YUVA444P10;
@@ -291,42 +293,40 @@ std::unique_ptr<VideoTrackEncoder> VideoTrackEncoder::create(const VideoCodecSet
 std::unique_ptr<VideoTrackEncoder>
 VideoTrackEncoder::createWith(const Candidate& candidate, const VideoCodecSettings& settings,
                               const EncoderTuning& tuning, bool globalHeader, std::string& error) {
-    {
-        auto opened = openEncoder(candidate, settings, tuning, globalHeader, error);
-        if (!opened)
+    auto opened = openEncoder(candidate, settings, tuning, globalHeader, error);
+    if (!opened)
+        return nullptr;
+    std::unique_ptr<VideoTrackEncoder> encoder(new VideoTrackEncoder());
+    encoder->m_context = std::move(opened->context);
+    encoder->m_encoderName = candidate.name;
+    encoder->m_softwareFormat = opened->softwareFormat;
+    encoder->m_packet.reset(av_packet_alloc());
+    if (candidate.hardware == HardwareKind::vaapi)
+        encoder->m_conversion = Conversion::nv12Upload;
+    else if (opened->softwareFormat == AV_PIX_FMT_YUV420P)
+        encoder->m_conversion = Conversion::i420;
+    else
+        encoder->m_conversion = Conversion::swscale;
+    if (encoder->m_conversion == Conversion::swscale) {
+        encoder->m_scaler.reset(sws_getContext(
+            settings.width, settings.height, AV_PIX_FMT_BGRA, settings.width, settings.height,
+            opened->softwareFormat, SWS_BILINEAR, nullptr, nullptr, nullptr));
+        if (!encoder->m_scaler) {
+            error = "no colour conversion to " +
+                    std::string(av_get_pix_fmt_name(opened->softwareFormat));
             return nullptr;
-        std::unique_ptr<VideoTrackEncoder> encoder(new VideoTrackEncoder());
-        encoder->m_context = std::move(opened->context);
-        encoder->m_encoderName = candidate.name;
-        encoder->m_softwareFormat = opened->softwareFormat;
-        encoder->m_packet.reset(av_packet_alloc());
-        if (candidate.hardware == HardwareKind::vaapi)
-            encoder->m_conversion = Conversion::nv12Upload;
-        else if (opened->softwareFormat == AV_PIX_FMT_YUV420P)
-            encoder->m_conversion = Conversion::i420;
-        else
-            encoder->m_conversion = Conversion::swscale;
-        if (encoder->m_conversion == Conversion::swscale) {
-            encoder->m_scaler.reset(sws_getContext(
-                settings.width, settings.height, AV_PIX_FMT_BGRA, settings.width, settings.height,
-                opened->softwareFormat, SWS_POINT, nullptr, nullptr, nullptr));
-            if (!encoder->m_scaler) {
-                error = "no colour conversion to " +
-                        std::string(av_get_pix_fmt_name(opened->softwareFormat));
-                return nullptr;
-            }
-            // Full-range RGB in, studio-range YUV out with the matrix the file is tagged with.
-            bool bt709 = encoder->m_context->colorspace != AVCOL_SPC_SMPTE170M &&
-                         encoder->m_context->colorspace != AVCOL_SPC_BT470BG;
-            sws_setColorspaceDetails(encoder->m_scaler.get(), sws_getCoefficients(SWS_CS_DEFAULT),
-                                     1, sws_getCoefficients(bt709 ? SWS_CS_ITU709 : SWS_CS_ITU601),
-                                     0, 0, 1 << 16, 1 << 16);
         }
-        encoder->m_pictureSize = av_image_get_buffer_size(opened->softwareFormat, settings.width,
-                                                          settings.height, pictureAlignment);
-        encoder->m_picturePool.reset(av_buffer_pool_init(size_t(encoder->m_pictureSize), nullptr));
-        return encoder;
+        // Full-range RGB in, studio-range YUV out with the matrix the file is tagged with.
+        bool bt709 = encoder->m_context->colorspace != AVCOL_SPC_SMPTE170M &&
+                     encoder->m_context->colorspace != AVCOL_SPC_BT470BG;
+        sws_setColorspaceDetails(encoder->m_scaler.get(), sws_getCoefficients(SWS_CS_DEFAULT), 1,
+                                 sws_getCoefficients(bt709 ? SWS_CS_ITU709 : SWS_CS_ITU601), 0, 0,
+                                 1 << 16, 1 << 16);
     }
+    encoder->m_pictureSize = av_image_get_buffer_size(opened->softwareFormat, settings.width,
+                                                      settings.height, pictureAlignment);
+    encoder->m_picturePool.reset(av_buffer_pool_init(size_t(encoder->m_pictureSize), nullptr));
+    return encoder;
 }
 
 VideoTrackEncoder::~VideoTrackEncoder() = default;
