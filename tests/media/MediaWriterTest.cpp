@@ -403,6 +403,55 @@ TEST(MediaWriterFile, SeparateTracksMakeTwoAudioTracksAndTrackZeroTakesBothRoute
     EXPECT_NEAR(double(firstSound(second)) / 48000, 0.5 + aacPriming, 0.005);
 }
 
+TEST(MediaWriterFile, AFrameNotAfterThePreviousOneIsDroppedWithoutFailingTheFile) {
+    ScratchFolder folder;
+    std::filesystem::path path = folder.file("repeat.mov");
+    MediaWriter writer;
+    startAt(writer, smallMovie(path), MediaTime::zero());
+    for (int i : {0, 1, 1, 3, 2, 4})
+        ASSERT_TRUE(appendWaiting(writer, movingPicture(160, 120, i, frameTime(i), frameDuration)));
+    writer.finishWriting();
+    EXPECT_FALSE(writer.hasFailed());
+    auto file = probeMovie(path);
+    ASSERT_TRUE(file);
+    // The repeated 1 and the late 2 are dropped: 0, 1, 3, 4 remain.
+    EXPECT_EQ(file->first(AVMEDIA_TYPE_VIDEO)->packetTimes.size(), 4u);
+}
+
+TEST(MediaWriterFile, AudioHolesAreFilledOverlapsCutAndJitterIgnored) {
+    ScratchFolder folder;
+    std::filesystem::path path = folder.file("holes.mp4");
+    WriterConfiguration configuration;
+    configuration.outputURL = path;
+    configuration.outputFormat = OutputFormat::mp4;
+    configuration.audioSettings.format = WriterConfiguration::AudioFormat::flac; // exact samples
+    MediaWriter writer;
+    startAt(writer, configuration, MediaTime::zero());
+    auto block = [&](int64_t firstSample, MediaTime at) {
+        return appendAudioWaiting(writer, tone(4800, firstSample, at), 0);
+    };
+    // 0.1 s blocks at 0.0, 0.1, 0.2; the one at 0.3 is lost; then 0.4.
+    for (int i : {0, 1, 2, 4})
+        ASSERT_TRUE(block(i * 4800, MediaTime::make(i, 10)));
+    // A block stamped 0.45 s overlaps the previous one (which ends at 0.5 s) by 2400 samples.
+    ASSERT_TRUE(block(21600, MediaTime::make(45, 100)));
+    // 5 ms late: timestamp jitter, appended right after the previous block.
+    ASSERT_TRUE(block(26400, MediaTime::make(555, 1000)));
+    writer.finishWriting();
+    std::vector<float> samples = decodeFirstAudioChannel(path);
+    // 0.5 s with the hole filled, + 2400 after the cut overlap, + 4800 for the late block.
+    ASSERT_EQ(samples.size(), size_t(24000 + 2400 + 4800));
+    float loudestInHole = 0;
+    for (size_t i = 14400; i < 19200; ++i)
+        loudestInHole = std::max(loudestInHole, std::abs(samples[i]));
+    EXPECT_LT(loudestInHole, 1e-4f);
+    EXPECT_GT(std::abs(samples[14399]) + std::abs(samples[14398]), 1e-3f);
+    EXPECT_GT(std::abs(samples[19201]) + std::abs(samples[19202]), 1e-3f);
+    auto file = probeMovie(path);
+    ASSERT_TRUE(file);
+    EXPECT_EQ(file->first(AVMEDIA_TYPE_VIDEO), nullptr);
+}
+
 TEST(MediaWriterFile, EveryAudioFormatAndH265ReadBack) {
     struct Case {
         WriterConfiguration::AudioFormat format;
