@@ -601,16 +601,20 @@ TEST(MediaWriterFailure, AWriteErrorLatchesOnceWithTheSystemTextAndKeepsWhatWasW
         << "the fragments before the error play";
 }
 
-TEST(MediaWriterFailure, AKilledRecordingPlaysToWithinTwoSecondsOfTheKill) {
+namespace {
+// Records in a child process that is killed without warning after three seconds, and checks
+// what a player finds in the file.
+void recordAndKill(OutputFormat format) {
     ScratchFolder folder;
-    std::filesystem::path path = folder.file("killed.mp4");
+    std::filesystem::path path =
+        folder.file(format == OutputFormat::mp4 ? "killed.mp4" : "killed.mov");
     int progress[2];
     ASSERT_EQ(pipe(progress), 0);
     pid_t child = fork();
     if (child == 0) {
         close(progress[0]);
         MediaWriter writer;
-        startAt(writer, smallMovie(path, OutputFormat::mp4), MediaTime::zero());
+        startAt(writer, smallMovie(path, format), MediaTime::zero());
         auto begin = std::chrono::steady_clock::now();
         for (int i = 0;; ++i) {
             std::this_thread::sleep_until(begin + std::chrono::microseconds(i * 1000000 / fps));
@@ -642,4 +646,10 @@ TEST(MediaWriterFailure, AKilledRecordingPlaysToWithinTwoSecondsOfTheKill) {
     // In step: both tracks end at the same fragment boundary, give or take one.
     EXPECT_NEAR(video->endSeconds, audio->endSeconds, 1.1);
     EXPECT_LT(largestStep(video->packetTimes), 1.0 / 30 + 1e-4);
+}
+} // namespace
+
+TEST(MediaWriterFailure, AKilledRecordingPlaysToWithinTwoSecondsOfTheKill) {
+    recordAndKill(OutputFormat::mp4);
+    recordAndKill(OutputFormat::mov);
 }
