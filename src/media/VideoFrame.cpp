@@ -1,0 +1,91 @@
+#include "media/VideoFrame.h"
+
+#include "media/FFmpegHandles.h"
+
+namespace {
+// Rows aligned for the SIMD paths of the colour conversion.
+constexpr int rowAlignment = 64;
+
+int alignedStride(int width) {
+    return (width * 4 + rowAlignment - 1) / rowAlignment * rowAlignment;
+}
+
+std::shared_ptr<AVFrame> share(AVFrame* frame) {
+    return std::shared_ptr<AVFrame>(frame, [](AVFrame* f) { av_frame_free(&f); });
+}
+} // namespace
+
+VideoFrame VideoFrame::adopt(AVFrame* frame, MediaTime presentationTime, MediaTime duration) {
+    VideoFrame result;
+    if (!frame)
+        return result;
+    result.m_frame = share(frame);
+    result.presentationTime = presentationTime;
+    result.duration = duration;
+    return result;
+}
+
+VideoFrame VideoFrame::allocate(int width, int height, MediaTime presentationTime,
+                                MediaTime duration) {
+    AVFramePtr frame(av_frame_alloc());
+    if (!frame || width <= 0 || height <= 0)
+        return {};
+    frame->format = AV_PIX_FMT_BGRA;
+    frame->width = width;
+    frame->height = height;
+    if (av_frame_get_buffer(frame.get(), rowAlignment) < 0)
+        return {};
+    return adopt(frame.release(), presentationTime, duration);
+}
+
+int VideoFrame::width() const {
+    return m_frame ? m_frame->width : 0;
+}
+int VideoFrame::height() const {
+    return m_frame ? m_frame->height : 0;
+}
+int VideoFrame::bytesPerRow() const {
+    return m_frame ? m_frame->linesize[0] : 0;
+}
+const uint8_t* VideoFrame::bytes() const {
+    return m_frame ? m_frame->data[0] : nullptr;
+}
+uint8_t* VideoFrame::mutableBytes() {
+    return m_frame ? m_frame->data[0] : nullptr;
+}
+
+VideoFrame VideoFrame::withTiming(MediaTime pts, MediaTime newDuration,
+                                  MediaTime newDecodeTime) const {
+    VideoFrame copy = *this;
+    copy.presentationTime = pts;
+    copy.duration = newDuration;
+    copy.decodeTime = newDecodeTime;
+    return copy;
+}
+
+VideoFramePool::VideoFramePool(int width, int height)
+    : m_width(width), m_height(height), m_stride(alignedStride(width)) {
+    if (width > 0 && height > 0)
+        m_pool = av_buffer_pool_init(size_t(m_stride) * height + rowAlignment, nullptr);
+}
+
+VideoFramePool::~VideoFramePool() {
+    av_buffer_pool_uninit(&m_pool);
+}
+
+VideoFrame VideoFramePool::makeFrame(MediaTime presentationTime, MediaTime duration) {
+    if (!m_pool)
+        return {};
+    AVFramePtr frame(av_frame_alloc());
+    if (!frame)
+        return {};
+    frame->buf[0] = av_buffer_pool_get(m_pool);
+    if (!frame->buf[0])
+        return {};
+    frame->format = AV_PIX_FMT_BGRA;
+    frame->width = m_width;
+    frame->height = m_height;
+    frame->data[0] = frame->buf[0]->data;
+    frame->linesize[0] = m_stride;
+    return VideoFrame::adopt(frame.release(), presentationTime, duration);
+}

@@ -1,0 +1,70 @@
+#pragma once
+
+#include "media/MediaTime.h"
+
+#include <cstdint>
+#include <memory>
+
+struct AVFrame;
+struct AVBufferPool;
+
+// How a captured frame relates to the screen: only complete frames carry new content.
+enum class FrameStatus { complete, idle, blank, suspended, started, stopped };
+
+// A BGRA picture with its timing: a reference-counted AVFrame shared by every copy, so passing
+// a frame between threads or giving it new timing never copies pixels. The pixels are written
+// only by whoever made the frame, before it is first shared; after that they are read-only.
+// Thread-safe for reading; the timing fields are per copy.
+class VideoFrame final {
+public:
+    VideoFrame() = default;
+    // Takes ownership of a BGRA AVFrame (its data must be reference-counted buffers).
+    static VideoFrame adopt(AVFrame* frame, MediaTime presentationTime, MediaTime duration);
+    // A frame with a fresh buffer of its own, for tests and one-off pictures.
+    static VideoFrame allocate(int width, int height, MediaTime presentationTime,
+                               MediaTime duration);
+
+    bool isNull() const { return !m_frame; }
+    int width() const;
+    int height() const;
+    int bytesPerRow() const;
+    const uint8_t* bytes() const;
+    uint8_t* mutableBytes();
+    const AVFrame* avFrame() const { return m_frame.get(); }
+
+    // The same pixels with other timing.
+    VideoFrame withTiming(MediaTime presentationTime, MediaTime duration,
+                          MediaTime decodeTime) const;
+
+    MediaTime presentationTime = MediaTime::invalid();
+    MediaTime duration = MediaTime::invalid();
+    MediaTime decodeTime = MediaTime::invalid();
+    FrameStatus status = FrameStatus::complete;
+    double contentScale = 1.0;
+
+private:
+    std::shared_ptr<AVFrame> m_frame;
+};
+
+// Recycles BGRA frame buffers of one size, so capture at 60 frames/s allocates nothing once
+// warm. Thread-safe: frames may be taken on one thread and released on any.
+class VideoFramePool final {
+public:
+    VideoFramePool(int width, int height);
+    ~VideoFramePool();
+    VideoFramePool(const VideoFramePool&) = delete;
+    VideoFramePool& operator=(const VideoFramePool&) = delete;
+
+    // A frame whose pixels are undefined until written; null when memory is exhausted.
+    VideoFrame makeFrame(MediaTime presentationTime, MediaTime duration);
+    int width() const { return m_width; }
+    int height() const { return m_height; }
+
+private:
+    int m_width;
+    int m_height;
+    int m_stride;
+    // Frames hold references to the pool's buffers; av_buffer_pool_uninit frees the pool only
+    // when the last of them is returned, so frames may outlive this object.
+    AVBufferPool* m_pool = nullptr;
+};

@@ -1,0 +1,51 @@
+#pragma once
+
+#include "media/FFmpegHandles.h"
+#include "media/WriterConfiguration.h"
+
+#include <functional>
+#include <memory>
+#include <string>
+
+class AudioBuffer;
+
+// Turns float planar audio blocks of any size and rate into packets of one audio codec. Blocks
+// carry their own start times; small jitter between them is absorbed, a gap is filled with
+// silence and an overlap is cut, so the track stays continuous and in step with the video.
+// Used on the writer's worker thread only, after creation.
+class AudioTrackEncoder final {
+public:
+    // Receives each packet in the encoder's time base (1/sample rate); negative stops encoding.
+    using PacketSink = std::function<int(AVPacket*)>;
+
+    static std::unique_ptr<AudioTrackEncoder>
+    create(const WriterConfiguration::AudioSettings& settings, bool globalHeader,
+           std::string& error);
+    ~AudioTrackEncoder();
+
+    const AVCodecContext* context() const { return m_context.get(); }
+    // Whether the codec must be written in the ISO (mp4) layout of the movie file.
+    bool needsIsoLayout() const;
+
+    // startSeconds: the block's first sample on the file's time line. 0 or a negative AVERROR.
+    int encode(const AudioBuffer& buffer, double startSeconds, const PacketSink& sink);
+    int flush(const PacketSink& sink);
+
+private:
+    AudioTrackEncoder() = default;
+    int ensureResampler(const AudioBuffer& buffer);
+    int writeSilence(int64_t samples);
+    // final: also the samples short of a frame; atEnd: as a short last frame where allowed.
+    int sendFrames(bool final, bool atEnd, const PacketSink& sink);
+    int drain(const PacketSink& sink);
+
+    AVCodecContextPtr m_context;
+    SwrContextPtr m_resampler;
+    int m_inputRate = 0;
+    int m_inputChannels = 0;
+    AVAudioFifoPtr m_fifo;
+    int m_frameSize = 1024;
+    bool m_started = false;
+    int64_t m_fifoStart = 0; // sample index of the fifo's first sample
+    AVPacketPtr m_packet;
+};

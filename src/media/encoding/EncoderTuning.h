@@ -1,0 +1,28 @@
+#pragma once
+
+#include <cstddef>
+#include <string>
+
+// The knobs of real-time encoding that were chosen by measurement on a two-core machine (see
+// bench/MediaWriterBench.cpp); a benchmark may vary them, recordings use the defaults.
+struct EncoderTuning {
+    // x264 "ultrafast" keeps 1080p60 under a third of a core on this class of machine; every
+    // slower preset costs more CPU than the capture can spare at 60 frames/s.
+    std::string softwareH264Preset = "ultrafast";
+    // Empty for none. "zerolatency" makes x264 split each frame across threads instead of
+    // keeping several frames in flight, which costs less CPU here and holds no frames back
+    // (less to lose in a crash).
+    std::string softwareH264Tune;
+    // libx265 does not reach 60 frames/s of 1080p on two cores even at "ultrafast"; anything
+    // slower only drops more frames.
+    std::string softwareHEVCPreset = "ultrafast";
+    // prores_aw encodes 4444 with alpha about four times faster than prores_ks here.
+    std::string proResEncoder = "prores_aw";
+    bool allowHardware = true;
+    // Frames waiting for the encoder: 200 ms at 60 frames/s. Measured at 1080p60 with x264 on two
+    // busy cores: 4 refused 3% of the frames, 8 refused none to 0.7% depending on the other load,
+    // 16 none; each queued frame holds one capture buffer (8 MB at 1080p), so 12 is the middle.
+    size_t videoQueueDepth = 12;
+    // Audio blocks are small and frequent (10-20 ms each); a second of them.
+    size_t audioQueueDepth = 96;
+};

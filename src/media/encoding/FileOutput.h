@@ -1,0 +1,40 @@
+#pragma once
+
+#include <chrono>
+#include <filesystem>
+#include <memory>
+#include <optional>
+#include <string>
+
+struct AVIOContext;
+
+// The byte sink of a movie file: an FFmpeg I/O context over a plain file descriptor, so that
+// every write error keeps the system's own text ("No space left on device") and written data is
+// pushed to the disk about once a second, which is what keeps a recording after a power loss.
+// Used on the writer's worker thread only.
+class FileOutput final {
+public:
+    // Creates or truncates the file; nothing and an error text on failure.
+    static std::unique_ptr<FileOutput> create(const std::filesystem::path& path,
+                                              std::string& error);
+    ~FileOutput();
+    FileOutput(const FileOutput&) = delete;
+    FileOutput& operator=(const FileOutput&) = delete;
+
+    AVIOContext* context() const { return m_context; }
+    // The system's text for the first failed write or seek, if any.
+    const std::optional<std::string>& systemError() const { return m_systemError; }
+    // Flushes, syncs and closes; false with systemError set when that fails.
+    bool close();
+
+private:
+    FileOutput() = default;
+    static int writePacket(void* opaque, uint8_t* data, int size);
+    static int64_t seek(void* opaque, int64_t offset, int whence);
+    int fail(int errorNumber);
+
+    int m_fd = -1;
+    AVIOContext* m_context = nullptr; // owned; freed with its buffer in the destructor
+    std::optional<std::string> m_systemError;
+    std::chrono::steady_clock::time_point m_lastSync;
+};

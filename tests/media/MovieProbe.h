@@ -1,0 +1,181 @@
+#pragma once
+
+#include "media/FFmpegHandles.h"
+
+extern "C" {
+#include <libavutil/pixdesc.h>
+}
+
+#include <cmath>
+
+#include <filesystem>
+#include <optional>
+#include <string>
+#include <vector>
+
+// Reads a movie file back with libavformat, as any player would, and reports what it holds.
+struct ProbedStream {
+    AVMediaType type = AVMEDIA_TYPE_UNKNOWN;
+    std::string codec;
+    std::string codecTag;
+    int width = 0;
+    int height = 0;
+    int sampleRate = 0;
+    int channels = 0;
+    std::string colorPrimaries;
+    std::string colorTransfer;
+    std::string colorMatrix;
+    std::vector<double> packetTimes; // presentation times in seconds, in file order
+    double endSeconds = 0;           // the largest pts + duration
+};
+
+struct ProbedFile {
+    std::string formatName;
+    double durationSeconds = 0;
+    std::vector<ProbedStream> streams;
+    const ProbedStream* first(AVMediaType type) const {
+        for (const ProbedStream& stream : streams) {
+            if (stream.type == type)
+                return &stream;
+        }
+        return nullptr;
+    }
+};
+
+inline std::optional<ProbedFile> probeMovie(const std::filesystem::path& path) {
+    AVFormatContext* raw = nullptr;
+    if (avformat_open_input(&raw, path.c_str(), nullptr, nullptr) < 0)
+        return std::nullopt;
+    AVInputFormatContextPtr input(raw);
+    if (avformat_find_stream_info(input.get(), nullptr) < 0)
+        return std::nullopt;
+    ProbedFile file;
+    file.formatName = input->iformat->name;
+    file.durationSeconds = input->duration > 0 ? double(input->duration) / AV_TIME_BASE : 0;
+    for (unsigned i = 0; i < input->nb_streams; ++i) {
+        const AVCodecParameters* parameters = input->streams[i]->codecpar;
+        ProbedStream stream;
+        stream.type = parameters->codec_type;
+        stream.codec = avcodec_get_name(parameters->codec_id);
+        char tag[AV_FOURCC_MAX_STRING_SIZE] = {};
+        av_fourcc_make_string(tag, parameters->codec_tag);
+        stream.codecTag = tag;
+        stream.width = parameters->width;
+        stream.height = parameters->height;
+        stream.sampleRate = parameters->sample_rate;
+        stream.channels = parameters->ch_layout.nb_channels;
+        stream.colorPrimaries = av_color_primaries_name(parameters->color_primaries);
+        stream.colorTransfer = av_color_transfer_name(parameters->color_trc);
+        stream.colorMatrix = av_color_space_name(parameters->color_space);
+        file.streams.push_back(stream);
+    }
+    AVPacketPtr packet(av_packet_alloc());
+    while (av_read_frame(input.get(), packet.get()) >= 0) {
+        const AVStream* stream = input->streams[packet->stream_index];
+        ProbedStream& probed = file.streams[size_t(packet->stream_index)];
+        if (packet->pts != AV_NOPTS_VALUE) {
+            double pts = double(packet->pts) * av_q2d(stream->time_base);
+            probed.packetTimes.push_back(pts);
+            probed.endSeconds = std::max(probed.endSeconds, pts + double(packet->duration) *
+                                                                      av_q2d(stream->time_base));
+        }
+        av_packet_unref(packet.get());
+    }
+    return file;
+}
+
+// The first decoded video picture of a file.
+inline AVFramePtr decodeFirstPicture(const std::filesystem::path& path) {
+    AVFormatContext* raw = nullptr;
+    if (avformat_open_input(&raw, path.c_str(), nullptr, nullptr) < 0)
+        return nullptr;
+    AVInputFormatContextPtr input(raw);
+    avformat_find_stream_info(input.get(), nullptr);
+    int index = av_find_best_stream(input.get(), AVMEDIA_TYPE_VIDEO, -1, -1, nullptr, 0);
+    if (index < 0)
+        return nullptr;
+    const AVCodec* codec = avcodec_find_decoder(input->streams[index]->codecpar->codec_id);
+    AVCodecContextPtr decoder(avcodec_alloc_context3(codec));
+    avcodec_parameters_to_context(decoder.get(), input->streams[index]->codecpar);
+    if (avcodec_open2(decoder.get(), codec, nullptr) < 0)
+        return nullptr;
+    AVPacketPtr packet(av_packet_alloc());
+    AVFramePtr frame(av_frame_alloc());
+    while (av_read_frame(input.get(), packet.get()) >= 0) {
+        if (packet->stream_index == index &&
+            avcodec_send_packet(decoder.get(), packet.get()) >= 0 &&
+            avcodec_receive_frame(decoder.get(), frame.get()) >= 0)
+            return frame;
+        av_packet_unref(packet.get());
+    }
+    avcodec_send_packet(decoder.get(), nullptr);
+    if (avcodec_receive_frame(decoder.get(), frame.get()) >= 0)
+        return frame;
+    return nullptr;
+}
+
+// The first channel of a file's first audio track, decoded, as floats in -1..1.
+inline std::vector<float> decodeFirstAudioChannel(const std::filesystem::path& path,
+                                                  int streamOrdinal = 0) {
+    std::vector<float> samples;
+    AVFormatContext* raw = nullptr;
+    if (avformat_open_input(&raw, path.c_str(), nullptr, nullptr) < 0)
+        return samples;
+    AVInputFormatContextPtr input(raw);
+    avformat_find_stream_info(input.get(), nullptr);
+    int index = -1;
+    for (unsigned i = 0, seen = 0; i < input->nb_streams; ++i) {
+        if (input->streams[i]->codecpar->codec_type == AVMEDIA_TYPE_AUDIO &&
+            int(seen++) == streamOrdinal)
+            index = int(i);
+    }
+    if (index < 0)
+        return samples;
+    const AVCodec* codec = avcodec_find_decoder(input->streams[index]->codecpar->codec_id);
+    AVCodecContextPtr decoder(avcodec_alloc_context3(codec));
+    avcodec_parameters_to_context(decoder.get(), input->streams[index]->codecpar);
+    if (avcodec_open2(decoder.get(), codec, nullptr) < 0)
+        return samples;
+    AVPacketPtr packet(av_packet_alloc());
+    AVFramePtr frame(av_frame_alloc());
+    auto collect = [&] {
+        while (avcodec_receive_frame(decoder.get(), frame.get()) >= 0) {
+            for (int i = 0; i < frame->nb_samples; ++i) {
+                int step = av_sample_fmt_is_planar(AVSampleFormat(frame->format))
+                               ? 1
+                               : frame->ch_layout.nb_channels;
+                switch (frame->format) {
+                case AV_SAMPLE_FMT_S16:
+                case AV_SAMPLE_FMT_S16P:
+                    samples.push_back(reinterpret_cast<const int16_t*>(frame->data[0])[i * step] /
+                                      32768.0f);
+                    break;
+                case AV_SAMPLE_FMT_S32:
+                case AV_SAMPLE_FMT_S32P:
+                    samples.push_back(float(
+                        reinterpret_cast<const int32_t*>(frame->data[0])[i * step] / 2147483648.0));
+                    break;
+                default:
+                    samples.push_back(reinterpret_cast<const float*>(frame->data[0])[i * step]);
+                }
+            }
+        }
+    };
+    while (av_read_frame(input.get(), packet.get()) >= 0) {
+        if (packet->stream_index == index && avcodec_send_packet(decoder.get(), packet.get()) >= 0)
+            collect();
+        av_packet_unref(packet.get());
+    }
+    avcodec_send_packet(decoder.get(), nullptr);
+    collect();
+    return samples;
+}
+
+// Index of the first sample louder than the threshold, or -1.
+inline long firstSound(const std::vector<float>& samples, float threshold = 0.01f) {
+    for (size_t i = 0; i < samples.size(); ++i) {
+        if (std::abs(samples[i]) > threshold)
+            return long(i);
+    }
+    return -1;
+}

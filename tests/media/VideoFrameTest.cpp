@@ -1,0 +1,49 @@
+#include "media/VideoFrame.h"
+
+#include "media/FFmpegHandles.h"
+
+#include <gtest/gtest.h>
+
+TEST(VideoFrame, NewTimingSharesThePixels) {
+    VideoFrame frame = VideoFrame::allocate(64, 32, MediaTime::make(1, 1), MediaTime::make(1, 60));
+    ASSERT_FALSE(frame.isNull());
+    frame.mutableBytes()[0] = 42;
+    VideoFrame moved =
+        frame.withTiming(MediaTime::make(2, 1), MediaTime::make(1, 30), MediaTime::invalid());
+    EXPECT_EQ(moved.bytes(), frame.bytes());
+    EXPECT_EQ(moved.presentationTime, MediaTime::make(2, 1));
+    EXPECT_EQ(frame.presentationTime, MediaTime::make(1, 1)); // the original keeps its timing
+    EXPECT_EQ(moved.width(), 64);
+    EXPECT_GE(moved.bytesPerRow(), 64 * 4);
+    EXPECT_EQ(moved.avFrame()->format, AV_PIX_FMT_BGRA);
+}
+
+TEST(VideoFrame, PoolRecyclesBuffersAndFramesMayOutliveIt) {
+    VideoFrame survivor;
+    {
+        VideoFramePool pool(320, 240);
+        const uint8_t* first;
+        {
+            VideoFrame frame = pool.makeFrame(MediaTime::zero(), MediaTime::make(1, 60));
+            ASSERT_FALSE(frame.isNull());
+            first = frame.bytes();
+        }
+        // The released buffer comes back for the next frame: no allocation per frame.
+        VideoFrame again = pool.makeFrame(MediaTime::zero(), MediaTime::make(1, 60));
+        EXPECT_EQ(again.bytes(), first);
+        VideoFrame other = pool.makeFrame(MediaTime::zero(), MediaTime::make(1, 60));
+        EXPECT_NE(other.bytes(), first);
+        EXPECT_EQ(other.bytesPerRow() % 64, 0);
+        survivor = other;
+    }
+    // Writing the whole picture after the pool is gone must stay inside live memory
+    // (ASan/valgrind).
+    std::fill_n(survivor.mutableBytes(), size_t(survivor.bytesPerRow()) * 240, uint8_t(7));
+    EXPECT_EQ(survivor.bytes()[survivor.bytesPerRow() * 239], 7);
+}
+
+TEST(VideoFrame, BadSizesGiveNullFrames) {
+    EXPECT_TRUE(VideoFrame::allocate(0, 10, MediaTime::zero(), MediaTime::zero()).isNull());
+    VideoFramePool pool(-1, 10);
+    EXPECT_TRUE(pool.makeFrame(MediaTime::zero(), MediaTime::zero()).isNull());
+}
