@@ -11,6 +11,9 @@ using TestApplication = QCoreApplication;
 // Every test program has a Qt application object, so timers, settings and D-Bus work in any
 // test; the widget tests get a full one (offscreen unless a test starts its own display).
 int main(int argc, char** argv) {
+    // In-process widgets never need a real display; programs a test starts choose their own.
+    if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM"))
+        qputenv("QT_QPA_PLATFORM", "offscreen");
     TestApplication app(argc, argv);
     QCoreApplication::setOrganizationName("tavelquiston-tests");
     QCoreApplication::setApplicationName("tavelquiston-tests");

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "media/MediaTime.h"
+#include "core/time/MediaTime.h"
 
 #include <cstdint>
 #include <memory>

@@ -2,7 +2,7 @@
 
 #include "core/model/RecordingOptions.h"
 #include "media/AudioBuffer.h"
-#include "media/MediaTime.h"
+#include "core/time/MediaTime.h"
 #include "media/VideoCodecSettings.h"
 #include "media/VideoFrame.h"
 #include "media/WriterConfiguration.h"

@@ -206,8 +206,7 @@ public:
     bool appendAudioBuffer(const AudioBuffer&, int, bool) override { return true; }
     void addTimeOffset(MediaTime value) override {
         call("addTimeOffset", text(value));
-        offset = MediaTime{offset.value * value.timescale + value.value * offset.timescale,
-                           offset.timescale * value.timescale, MediaTime::validFlag, 0};
+        offset = offset + value;
     }
     std::optional<MediaTime> sessionStartTimeValue() const override { return sessionStart; }
     MediaTime currentTimeOffset() const override { return offset; }
@@ -465,7 +464,8 @@ public:
         return remember(audioOnly, std::make_unique<FakeAudioOnlyRecorder>(m_log, "audioOnly",
                                                                            failures["audioOnly"]));
     }
-    std::unique_ptr<MetadataRecorderEngine> makeMetadataRecorder(Size size, int frameRate) override {
+    std::unique_ptr<MetadataRecorderEngine> makeMetadataRecorder(Size size,
+                                                                 int frameRate) override {
         call("makeMetadataRecorder", std::to_string(int(size.width)) + "x" +
                                          std::to_string(int(size.height)) + "@" +
                                          std::to_string(frameRate));

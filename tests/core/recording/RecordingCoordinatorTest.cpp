@@ -289,9 +289,9 @@ TEST_F(RecordingCoordinatorStart, MetadataTimeFollowsTheVideoTimeline) {
     prepareAndStart(screenConfiguration());
     clock.advance(2.0);
     ASSERT_TRUE(factory.metadata->timeProvider);
-    EXPECT_EQ(factory.metadata->timeProvider(), 2.0); // no session yet: 2 s of recording
-    factory.writer->sessionStart = MediaTime{6000, 600, MediaTime::validFlag, 0}; // 10 s
-    factory.writer->lastPTS = MediaTime{6900, 600, MediaTime::validFlag, 0};      // 11.5 s
+    EXPECT_EQ(factory.metadata->timeProvider(), 2.0);          // no session yet: 2 s of recording
+    factory.writer->sessionStart = MediaTime::make(6000, 600); // 10 s
+    factory.writer->lastPTS = MediaTime::make(6900, 600);      // 11.5 s
     EXPECT_EQ(factory.metadata->timeProvider(), 1.5);
 }
 

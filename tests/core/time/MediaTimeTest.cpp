@@ -1,4 +1,4 @@
-#include "media/MediaTime.h"
+#include "core/time/MediaTime.h"
 
 #include <gtest/gtest.h>
 
