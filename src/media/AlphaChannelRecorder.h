@@ -1,6 +1,6 @@
 #pragma once
 
-#include "media/AlphaVideoCodec.h"
+#include "core/model/AlphaVideoCodec.h"
 #include "media/VideoCodecSettings.h"
 
 #include <optional>

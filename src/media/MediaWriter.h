@@ -1,11 +1,11 @@
 #pragma once
 
 #include "core/model/RecordingOptions.h"
-#include "media/AudioBuffer.h"
+#include "core/recording/engines/WriterConfiguration.h"
 #include "core/time/MediaTime.h"
+#include "media/AudioBuffer.h"
 #include "media/MediaWriterError.h"
 #include "media/VideoFrame.h"
-#include "media/WriterConfiguration.h"
 #include "media/encoding/EncoderTuning.h"
 
 #include <atomic>

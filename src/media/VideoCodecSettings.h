@@ -1,6 +1,6 @@
 #pragma once
 
-#include "media/WriterConfiguration.h"
+#include "core/recording/engines/WriterConfiguration.h"
 
 #include <cstdint>
 #include <optional>

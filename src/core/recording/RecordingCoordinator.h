@@ -208,8 +208,9 @@ private:
     // Declared so that destruction runs engines first (their handlers and the camera point at
     // writers), then the writers' owners.
     std::unique_ptr<LayerRecordingManager> m_layerRecordingManager; // owns the layer writers
-    std::unique_ptr<MediaWriterEngine> m_ownedMediaWriter;                // a single-file writer
-    std::atomic<MediaWriterEngine*> m_mediaWriter{nullptr}; // where screen frames go; read by handlers
+    std::unique_ptr<MediaWriterEngine> m_ownedMediaWriter;          // a single-file writer
+    std::atomic<MediaWriterEngine*> m_mediaWriter{
+        nullptr}; // where screen frames go; read by handlers
     std::unique_ptr<AudioOnlyRecorder> m_audioOnlyRecorder;
     std::unique_ptr<MetadataRecorderEngine> m_metadataRecorder;
     std::unique_ptr<ZoomRenderer> m_zoomRenderer;

@@ -1,5 +1,7 @@
 #include "core/recording/RecordingPreparation.h"
 
+#include "core/model/AlphaVideoCodec.h"
+
 #include "core/model/Constants.h"
 #include "core/model/RecordingError.h"
 #include "core/recording/DetachedTask.h"
@@ -23,11 +25,6 @@ namespace {
 WriterConfiguration::AudioSettings defaultAudioSettings() {
     return {Constants::defaultSampleRate, Constants::defaultChannelCount, 128'000,
             WriterConfiguration::AudioFormat::aac};
-}
-
-bool isKnownAlphaCodec(const QString& raw) {
-    return raw == QLatin1String("hevcWithAlpha") || raw == QLatin1String("proRes4444") ||
-           raw == QLatin1String("proRes4444XQ");
 }
 
 const char* yesNo(bool value) {
@@ -204,7 +201,8 @@ void RecordingPreparation::prepareLayers(Result& result, const RecordingMode& mo
             const VideoDimensions size =
                 camera->activeVideoDimensions().value_or(VideoDimensions{});
             WriterConfiguration config;
-            config.outputURL = layers.fileURL(RecordingLayer::camera).value_or(QString());
+            config.outputURL =
+                layers.fileURL(RecordingLayer::camera).value_or(QString()).toStdString();
             config.outputFormat = configuration.outputFormat;
             WriterConfiguration::VideoSettings video;
             video.width = size.width;
@@ -212,7 +210,7 @@ void RecordingPreparation::prepareLayers(Result& result, const RecordingMode& mo
             video.frameRate = configuration.frameRate;
             video.codec = configuration.encoder;
             video.quality = configuration.videoQuality;
-            video.colorSpace = rec709ColorSpace();
+            video.colorSpace = WriterConfiguration::VideoSettings::ColorSpaceSettings::rec709();
             config.videoSettings = video;
             config.audioSettings = defaultAudioSettings();
             cameraConfig = config;
@@ -239,7 +237,7 @@ WriterConfiguration RecordingPreparation::buildWriterConfiguration(
     const RecordingConfiguration& configuration, const RecordingMode& mode,
     std::optional<SCStreamConfiguration> streamConfig, const QString& outputURL) const {
     WriterConfiguration result;
-    result.outputURL = outputURL;
+    result.outputURL = outputURL.toStdString();
     result.outputFormat = configuration.outputFormat;
     if (mode.hasVideo()) {
         if (!streamConfig)
@@ -254,10 +252,9 @@ WriterConfiguration RecordingPreparation::buildWriterConfiguration(
                 const auto stored =
                     m_defaults.stringValue(Constants::UserDefaultsKey::alphaChannelCodec);
                 const QString codec = stored.value_or(QStringLiteral("hevcWithAlpha"));
-                if (isKnownAlphaCodec(codec))
-                    video.alphaCodec = codec;
+                video.alphaCodec = alphaVideoCodecFromRawValue(codec.toStdString());
                 logLine("🎨 Alpha channel recording enabled with codec: {}",
-                        video.alphaCodec.value_or(QStringLiteral("none")).toStdString());
+                        video.alphaCodec ? rawValue(*video.alphaCodec) : std::string("none"));
             } else {
                 logLine("⚠️ Alpha channel not supported, falling back to standard recording");
             }
@@ -267,7 +264,7 @@ WriterConfiguration RecordingPreparation::buildWriterConfiguration(
         video.frameRate = std::min(std::max(configuration.frameRate, 15), 60);
         video.codec = configuration.encoder;
         video.quality = configuration.videoQuality;
-        video.colorSpace = rec709ColorSpace();
+        video.colorSpace = WriterConfiguration::VideoSettings::ColorSpaceSettings::rec709();
         result.videoSettings = video;
     }
     result.audioSettings = defaultAudioSettings();

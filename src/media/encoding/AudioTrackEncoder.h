@@ -1,7 +1,7 @@
 #pragma once
 
+#include "core/recording/engines/WriterConfiguration.h"
 #include "media/FFmpegHandles.h"
-#include "media/WriterConfiguration.h"
 
 #include <functional>
 #include <memory>

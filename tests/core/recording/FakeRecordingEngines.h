@@ -190,9 +190,9 @@ public:
     QString finishedURL = QStringLiteral("/out/Recording.mov");
 
     void configure(const WriterConfiguration& configuration) override {
-        call("configure", text(configuration.outputURL));
+        call("configure", text(QString::fromStdString(configuration.outputURL.string())));
         configured = configuration;
-        finishedURL = configuration.outputURL;
+        finishedURL = QString::fromStdString(configuration.outputURL.string());
     }
     void startWriting() override { call("startWriting"); }
     void startSession(MediaTime at) override {
@@ -248,7 +248,7 @@ public:
         call("startLayerRecording", camera ? "screen+camera" : "screen");
         screenWriter = std::make_unique<FakeMediaWriter>(m_writerLog, "screenWriter");
         screenWriter->configured = screen;
-        screenWriter->finishedURL = screen.outputURL;
+        screenWriter->finishedURL = QString::fromStdString(screen.outputURL.string());
         if (camera && createsCameraWriter) {
             cameraWriter = std::make_unique<FakeMediaWriter>(m_writerLog, "cameraWriter");
             cameraWriter->configured = camera;

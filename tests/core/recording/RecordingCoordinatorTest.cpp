@@ -127,7 +127,7 @@ using RecordingCoordinatorPreparation = CoordinatorHarness;
 TEST_F(RecordingCoordinatorPreparation, ScreenRecordingPreparesEnginesInOrder) {
     prepare(screenConfiguration());
     EXPECT_TRUE(coordinator->recordingState().is<RecordingState::Ready>());
-    const QString file = factory.writer->configured->outputURL;
+    const QString file = QString::fromStdString(factory.writer->configured->outputURL.string());
     EXPECT_THAT(log.entries(),
                 ElementsAre("factory.fetchShareableContent",
                             "screen.setAvailableContent(1 displays)",

@@ -86,7 +86,7 @@ TEST_F(RecordingPreparationTest, WriterConfigurationCarriesTheRecordingsChoices)
     video.frameRate = 60;
     video.codec = VideoEncoder::h264;
     video.quality = VideoQuality::medium;
-    video.colorSpace = rec709ColorSpace();
+    video.colorSpace = WriterConfiguration::VideoSettings::ColorSpaceSettings::rec709();
     EXPECT_EQ(writer.videoSettings, video);
     EXPECT_EQ(writer.audioSettings,
               (WriterConfiguration::AudioSettings{48'000, 2, 128'000,
@@ -103,7 +103,7 @@ TEST_F(RecordingPreparationTest, AlphaChannelFollowsSupportAndTheStoredCodec) {
     config.studioConfig = StudioRecordingConfiguration{};
     config.studioConfig->enableAlphaChannel = true;
     defaults.set("alphaChannelCodec", QStringLiteral("proRes4444"));
-    EXPECT_EQ(build(config).videoSettings->alphaCodec, QStringLiteral("proRes4444"));
+    EXPECT_EQ(build(config).videoSettings->alphaCodec, AlphaVideoCodec::proRes4444);
     EXPECT_TRUE(build(config).videoSettings->hasAlphaChannel);
     factory.alphaSupported = false;
     testing::internal::CaptureStdout();
@@ -173,7 +173,7 @@ TEST_F(RecordingPreparationTest, VideoWithMicrophonePreparesStreamThenMicrophone
     config.enableAEC = false;
     config.frameRate = 30;
     const auto result = prepare(config);
-    const std::string file = factory.writer->configured->outputURL.toStdString();
+    const std::string file = factory.writer->configured->outputURL.string();
     EXPECT_THAT(log.entries(),
                 ElementsAre("screen.setAvailableContent(0 displays)",
                             "screen.createFilter(Screen Recording)",
@@ -236,7 +236,8 @@ TEST_F(RecordingPreparationTest, SeparateLayersReuseAPrewarmedCameraOfTheSameNam
                     "prewarmed.configureSeparateWriter"));
     const WriterConfiguration& camera = *factory.layers->cameraWriter->configured;
     EXPECT_EQ(camera.videoSettings->width, 1280); // the camera's own size
-    EXPECT_EQ(camera.outputURL, factory.layers->package->cameraVideoURL);
+    EXPECT_EQ(QString::fromStdString(camera.outputURL.string()),
+              factory.layers->package->cameraVideoURL);
 
     log.clear();
     result = prepare(config, SCShareableContent{}, &prewarmed, QStringLiteral("HD Webcam"));

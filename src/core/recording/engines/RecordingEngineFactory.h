@@ -33,7 +33,7 @@ public:
     virtual std::unique_ptr<AudioOnlyRecorder>
     makeAudioOnlyRecorder(const RecordingConfiguration& configuration) = 0;
     virtual std::unique_ptr<MetadataRecorderEngine> makeMetadataRecorder(Size resolution,
-                                                                   int frameRate) = 0;
+                                                                         int frameRate) = 0;
     virtual std::unique_ptr<ZoomRenderer> makeZoomRenderer() = 0;
     virtual std::unique_ptr<CursorOverlayController> makeCursorOverlayController() = 0;
 

@@ -1,4 +1,4 @@
-#include "media/WriterConfiguration.h"
+#include "core/recording/engines/WriterConfiguration.h"
 
 std::string rawValue(WriterConfiguration::AudioFormat format) {
     switch (format) {

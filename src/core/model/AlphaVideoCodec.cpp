@@ -1,4 +1,4 @@
-#include "media/AlphaVideoCodec.h"
+#include "core/model/AlphaVideoCodec.h"
 
 std::string rawValue(AlphaVideoCodec codec) {
     switch (codec) {
