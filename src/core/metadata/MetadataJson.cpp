@@ -287,12 +287,21 @@ GradientSettings readGradient(const json& value) {
             })};
 }
 
+// The URL is brought to the form that its own absolute string reads back as, so that a document
+// written again reads back equal: the parser normalises some spellings (a "#" inside a fragment,
+// for one) differently on a second reading.
 QUrl readUrl(const json& value) {
     const std::string& text = readStdString(value);
-    QUrl url(QString::fromStdString(text), QUrl::StrictMode);
-    if (text.empty() || !url.isValid())
-        fail(fmt::format("invalid URL \"{}\"", text.substr(0, 64)));
-    return url;
+    QUrl url(QString::fromStdString(text), QUrl::TolerantMode);
+    if (text.empty())
+        fail("invalid URL \"\"");
+    for (int pass = 0; pass < 3 && url.isValid(); ++pass) {
+        QUrl again(url.toString(QUrl::FullyEncoded), QUrl::TolerantMode);
+        if (again == url)
+            return url;
+        url = std::move(again);
+    }
+    fail(fmt::format("invalid URL \"{}\"", text.substr(0, 64)));
 }
 
 BackgroundSettings readBackground(const json& value) {
