@@ -1,5 +1,7 @@
 #include "media/encoding/AudioTrackEncoder.h"
 
+#include "media/encoding/PacketDrain.h"
+
 #include "media/AudioBuffer.h"
 
 extern "C" {
@@ -255,15 +257,5 @@ int AudioTrackEncoder::flush(const PacketSink& sink) {
 }
 
 int AudioTrackEncoder::drain(const PacketSink& sink) {
-    while (true) {
-        int result = avcodec_receive_packet(m_context.get(), m_packet.get());
-        if (result == AVERROR(EAGAIN) || result == AVERROR_EOF)
-            return 0;
-        if (result < 0)
-            return result;
-        result = sink(m_packet.get());
-        av_packet_unref(m_packet.get());
-        if (result < 0)
-            return result;
-    }
+    return drainEncoder(m_context.get(), m_packet.get(), sink);
 }

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "media/encoding/PacketDrain.h"
+
 #include "core/recording/engines/WriterConfiguration.h"
 #include "media/FFmpegHandles.h"
 
@@ -16,7 +18,7 @@ class AudioBuffer;
 class AudioTrackEncoder final {
 public:
     // Receives each packet in the encoder's time base (1/sample rate); negative stops encoding.
-    using PacketSink = std::function<int(AVPacket*)>;
+    using PacketSink = ::PacketSink;
 
     static std::unique_ptr<AudioTrackEncoder>
     create(const WriterConfiguration::AudioSettings& settings, bool globalHeader,

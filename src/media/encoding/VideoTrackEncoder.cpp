@@ -1,5 +1,7 @@
 #include "media/encoding/VideoTrackEncoder.h"
 
+#include "media/encoding/PacketDrain.h"
+
 #include "core/support/Log.h"
 #include "media/AlphaChannelRecorder.h"
 #include "media/VideoFrame.h"
@@ -400,15 +402,5 @@ int VideoTrackEncoder::flush(const PacketSink& sink) {
 }
 
 int VideoTrackEncoder::drain(const PacketSink& sink) {
-    while (true) {
-        int result = avcodec_receive_packet(m_context.get(), m_packet.get());
-        if (result == AVERROR(EAGAIN) || result == AVERROR_EOF)
-            return 0;
-        if (result < 0)
-            return result;
-        result = sink(m_packet.get());
-        av_packet_unref(m_packet.get());
-        if (result < 0)
-            return result;
-    }
+    return drainEncoder(m_context.get(), m_packet.get(), sink);
 }

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "media/encoding/PacketDrain.h"
+
 #include "media/FFmpegHandles.h"
 #include "media/VideoCodecSettings.h"
 #include "media/encoding/EncoderTuning.h"
@@ -16,7 +18,7 @@ class VideoFrame;
 class VideoTrackEncoder final {
 public:
     // Receives each packet in the encoder's time base; a negative result stops the encoding.
-    using PacketSink = std::function<int(AVPacket*)>;
+    using PacketSink = ::PacketSink;
 
     static constexpr int timeBaseDen = 90000;
 
