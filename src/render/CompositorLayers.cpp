@@ -459,22 +459,20 @@ PlacedImage CompositorLayers::createCameraShadow(const Rect& frame, double corne
     QRectF shifted = topLeftRect(frame, renderSize.height).translated(0.0, 8.0 * unit);
     const QRect bounds = shifted.toAlignedRect().adjusted(-margin, -margin, margin, margin);
     const QPainterPath shape = roundedPath(shifted.translated(-bounds.topLeft()), cornerRadius);
-    const QImage blurred = shapeShadowAlpha(shape, bounds.size(), QPointF(), sigma);
-    const QImage solid = shapeShadowAlpha(shape, bounds.size(), QPointF(), 0.0);
-    const double o = std::clamp(m_settings.cameraShadowOpacity, 0.0, 1.0);
-    QImage shadow(bounds.size(), QImage::Format_ARGB32_Premultiplied);
-    for (int y = 0; y < bounds.height(); ++y) {
-        const uchar* b = blurred.constScanLine(y);
-        const uchar* s = solid.constScanLine(y);
-        auto* row = reinterpret_cast<QRgb*>(shadow.scanLine(y));
-        for (int x = 0; x < bounds.width(); ++x) {
-            // The filled shape over its own blurred shadow, both black at the opacity.
-            const double fill = o * s[x] / 255.0;
-            const double blur = o * b[x] / 255.0;
-            row[x] =
-                qRgba(0, 0, 0, static_cast<int>(std::lround((fill + blur * (1.0 - fill)) * 255.0)));
-        }
-    }
+    // The blur is smooth, so it is made at half resolution, which matters while the overlay
+    // animates and its shadow is new on every frame; the sharp fill goes on at full resolution.
+    const QSize half((bounds.width() + 1) / 2, (bounds.height() + 1) / 2);
+    const QImage blurred =
+        shapeShadowAlpha(QTransform::fromScale(0.5, 0.5).map(shape), half, QPointF(), sigma / 2.0);
+    QImage shadow = blackWithAlpha(blurred, m_settings.cameraShadowOpacity)
+                        .scaled(bounds.size(), Qt::IgnoreAspectRatio, Qt::SmoothTransformation);
+    QPainter painter(&shadow);
+    painter.setRenderHint(QPainter::Antialiasing);
+    painter.fillPath(
+        shape,
+        QColor::fromRgbF(0.0f, 0.0f, 0.0f,
+                         static_cast<float>(std::clamp(m_settings.cameraShadowOpacity, 0.0, 1.0))));
+    painter.end();
     m_cachedCameraShadow = {shadow, QPointF(bounds.topLeft())};
     m_cachedCameraShadowFrame = frame;
     m_cachedCameraShadowCornerRadius = cornerRadius;

@@ -25,8 +25,9 @@ std::array<int, 3> boxesForGauss(double sigma) {
     return sizes;
 }
 
-// One running-sum box pass over `count` samples `stride` apart, zero beyond the ends.
-void boxPass(std::uint8_t* data, int count, int stride, int radius, std::vector<int>& scratch) {
+// One running-sum box pass along a row: `count` samples `stride` bytes apart, zero beyond the
+// ends.
+void boxPassRow(std::uint8_t* data, int count, int stride, int radius, std::vector<int>& scratch) {
     scratch.resize(count);
     for (int i = 0; i < count; ++i)
         scratch[i] = data[i * stride];
@@ -45,21 +46,55 @@ void boxPass(std::uint8_t* data, int count, int stride, int radius, std::vector<
     }
 }
 
-// Blurs one byte plane (`channels` interleaved planes, this one at `channel`).
-void blurPlane(std::uint8_t* bits, int width, int height, qsizetype bytesPerLine, int channels,
-               int channel, double sigma) {
-    if (sigma < 0.3)
+// The same pass down the columns, all bytes of a row at once, so that memory is read row by
+// row rather than with a stride of a whole row.
+void boxPassColumns(std::uint8_t* bits, int rowBytes, int height, qsizetype bytesPerLine,
+                    int radius, std::vector<std::uint8_t>& copy, std::vector<int>& sums) {
+    copy.resize(static_cast<std::size_t>(rowBytes) * height);
+    for (int y = 0; y < height; ++y)
+        std::copy(bits + y * bytesPerLine, bits + y * bytesPerLine + rowBytes,
+                  copy.begin() + static_cast<std::ptrdiff_t>(y) * rowBytes);
+    sums.assign(rowBytes, 0);
+    for (int y = 0; y <= std::min(radius, height - 1); ++y) {
+        const std::uint8_t* row = copy.data() + static_cast<std::size_t>(y) * rowBytes;
+        for (int x = 0; x < rowBytes; ++x)
+            sums[x] += row[x];
+    }
+    const int width = 2 * radius + 1;
+    for (int y = 0; y < height; ++y) {
+        std::uint8_t* out = bits + y * bytesPerLine;
+        for (int x = 0; x < rowBytes; ++x)
+            out[x] = static_cast<std::uint8_t>((sums[x] + width / 2) / width);
+        if (y + radius + 1 < height) {
+            const std::uint8_t* row =
+                copy.data() + static_cast<std::size_t>(y + radius + 1) * rowBytes;
+            for (int x = 0; x < rowBytes; ++x)
+                sums[x] += row[x];
+        }
+        if (y - radius >= 0) {
+            const std::uint8_t* row = copy.data() + static_cast<std::size_t>(y - radius) * rowBytes;
+            for (int x = 0; x < rowBytes; ++x)
+                sums[x] -= row[x];
+        }
+    }
+}
+
+// Blurs every byte plane of an image with `channels` interleaved bytes per pixel.
+void blurPlanes(std::uint8_t* bits, int width, int height, qsizetype bytesPerLine, int channels,
+                double sigma) {
+    if (sigma < 0.3 || width < 1 || height < 1)
         return;
     std::vector<int> scratch;
+    std::vector<std::uint8_t> copy;
     for (int box : boxesForGauss(sigma)) {
         const int radius = (box - 1) / 2;
         if (radius < 1)
             continue;
-        for (int y = 0; y < height; ++y)
-            boxPass(bits + y * bytesPerLine + channel, width, channels, radius, scratch);
-        for (int x = 0; x < width; ++x)
-            boxPass(bits + x * channels + channel, height, static_cast<int>(bytesPerLine), radius,
-                    scratch);
+        for (int y = 0; y < height; ++y) {
+            for (int channel = 0; channel < channels; ++channel)
+                boxPassRow(bits + y * bytesPerLine + channel, width, channels, radius, scratch);
+        }
+        boxPassColumns(bits, width * channels, height, bytesPerLine, radius, copy, scratch);
     }
 }
 
@@ -76,7 +111,7 @@ QRectF topLeftRect(const Rect& rect, double height) {
 void blurAlpha(QImage& alpha8, double sigma) {
     if (alpha8.isNull() || alpha8.format() != QImage::Format_Alpha8)
         return;
-    blurPlane(alpha8.bits(), alpha8.width(), alpha8.height(), alpha8.bytesPerLine(), 1, 0, sigma);
+    blurPlanes(alpha8.bits(), alpha8.width(), alpha8.height(), alpha8.bytesPerLine(), 1, sigma);
 }
 
 QImage gaussianBlurred(const QImage& image, double sigma, QPoint* offset) {
@@ -88,8 +123,7 @@ QImage gaussianBlurred(const QImage& image, double sigma, QPoint* offset) {
         const uchar* source = image.constScanLine(y);
         std::copy(source, source + image.width() * 4, out.scanLine(y + margin) + margin * 4);
     }
-    for (int channel = 0; channel < 4; ++channel)
-        blurPlane(out.bits(), out.width(), out.height(), out.bytesPerLine(), 4, channel, sigma);
+    blurPlanes(out.bits(), out.width(), out.height(), out.bytesPerLine(), 4, sigma);
     if (offset)
         *offset = QPoint(-margin, -margin);
     return out;
