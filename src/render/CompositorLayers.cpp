@@ -564,14 +564,19 @@ void CompositorLayers::drawScreenLayer(QImage& canvas, const ScreenLayer& layer)
         if (layer.frame) {
             // The shadow is clear inside the frame; drawing only the bands around it saves most
             // of a full-canvas blend.
+            // Whole pixels, so that neighbouring bands never blend one row twice.
             const double inset = layer.cornerRadius + 1.0;
-            const QRectF hole = layer.frame->adjusted(inset, inset, -inset, -inset);
-            const QRectF all(layer.shadow.rect());
-            const std::array<QRectF, 4> bands{
-                QRectF(all.left(), all.top(), all.width(), hole.top() - all.top()),
-                QRectF(all.left(), hole.bottom(), all.width(), all.bottom() - hole.bottom()),
-                QRectF(all.left(), hole.top(), hole.left() - all.left(), hole.height()),
-                QRectF(hole.right(), hole.top(), all.right() - hole.right(), hole.height())};
+            const QRectF inner = layer.frame->adjusted(inset, inset, -inset, -inset);
+            const int left = static_cast<int>(std::ceil(inner.left()));
+            const int top = static_cast<int>(std::ceil(inner.top()));
+            const int right = std::max(left, static_cast<int>(std::floor(inner.right())));
+            const int bottom = std::max(top, static_cast<int>(std::floor(inner.bottom())));
+            const int width = layer.shadow.width();
+            const int height = layer.shadow.height();
+            const std::array<QRectF, 4> bands{QRectF(0, 0, width, top),
+                                              QRectF(0, bottom, width, height - bottom),
+                                              QRectF(0, top, left, bottom - top),
+                                              QRectF(right, top, width - right, bottom - top)};
             for (const QRectF& band : bands) {
                 if (band.width() > 0.0 && band.height() > 0.0)
                     painter.drawImage(band, layer.shadow, band);

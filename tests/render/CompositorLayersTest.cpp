@@ -171,6 +171,22 @@ TEST_F(CompositorLayersTest, ScreenShadowLiesOutsideTheFrameOnly) {
     expectColor(canvas, 160, 179, 255, 255, 255, 2);
 }
 
+TEST_F(CompositorLayersTest, ShadowIsDrawnWithoutSeams) {
+    // A 640x360 screen on 640x640 with padding 120 (71.1 px): the frame 497.8 x 280 at image
+    // rows 180...460, radius 16.6. The shadow is drawn in bands around the frame that meet at
+    // row 442.4; a row drawn twice there would stand out from the smooth column beside it.
+    const ScreenLayer layer = layers.applyVideoPaddingAndCorners(filled(640, 360, Qt::transparent),
+                                                                 {640.0, 640.0}, 120.0, 28.0);
+    QImage canvas = filled(640, 640, Qt::white);
+    CompositorLayers::drawScreenLayer(canvas, layer);
+    for (int y = 170; y < 470; ++y) {
+        const int above = canvas.pixelColor(65, y - 1).red();
+        const int here = canvas.pixelColor(65, y).red();
+        const int below = canvas.pixelColor(65, y + 1).red();
+        EXPECT_LE(std::abs(2 * here - above - below), 3) << "row " << y;
+    }
+}
+
 TEST_F(CompositorLayersTest, MaskAndShadowAreCachedByFrameRadiusAndSize) {
     const QImage screen = filled(160, 90, Qt::red);
     const ScreenLayer first = layers.applyVideoPaddingAndCorners(screen, smallCanvas, 120.0, 28.0);

@@ -47,3 +47,12 @@ std::optional<double> ratio(OutputAspectRatio value) {
     }
     return std::nullopt;
 }
+
+Size outputSize(OutputAspectRatio value, Size size) {
+    const std::optional<double> r = ratio(value);
+    if (!r || size.height <= 0.0)
+        return size;
+    if (size.width / size.height < *r)
+        return {size.height * *r, size.height};
+    return {size.width, size.width / *r};
+}

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "core/geometry/Rect.h"
+
 #include <QString>
 
 #include <array>
@@ -29,3 +31,6 @@ inline QString displayName(OutputAspectRatio ratio) {
 std::optional<OutputAspectRatio> outputAspectRatioFromRawValue(const QString& raw);
 // Width over height; nothing for `original`.
 std::optional<double> ratio(OutputAspectRatio ratio);
+// The canvas for a source of `size`: the source kept, or extended to the ratio, never cropped
+// and never shrunk. Not rounded.
+Size outputSize(OutputAspectRatio ratio, Size size);
