@@ -96,9 +96,6 @@ public:
     const QImage& getCursorImage();
     static QImage createArrowCursorImage(double size);
 
-    static void drawScreenLayer(QImage& canvas, const ScreenLayer& layer);
-    static void drawPlaced(QImage& canvas, const PlacedImage& placed);
-
     int cameraMaskCacheCount() const { return static_cast<int>(m_cachedCameraMask.size()); }
 
 private:

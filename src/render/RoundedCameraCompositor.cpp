@@ -2,6 +2,7 @@
 
 #include "core/cursor/CursorOverlayGeometry.h"
 #include "core/support/Log.h"
+#include "render/LayerPainter.h"
 #include "render/RasterEffects.h"
 
 #include <QPainter>
@@ -125,7 +126,7 @@ CompositionResult RoundedCameraCompositor::processRequest(const CompositionReque
                 QTransform::fromTranslate(0.0, renderSize.height - screenImage.height());
         }
         applyZoomTransform(layer, t, renderSize);
-        CompositorLayers::drawScreenLayer(canvas, layer);
+        LayerPainter::drawScreenLayer(canvas, layer);
         if (m_settings.cursorOverlaySettings.enabled)
             drawCursorOverlay(canvas, t, renderSize, sourceExtent);
     }
@@ -134,8 +135,8 @@ CompositionResult RoundedCameraCompositor::processRequest(const CompositionReque
         // Drawn after the zoom: the camera never moves with the screen.
         const CameraOverlay overlay =
             m_layers.createRoundedCameraOverlay(cameraImage, t, renderSize);
-        CompositorLayers::drawPlaced(canvas, overlay.shadow);
-        CompositorLayers::drawPlaced(canvas, overlay.camera);
+        LayerPainter::drawPlaced(canvas, overlay.shadow);
+        LayerPainter::drawPlaced(canvas, overlay.camera);
     }
     result.composedFrame = canvas;
     return result;
@@ -258,7 +259,7 @@ void RoundedCameraCompositor::renderVerticalStack(QImage& canvas, const QImage& 
     const Rect screenFrame(gap / 2.0, gap / 2.0, W - gap, sh);
 
     const Rect cameraExtent(0.0, 0.0, cameraImage.width(), cameraImage.height());
-    CompositorLayers::drawScreenLayer(
+    LayerPainter::drawScreenLayer(
         canvas, scaleAndPositionImage(cameraImage, QTransform(), cameraExtent, cameraFrame,
                                       cornerRadius, renderSize, ImageFillMode::aspectFill));
 
@@ -271,7 +272,7 @@ void RoundedCameraCompositor::renderVerticalStack(QImage& canvas, const QImage& 
         extent = boundingRect(
             toExtent.mapRect(QRectF(0.0, 0.0, screenExtent.width(), screenExtent.height())));
     }
-    CompositorLayers::drawScreenLayer(
+    LayerPainter::drawScreenLayer(
         canvas, scaleAndPositionImage(screenImage, toExtent, extent, screenFrame, cornerRadius,
                                       renderSize, ImageFillMode::aspectFill));
 

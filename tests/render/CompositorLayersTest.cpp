@@ -1,4 +1,5 @@
 #include "render/CompositorLayers.h"
+#include "render/LayerPainter.h"
 
 #include <QPainter>
 
@@ -142,7 +143,7 @@ TEST_F(CompositorLayersTest, PaddingCentresTheScreenAndRoundsItsCorners) {
     EXPECT_NEAR(layer.cornerRadius, 28.0 / 6.0, 1e-9);
 
     QImage canvas = filled(320, 180, Qt::white);
-    CompositorLayers::drawScreenLayer(canvas, layer);
+    LayerPainter::drawScreenLayer(canvas, layer);
     // The frame's corner pixel lies 5.6 px from the corner circle's centre: cut away.
     expectColor(canvas, 36, 20, 255, 255, 255, 0);
     expectColor(canvas, 283, 159, 255, 255, 255, 0);
@@ -160,7 +161,7 @@ TEST_F(CompositorLayersTest, ScreenShadowLiesOutsideTheFrameOnly) {
     const ScreenLayer layer = layers.applyVideoPaddingAndCorners(filled(160, 90, Qt::transparent),
                                                                  smallCanvas, 120.0, 28.0);
     QImage canvas = filled(320, 180, Qt::white);
-    CompositorLayers::drawScreenLayer(canvas, layer);
+    LayerPainter::drawScreenLayer(canvas, layer);
     expectColor(canvas, 160, 90, 255, 255, 255, 0);
     expectColor(canvas, 40, 25, 255, 255, 255, 0);
     // Shifted down by 10 / 6 px and blurred: darker just under the frame than just over it.
@@ -178,7 +179,7 @@ TEST_F(CompositorLayersTest, ShadowIsDrawnWithoutSeams) {
     const ScreenLayer layer = layers.applyVideoPaddingAndCorners(filled(640, 360, Qt::transparent),
                                                                  {640.0, 640.0}, 120.0, 28.0);
     QImage canvas = filled(640, 640, Qt::white);
-    CompositorLayers::drawScreenLayer(canvas, layer);
+    LayerPainter::drawScreenLayer(canvas, layer);
     for (int y = 170; y < 470; ++y) {
         const int above = canvas.pixelColor(65, y - 1).red();
         const int here = canvas.pixelColor(65, y).red();
@@ -209,7 +210,7 @@ TEST_F(CompositorLayersTest, PaddingWithoutRoomLeavesTheScreenAsItIs) {
     EXPECT_FALSE(layer.frame);
     EXPECT_TRUE(layer.shadow.isNull());
     QImage canvas = filled(320, 180, Qt::white);
-    CompositorLayers::drawScreenLayer(canvas, layer);
+    LayerPainter::drawScreenLayer(canvas, layer);
     // Drawn at its own size from the lower left corner.
     expectColor(canvas, 0, 179, 255, 0, 0, 0);
     expectColor(canvas, 159, 90, 255, 0, 0, 0);
@@ -237,17 +238,6 @@ TEST_F(CompositorLayersTest, CameraScaleFollowsTheZoomRamps) {
     settings.cameraSettings.shrinkFactor = 1.0;
     EXPECT_EQ(layers.cameraScaleAtTime(1.5), 1.0);
     EXPECT_EQ(layers.cameraScaleAtTime(3.0), 1.0);
-}
-
-TEST_F(CompositorLayersTest, CameraCornerRadiusPerShape) {
-    EXPECT_DOUBLE_EQ(CompositorLayers::calculateCameraCornerRadius(100, 50, CameraShape::squircle),
-                     11.0);
-    EXPECT_DOUBLE_EQ(CompositorLayers::calculateCameraCornerRadius(100, 50, CameraShape::circle),
-                     25.0);
-    EXPECT_DOUBLE_EQ(
-        CompositorLayers::calculateCameraCornerRadius(100, 50, CameraShape::roundedRect), 6.0);
-    EXPECT_DOUBLE_EQ(CompositorLayers::calculateCameraCornerRadius(100, 50, CameraShape::rectangle),
-                     0.0);
 }
 
 // A circle camera 0.25 of 320 wide (80 px), shrunk to half (40 px) on the zoom's body.
@@ -287,7 +277,7 @@ TEST_F(CompositorLayersTest, SquareCameraIsFilledAndCutToItsShape) {
     // Frame (120, 50, 80, 80), in image rows 50...130.
     EXPECT_EQ(overlay.frame, Rect(120.0, 50.0, 80.0, 80.0));
     QImage canvas = filled(320, 180, Qt::white);
-    CompositorLayers::drawPlaced(canvas, overlay.camera);
+    LayerPainter::drawPlaced(canvas, overlay.camera);
     expectColor(canvas, 160, 90, 255, 0, 0, 0);
     expectColor(canvas, 122, 90, 255, 0, 0, 2);
     expectColor(canvas, 197, 90, 255, 0, 0, 2);

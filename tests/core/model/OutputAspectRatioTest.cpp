@@ -1,22 +1,8 @@
 #include "core/model/OutputAspectRatio.h"
 
-#include <QStringList>
-
 #include <gtest/gtest.h>
 
 namespace {
-
-TEST(OutputAspectRatioTest, RawValuesRoundTrip) {
-    QStringList raws;
-    for (OutputAspectRatio value : allOutputAspectRatios) {
-        raws << rawValue(value);
-        EXPECT_EQ(outputAspectRatioFromRawValue(rawValue(value)), value);
-        EXPECT_EQ(displayName(value), rawValue(value));
-    }
-    EXPECT_EQ(raws, (QStringList{"Original", "16:9", "1:1", "4:3", "9:16", "3:4", "4:5"}));
-    EXPECT_FALSE(outputAspectRatioFromRawValue(QStringLiteral("2:1")));
-    EXPECT_FALSE(ratio(OutputAspectRatio::original));
-}
 
 TEST(OutputAspectRatioTest, CanvasExtendsTheSourceAndNeverShrinksIt) {
     const Size source{1920.0, 1080.0};
