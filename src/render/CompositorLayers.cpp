@@ -473,30 +473,47 @@ PlacedImage CompositorLayers::createCameraShadow(const Rect& frame, double corne
     const double halfH = shifted.height() / 2.0 - r;
     const QPointF centre = shifted.center();
     const double o = std::clamp(m_settings.cameraShadowOpacity, 0.0, 1.0);
-    // The blurred edge by signed distance, from -3 sigma to +3 sigma in 1/8 pixel steps.
+    // Alpha by signed distance to the edge, from -reach to +reach in 1/8 pixel steps: the filled
+    // shape over its own blurred shadow, both black at the opacity. Beyond the reach it is
+    // constant (inside) or clear (outside).
     const double step = 0.125;
-    const int half = static_cast<int>(std::ceil(3.0 * sigma / step));
-    std::vector<double> edge(2 * half + 1);
-    for (int i = 0; i <= 2 * half; ++i)
-        edge[i] = 0.5 * std::erfc((i - half) * step / (sigma * std::numbers::sqrt2));
+    const double reach = 3.0 * sigma + 1.0;
+    const int half = static_cast<int>(std::ceil(reach / step));
+    std::vector<QRgb> alphaByDistance(2 * half + 1);
+    for (int i = 0; i <= 2 * half; ++i) {
+        const double distance = (i - half) * step;
+        const double fill = o * std::clamp(0.5 - distance, 0.0, 1.0);
+        const double blur = o * 0.5 * std::erfc(distance / (sigma * std::numbers::sqrt2));
+        alphaByDistance[i] =
+            qRgba(0, 0, 0, static_cast<int>((fill + blur * (1.0 - fill)) * 255.0 + 0.5));
+    }
+    const QRgb inside = alphaByDistance.front();
+    const double innerSquared = std::max(0.0, r - reach) * std::max(0.0, r - reach);
+    const double outerSquared = (r + reach) * (r + reach);
+    const auto lookup = [&](double distance) {
+        return alphaByDistance[std::clamp(static_cast<int>(distance / step + half + 0.5), 0,
+                                          2 * half)];
+    };
     QImage shadow(bounds.size(), QImage::Format_ARGB32_Premultiplied);
     for (int y = 0; y < bounds.height(); ++y) {
         auto* row = reinterpret_cast<QRgb*>(shadow.scanLine(y));
         const double qy = std::abs(bounds.top() + y + 0.5 - centre.y()) - halfH;
         for (int x = 0; x < bounds.width(); ++x) {
             const double qx = std::abs(bounds.left() + x + 0.5 - centre.x()) - halfW;
-            double distance = std::max(qx, qy) - r;
-            if (qx > 0.0 || qy > 0.0) {
-                const double ox = std::max(qx, 0.0);
-                const double oy = std::max(qy, 0.0);
-                distance = std::sqrt(ox * ox + oy * oy) - r;
+            if (qx <= 0.0 && qy <= 0.0) {
+                row[x] = lookup(std::max(qx, qy) - r);
+                continue;
             }
-            const int index =
-                std::clamp(static_cast<int>(distance / step + half + 0.5), 0, 2 * half);
-            // The filled shape over its own blurred shadow, both black at the opacity.
-            const double fill = o * std::clamp(0.5 - distance, 0.0, 1.0);
-            const double blur = o * edge[index];
-            row[x] = qRgba(0, 0, 0, static_cast<int>((fill + blur * (1.0 - fill)) * 255.0 + 0.5));
+            // Near a rounded corner: square roots only where the edge is within reach.
+            const double ox = std::max(qx, 0.0);
+            const double oy = std::max(qy, 0.0);
+            const double squared = ox * ox + oy * oy;
+            if (squared <= innerSquared)
+                row[x] = inside;
+            else if (squared >= outerSquared)
+                row[x] = 0;
+            else
+                row[x] = lookup(std::sqrt(squared) - r);
         }
     }
     m_cachedCameraShadow = {shadow, QPointF(bounds.topLeft())};
