@@ -70,6 +70,8 @@ public:
 
     void startRequest(CompositionRequest request);
     // The output size or format may have changed: every cache is dropped before the next frame.
+    // Also the way to make a compositor that has already composed see new background colours,
+    // which its background cache deliberately does not compare.
     void renderContextChanged();
     void cancelAllPendingVideoCompositionRequests() {}
 
@@ -106,7 +108,14 @@ private:
     const RoundedCameraCompositorSettings& m_settings;
     ZoomCameraEngine m_zoomCameraEngine;
     CompositorLayers m_layers;
+    // What the cursor renderer was made from.
+    struct CursorInputs {
+        CursorOverlaySettings settings;
+        std::vector<CursorPosition> positions;
+        std::vector<CursorClick> clicks;
+    };
     std::unique_ptr<CursorOverlayRenderer> m_cursorRenderer;
+    CursorInputs m_cursorInputs;
     QImage m_scaledCursor;
     double m_scaledCursorFactor = -1.0;
     std::atomic<bool> m_isGone{false};

@@ -213,6 +213,19 @@ TEST_F(RoundedCameraCompositorTest, CursorHotspotLandsOnThePointedPixel) {
     EXPECT_NEAR(zoomed.height(), 12, 2);
 }
 
+TEST_F(RoundedCameraCompositorTest, EditedCursorDataReachesAComposingCompositor) {
+    // The preview keeps one compositor while the user edits: new positions must show.
+    settings.cursorOverlaySettings.enabled = true;
+    settings.cursorPositions = {{QUuid::createUuid(), 0.0, {0.5, 0.5}}};
+    RoundedCameraCompositor compositor(settings);
+    const QImage screen = filled(320, 180, Qt::black);
+    EXPECT_NEAR(brightBox(compose(compositor, 0.0, {320, 180}, {screen})).left(), 160, 1);
+    settings.cursorPositions = {{QUuid::createUuid(), 0.0, {0.25, 0.5}}};
+    EXPECT_NEAR(brightBox(compose(compositor, 0.0, {320, 180}, {screen})).left(), 80, 1);
+    settings.cursorOverlaySettings.scale = 3.0;
+    EXPECT_GT(brightBox(compose(compositor, 0.0, {320, 180}, {screen})).height(), 8);
+}
+
 TEST_F(RoundedCameraCompositorTest, CursorMotionBlurSmearsAlongTheMotion) {
     settings.cursorOverlaySettings.enabled = true;
     settings.cursorOverlaySettings.smoothing = 0.0;
