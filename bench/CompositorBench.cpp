@@ -63,8 +63,10 @@ const QImage& sharedCamera() {
 
 // Times during the zoom's ease in (scale, camera size and cursor all change every frame), or
 // one time held on the zoom's body with the cursor at rest (what the caches are for).
-void composeFrames(benchmark::State& state, Size renderSize, bool moving) {
+void composeFrames(benchmark::State& state, Size renderSize, bool moving, bool zoomed = true) {
     auto settings = styledSettings();
+    if (!zoomed)
+        settings->zoomSegments.clear();
     if (!moving) {
         settings->cursorPositions = {{QUuid::createUuid(), 0.0, {0.5, 0.5}}};
         settings->cursorOverlaySettings.motionBlurEnabled = false;
@@ -90,8 +92,13 @@ void BM_StyledMoving(benchmark::State& state) {
     composeFrames(state, {double(state.range(0)), double(state.range(1))}, true);
 }
 
+// Held on the zoom's body, or with no zoom at all.
 void BM_StyledStill(benchmark::State& state) {
     composeFrames(state, {double(state.range(0)), double(state.range(1))}, false);
+}
+
+void BM_StyledStillUnzoomed(benchmark::State& state) {
+    composeFrames(state, {double(state.range(0)), double(state.range(1))}, false, false);
 }
 
 // A 1080p frame scaled into the padded area over a copy of a ready background: the least any
@@ -136,6 +143,10 @@ BENCHMARK(BM_StyledStill)
     ->MeasureProcessCPUTime()
     ->Args({1920, 1080})
     ->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_StyledStillUnzoomed)
+    ->MeasureProcessCPUTime()
+    ->Args({1920, 1080})
+    ->Unit(benchmark::kMillisecond);
 // Two exports at once, one compositor each, on the machine's two cores.
 BENCHMARK(BM_StyledMoving)
     ->Args({1920, 1080})
@@ -154,6 +165,9 @@ int main(int argc, char** argv) {
                         "padded scaled copy", "BM_Baseline_PaddedScaledCopy/process_time");
     reporter.printRatio("  1920x1080 still ", "BM_StyledStill/1920/1080/process_time",
                         "padded scaled copy", "BM_Baseline_PaddedScaledCopy/process_time");
+    reporter.printRatio("  1920x1080 still, no zoom",
+                        "BM_StyledStillUnzoomed/1920/1080/process_time", "padded scaled copy",
+                        "BM_Baseline_PaddedScaledCopy/process_time");
     reporter.printRatio("  still vs moving ", "BM_StyledStill/1920/1080/process_time", "moving",
                         "BM_StyledMoving/1920/1080/process_time");
     reporter.printRatio("  1080x1920 moving", "BM_StyledMoving/1080/1920/process_time",

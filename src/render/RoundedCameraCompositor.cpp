@@ -34,6 +34,13 @@ QImage silhouette(const QImage& image, double alpha) {
     return out;
 }
 
+// The whole canvas replaced by `image`.
+void paintOpaque(QImage& canvas, const QImage& image) {
+    QPainter painter(&canvas);
+    painter.setCompositionMode(QPainter::CompositionMode_Source);
+    painter.drawImage(QPoint(0, 0), image);
+}
+
 } // namespace
 
 RoundedCameraCompositor::RoundedCameraCompositor(const RoundedCameraCompositorSettings& settings)
@@ -59,6 +66,8 @@ void RoundedCameraCompositor::startRequest(CompositionRequest request) {
 void RoundedCameraCompositor::renderContextChanged() {
     m_renderContextQueue.async([this] {
         m_layers.clearCaches();
+        m_cachedBackdrop = QImage();
+        m_blackBackground = QImage();
         m_scaledCursor = QImage();
         m_scaledCursorFactor = -1.0;
     });
@@ -97,23 +106,21 @@ CompositionResult RoundedCameraCompositor::processRequest(const CompositionReque
         (index == 0 ? screenImage : cameraImage) = converted;
     }
 
-    {
-        QPainter painter(&canvas);
-        painter.setCompositionMode(QPainter::CompositionMode_Source);
-        if (m_settings.backgroundSettings)
-            painter.drawImage(QPoint(0, 0), m_layers.createBackgroundImage(
-                                                *m_settings.backgroundSettings, renderSize));
-        else
-            painter.fillRect(canvas.rect(), Qt::black);
-    }
+    const QImage background =
+        m_settings.backgroundSettings
+            ? m_layers.createBackgroundImage(*m_settings.backgroundSettings, renderSize)
+            : blackBackground(renderSize);
 
     if (m_settings.verticalStack && !screenImage.isNull() && !cameraImage.isNull()) {
+        paintOpaque(canvas, background);
         renderVerticalStack(canvas, screenImage, cameraImage, t, renderSize);
         result.composedFrame = canvas;
         return result;
     }
 
-    if (!screenImage.isNull()) {
+    if (screenImage.isNull()) {
+        paintOpaque(canvas, background);
+    } else {
         const Rect sourceExtent(0.0, 0.0, screenImage.width(), screenImage.height());
         ScreenLayer layer;
         if (m_settings.backgroundEnabled) {
@@ -126,6 +133,13 @@ CompositionResult RoundedCameraCompositor::processRequest(const CompositionReque
                 QTransform::fromTranslate(0.0, renderSize.height - screenImage.height());
         }
         applyZoomTransform(layer, t, renderSize);
+        if (layer.zoom.isIdentity() && !layer.shadow.isNull()) {
+            // Unzoomed, background and shadow stand still: one copy of both together.
+            paintOpaque(canvas, backdrop(background, layer));
+            layer.shadow = QImage();
+        } else {
+            paintOpaque(canvas, background);
+        }
         LayerPainter::drawScreenLayer(canvas, layer);
         if (m_settings.cursorOverlaySettings.enabled)
             drawCursorOverlay(canvas, t, renderSize, sourceExtent);
@@ -140,6 +154,27 @@ CompositionResult RoundedCameraCompositor::processRequest(const CompositionReque
     }
     result.composedFrame = canvas;
     return result;
+}
+
+const QImage& RoundedCameraCompositor::blackBackground(Size renderSize) {
+    if (m_blackBackground.isNull() ||
+        m_blackBackground.size() != QSize(int(renderSize.width), int(renderSize.height)))
+        m_blackBackground = CompositorLayers::blackImage(renderSize);
+    return m_blackBackground;
+}
+
+const QImage& RoundedCameraCompositor::backdrop(const QImage& background,
+                                                const ScreenLayer& layer) {
+    if (m_cachedBackdrop.isNull() || m_backdropBackgroundKey != background.cacheKey() ||
+        m_backdropShadowKey != layer.shadow.cacheKey()) {
+        m_cachedBackdrop = background.copy();
+        ScreenLayer shadowOnly = layer;
+        shadowOnly.image = QImage();
+        LayerPainter::drawShadow(m_cachedBackdrop, shadowOnly);
+        m_backdropBackgroundKey = background.cacheKey();
+        m_backdropShadowKey = layer.shadow.cacheKey();
+    }
+    return m_cachedBackdrop;
 }
 
 RoundedCameraCompositor::ZoomState RoundedCameraCompositor::screenZoomState(double t,

@@ -103,6 +103,9 @@ private:
     void drawCursorOverlayForVerticalStack(QImage& canvas, double t, const Rect& screenFrame,
                                            const Rect& originalScreenExtent, Size renderSize);
     const CursorOverlayRenderer& cursorRenderer();
+    const QImage& blackBackground(Size renderSize);
+    // Background with the screen's shadow on it, for frames without zoom.
+    const QImage& backdrop(const QImage& background, const ScreenLayer& layer);
     const QImage& scaledCursorImage(double k);
 
     const RoundedCameraCompositorSettings& m_settings;
@@ -117,6 +120,10 @@ private:
     std::unique_ptr<CursorOverlayRenderer> m_cursorRenderer;
     CursorInputs m_cursorInputs;
     QImage m_scaledCursor;
+    QImage m_blackBackground;
+    QImage m_cachedBackdrop;
+    qint64 m_backdropBackgroundKey = 0;
+    qint64 m_backdropShadowKey = 0;
     double m_scaledCursorFactor = -1.0;
     std::atomic<bool> m_isGone{false};
     // Last member: destroyed first, so queued work never outlives the state it reads.

@@ -112,6 +112,24 @@ TEST_F(RoundedCameraCompositorTest, MissingTracksDegradeToTheLayersThatExist) {
     EXPECT_TRUE(isColor(nothing, 160, 90, Qt::white));
 }
 
+TEST_F(RoundedCameraCompositorTest, ScreenShadowFollowsTheZoom) {
+    // Padding 20 px on 320x180: the frame's lower edge at image row 160, its shadow just below.
+    settings.backgroundSettings = solidBackground({1.0, 1.0, 1.0, 1.0});
+    settings.backgroundEnabled = true;
+    const QImage screen = filled(160, 90, Qt::red);
+    RoundedCameraCompositor still(settings);
+    const QImage flat = compose(still, 0.0, {320, 180}, {screen});
+    EXPECT_LT(flat.pixelColor(160, 161).red(), 235);
+    EXPECT_TRUE(isColor(flat, 160, 175, Qt::white));
+    // Zoomed 1.2x on the centre: the edge moves to 90 + 70 * 1.2 = 174, its shadow with it.
+    settings.zoomSegments = {zoomOn({0.5, 0.5}, 1.2)};
+    RoundedCameraCompositor zooming(settings);
+    const QImage zoomed = compose(zooming, 5.0, {320, 180}, {screen});
+    EXPECT_TRUE(isColor(zoomed, 160, 172, Qt::red));
+    EXPECT_LT(zoomed.pixelColor(160, 175).red(), 235);
+    EXPECT_TRUE(isColor(zoomed, 160, 163, Qt::red));
+}
+
 TEST_F(RoundedCameraCompositorTest, NoOutputBufferIsTheOnlyFailure) {
     RoundedCameraCompositor compositor(settings);
     CompositionRequest r = request(0.0, {320, 180}, {filled(16, 9, Qt::red)});
