@@ -78,7 +78,6 @@ public:
     CompositionResult processRequest(const CompositionRequest& request);
 
     const RoundedCameraCompositorSettings& settings() const { return m_settings; }
-    CompositorLayers& layers() { return m_layers; }
 
     struct ZoomState {
         double scale = 1.0;
