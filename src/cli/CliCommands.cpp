@@ -1,11 +1,13 @@
 #include "cli/CliCommand.h"
 
 #include "cli/AnalyzeCommand.h"
+#include "cli/ComposeCommand.h"
 
 // Each command lives in its own file; this table is the one place that lists them.
 const std::vector<CliCommand>& cliCommands() {
     static const std::vector<CliCommand> commands = {
         analyzeCommand(),
+        composeCommand(),
     };
     return commands;
 }

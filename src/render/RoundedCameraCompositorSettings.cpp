@@ -1,0 +1,6 @@
+#include "render/RoundedCameraCompositorSettings.h"
+
+RoundedCameraCompositorSettings& RoundedCameraCompositorSettings::shared() {
+    static RoundedCameraCompositorSettings instance;
+    return instance;
+}
