@@ -16,13 +16,13 @@ const char* boolText(bool value) {
 void RecordingEngineSetup::installAudioOnlyHandlers(AudioCaptureEngine& engine,
                                                     AudioOnlyRecorder& recorder) {
     AudioOnlyRecorder* target = &recorder;
-    engine.setSystemAudioHandler([target](const AudioBuffer& buffer) {
+    engine.setSystemAudioHandler([target](const AudioBuffer& buffer, const AudioSampleInfo&) {
         try {
             target->appendSystemAudioBuffer(buffer);
         } catch (...) {
         }
     });
-    engine.setMicrophoneAudioHandler([target](const AudioBuffer& buffer) {
+    engine.setMicrophoneAudioHandler([target](const AudioBuffer& buffer, const AudioSampleInfo&) {
         try {
             target->appendMicrophoneBuffer(buffer);
         } catch (...) {

@@ -334,6 +334,6 @@ void X11ScreenCaptureEngine::captureLoop(Stream stream) {
         m_lastPTS = frame.presentationTime;
         ++m_delivered;
         if (m_frameHandler)
-            m_frameHandler(frame);
+            m_frameHandler(frame, VideoSampleInfo{frame.presentationTime, frame.duration});
     }
 }

@@ -1,0 +1,163 @@
+#include "core/recording/RecordingFramePath.h"
+
+#include "core/recording/engines/CameraCaptureEngine.h"
+#include "core/recording/engines/MediaWriterEngine.h"
+#include "core/support/Log.h"
+
+#include <algorithm>
+#include <exception>
+
+namespace {
+// The first few appends of each kind are logged; after that only failures, sparingly.
+constexpr int64_t loggedSuccesses = 3;
+constexpr int64_t loggedFailures = 5;
+} // namespace
+
+RecordingFramePath::RecordingFramePath(Flags flags, Hooks hooks, int frameRate)
+    : m_flags(flags), m_hooks(std::move(hooks)),
+      m_frameDuration(MediaTime::make(1, std::max(frameRate, 1))) {}
+
+void RecordingFramePath::handleVideoFrame(const VideoFrame& frame, const VideoSampleInfo& info) {
+    if (m_flags.isPaused.load() || m_flags.isStreamRecoveryInProgress.load())
+        return; // nothing of a pause reaches the file
+    if (m_flags.awaitingStreamRestartFirstFrame.load()) {
+        // A restarted stream counts time from a new origin.
+        std::lock_guard lock(m_mutex);
+        m_recentVideoPTS.clear();
+    }
+    MediaWriterEngine* writer = m_flags.writer.load();
+    const MediaTime pts = info.presentationTime;
+    if (writer && !writer->isWriting()) {
+        logLine("🎬 Starting MediaWriter session at PTS: {}", formatDouble(pts.seconds()));
+        try {
+            writer->startSession(pts);
+        } catch (const std::exception& error) {
+            // The next frame tries again: the writer is still not writing.
+            logLine("❌ Failed to start MediaWriter session: {}", error.what());
+            return;
+        } catch (...) {
+            logLine("❌ Failed to start MediaWriter session: unknown error");
+            return;
+        }
+        if (m_hooks.markStartupPhase)
+            m_hooks.markStartupPhase(QStringLiteral("mediaWriterSessionStarted"));
+        logLine("✅ MediaWriter session started");
+        if (CameraCaptureEngine* camera = m_hooks.camera;
+            camera && camera->isSeparateLayerRecording()) {
+            try {
+                camera->startWriterSessionIfNeeded(pts);
+                logLine("🔗 Camera synced to screen session start time: {}",
+                        formatDouble(pts.seconds()));
+            } catch (...) {
+                // The camera file starts with its own first frame instead.
+            }
+        }
+    }
+    if (!writer || !writer->isWriting())
+        return;
+
+    const MediaTime frameDuration = info.duration.isNumeric() && info.duration > MediaTime::zero()
+                                        ? info.duration
+                                        : m_frameDuration;
+    {
+        std::lock_guard lock(m_mutex);
+        m_lastCapturedVideoPTS = pts;
+        // A repeat or a frame out of order, judged by time alone.
+        const bool seen = std::any_of(m_recentVideoPTS.begin(), m_recentVideoPTS.end(),
+                                      [&](const MediaTime& t) { return t >= pts; });
+        if (seen) {
+            logLine("⏭️ Skipping duplicate frame");
+            return;
+        }
+        m_recentVideoPTS.push_back(pts);
+        if (m_recentVideoPTS.size() > recentTimesKept)
+            m_recentVideoPTS.pop_front();
+    }
+
+    const bool appended = writer->appendVideoBuffer(frame);
+    const int64_t number = ++m_videoFrameCount;
+    if (!appended) {
+        const int64_t failures = ++m_failedAppendCount;
+        if (failures <= loggedFailures)
+            logLine("⚠️ Failed to append video frame #{}", number);
+        if (m_hooks.appendFailed)
+            m_hooks.appendFailed();
+        return;
+    }
+    if (number <= loggedSuccesses)
+        logLine("✅ Successfully appended video frame #{}", number);
+    {
+        std::lock_guard lock(m_mutex);
+        m_lastVideoDuration = frameDuration;
+    }
+    if (!m_didAppendFirstFrame.exchange(true) && m_hooks.firstVideoFrameAppended)
+        m_hooks.firstVideoFrameAppended();
+}
+
+bool RecordingFramePath::dropsAudio() const {
+    return m_flags.isPaused.load() || m_flags.isStreamRecoveryInProgress.load() ||
+           m_flags.awaitingStreamRestartFirstFrame.load();
+}
+
+void RecordingFramePath::handleSystemAudio(const AudioBuffer& buffer, const AudioSampleInfo& info) {
+    if (dropsAudio())
+        return;
+    MediaWriterEngine* writer = m_flags.writer.load();
+    if (!writer || !writer->isWriting())
+        return;
+    const int64_t number = ++m_systemAudioCount;
+    if (number <= loggedSuccesses) {
+        logLine("🔊 Received system audio frame #{}", number);
+        logLine("   Sample rate: {} Hz", info.sampleRate);
+        logLine("   Channels: {}", info.channelCount);
+        logLine("   Format: {}", info.format);
+    }
+    if (writer->appendAudioBuffer(buffer, 0, false)) {
+        if (number <= loggedSuccesses)
+            logLine("✅ Successfully appended system audio frame #{}", number);
+        return;
+    }
+    if (number <= loggedFailures)
+        logLine("⚠️ Failed to append system audio frame #{}", number);
+    if (m_hooks.appendFailed)
+        m_hooks.appendFailed();
+}
+
+void RecordingFramePath::handleMicrophoneAudio(const AudioBuffer& buffer,
+                                               const AudioSampleInfo& info) {
+    if (dropsAudio())
+        return;
+    MediaWriterEngine* writer = m_flags.writer.load();
+    const int64_t number = ++m_microphoneCount;
+    if (number <= loggedSuccesses) {
+        logLine("🎙️ Received microphone audio frame #{}", number);
+        logLine("   Audio PTS: {}", formatDouble(info.presentationTime.seconds()));
+        logLine("   Sample rate: {}", info.sampleRate);
+        logLine("   Channels: {}", info.channelCount);
+    }
+    if (!writer || !writer->isWriting()) {
+        // Audio before the first video frame has no place on the video's time line.
+        if (number <= loggedSuccesses)
+            logLine("   ⏳ Waiting for video session to start...");
+        return;
+    }
+    if (writer->appendAudioBuffer(buffer, 1, true)) {
+        if (number <= loggedSuccesses)
+            logLine("✅ Successfully appended microphone frame #{}", number);
+        return;
+    }
+    if (number <= loggedFailures)
+        logLine("⚠️ Failed to append microphone frame #{}", number);
+    if (m_hooks.appendFailed)
+        m_hooks.appendFailed();
+}
+
+std::optional<MediaTime> RecordingFramePath::lastCapturedVideoPTS() const {
+    std::lock_guard lock(m_mutex);
+    return m_lastCapturedVideoPTS;
+}
+
+MediaTime RecordingFramePath::lastVideoDuration() const {
+    std::lock_guard lock(m_mutex);
+    return m_lastVideoDuration;
+}
