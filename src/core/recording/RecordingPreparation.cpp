@@ -20,9 +20,9 @@
 #include <chrono>
 
 namespace {
-WriterConfiguration::AudioSettings defaultAudioSettings() {
+WriterEngineConfiguration::AudioSettings defaultAudioSettings() {
     return {Constants::defaultSampleRate, Constants::defaultChannelCount, 128'000,
-            WriterConfiguration::AudioFormat::aac};
+            WriterEngineConfiguration::AudioFormat::aac};
 }
 
 bool isKnownAlphaCodec(const QString& raw) {
@@ -149,7 +149,7 @@ RecordingPreparation::Result RecordingPreparation::prepareVideo(
         timings.record("mediaWriter.create");
         const QString outputURL = generateOutputURL(&configuration, QDateTime::currentDateTime());
         const auto stream = result.screenEngine->configuration();
-        const WriterConfiguration writerConfig =
+        const WriterEngineConfiguration writerConfig =
             buildWriterConfiguration(configuration, mode, stream, outputURL);
         timings.record("mediaWriterConfig.build");
         validateEncoderSupport(configuration.encoder, stream->width, stream->height);
@@ -181,13 +181,13 @@ void RecordingPreparation::prepareLayers(Result& result, const RecordingMode& mo
     timings.record("layerPackage.create");
 
     const auto stream = result.screenEngine->configuration();
-    const WriterConfiguration screenConfig = buildWriterConfiguration(
+    const WriterEngineConfiguration screenConfig = buildWriterConfiguration(
         configuration, mode, stream, layers.fileURL(RecordingLayer::screen).value_or(QString()));
     timings.record("screenWriterConfig.build");
     validateEncoderSupport(configuration.encoder, stream->width, stream->height);
 
     CameraCaptureEngine* camera = nullptr;
-    std::optional<WriterConfiguration> cameraConfig;
+    std::optional<WriterEngineConfiguration> cameraConfig;
     if (configuration.recordCamera) {
         if (const auto device = resolveCameraDevice(configuration.cameraDevice)) {
             const QString wanted = configuration.cameraDevice.value_or(QStringLiteral("default"));
@@ -203,10 +203,10 @@ void RecordingPreparation::prepareLayers(Result& result, const RecordingMode& mo
             }
             const VideoDimensions size =
                 camera->activeVideoDimensions().value_or(VideoDimensions{});
-            WriterConfiguration config;
+            WriterEngineConfiguration config;
             config.outputURL = layers.fileURL(RecordingLayer::camera).value_or(QString());
             config.outputFormat = configuration.outputFormat;
-            WriterConfiguration::VideoSettings video;
+            WriterEngineConfiguration::VideoSettings video;
             video.width = size.width;
             video.height = size.height;
             video.frameRate = configuration.frameRate;
@@ -235,17 +235,17 @@ void RecordingPreparation::prepareLayers(Result& result, const RecordingMode& mo
     logLine("✅ Separate layer recording initialized");
 }
 
-WriterConfiguration RecordingPreparation::buildWriterConfiguration(
+WriterEngineConfiguration RecordingPreparation::buildWriterConfiguration(
     const RecordingConfiguration& configuration, const RecordingMode& mode,
     std::optional<SCStreamConfiguration> streamConfig, const QString& outputURL) const {
-    WriterConfiguration result;
+    WriterEngineConfiguration result;
     result.outputURL = outputURL;
     result.outputFormat = configuration.outputFormat;
     if (mode.hasVideo()) {
         if (!streamConfig)
             throw RecordingError::invalidConfiguration(
                 QStringLiteral("Screen capture not configured"));
-        WriterConfiguration::VideoSettings video;
+        WriterEngineConfiguration::VideoSettings video;
         video.width = streamConfig->width;
         video.height = streamConfig->height;
         if (configuration.studioConfig && configuration.studioConfig->enableAlphaChannel) {

@@ -4,7 +4,7 @@
 #include "core/model/RecordingConfiguration.h"
 #include "core/model/SCShareableContent.h"
 #include "core/recording/engines/ScreenCaptureEngine.h"
-#include "core/recording/engines/WriterConfiguration.h"
+#include "core/recording/engines/WriterEngineConfiguration.h"
 
 #include <QDateTime>
 #include <QString>
@@ -65,7 +65,7 @@ public:
                                        std::optional<QString> prewarmedCameraDeviceName) const;
 
     // Throws RecordingError invalidConfiguration when a video mode has no stream size.
-    WriterConfiguration buildWriterConfiguration(const RecordingConfiguration& configuration,
+    WriterEngineConfiguration buildWriterConfiguration(const RecordingConfiguration& configuration,
                                                  const RecordingMode& mode,
                                                  std::optional<SCStreamConfiguration> streamConfig,
                                                  const QString& outputURL) const;

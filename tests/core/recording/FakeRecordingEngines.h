@@ -183,13 +183,13 @@ public:
 class FakeMediaWriter final : public MediaWriterEngine, public FakePart {
 public:
     using FakePart::FakePart;
-    std::optional<WriterConfiguration> configured;
+    std::optional<WriterEngineConfiguration> configured;
     std::optional<MediaTime> sessionStart;
     std::optional<MediaTime> lastPTS;
     MediaTime offset = MediaTime::zero();
     QString finishedURL = QStringLiteral("/out/Recording.mov");
 
-    void configure(const WriterConfiguration& configuration) override {
+    void configure(const WriterEngineConfiguration& configuration) override {
         call("configure", text(configuration.outputURL));
         configured = configuration;
         finishedURL = configuration.outputURL;
@@ -242,9 +242,9 @@ public:
             return std::nullopt;
         return layer == RecordingLayer::screen ? package->screenVideoURL : *package->cameraVideoURL;
     }
-    void startLayerRecording(const WriterConfiguration& screen,
-                             const std::optional<WriterConfiguration>& camera,
-                             const WriterConfiguration::AudioSettings&) override {
+    void startLayerRecording(const WriterEngineConfiguration& screen,
+                             const std::optional<WriterEngineConfiguration>& camera,
+                             const WriterEngineConfiguration::AudioSettings&) override {
         call("startLayerRecording", camera ? "screen+camera" : "screen");
         screenWriter = std::make_unique<FakeMediaWriter>(m_writerLog, "screenWriter");
         screenWriter->configured = screen;

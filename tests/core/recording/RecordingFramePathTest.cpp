@@ -27,7 +27,7 @@ public:
     int systemAudio = 0;
     int microphone = 0;
 
-    void configure(const WriterConfiguration&) override {}
+    void configure(const WriterEngineConfiguration&) override {}
     void startWriting() override {}
     void startSession(MediaTime at) override {
         if (sessionStartFailures > 0) {

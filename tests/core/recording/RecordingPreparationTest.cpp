@@ -47,7 +47,7 @@ protected:
         EXPECT_TRUE(settle(probe, clock));
         return probe->errorText();
     }
-    WriterConfiguration build(const RecordingConfiguration& config,
+    WriterEngineConfiguration build(const RecordingConfiguration& config,
                               std::optional<SCStreamConfiguration> stream = SCStreamConfiguration{
                                   2560, 1440}) {
         return preparation.buildWriterConfiguration(config, config.mode, stream, "/out/file.mov");
@@ -79,8 +79,8 @@ TEST_F(RecordingPreparationTest, WriterConfigurationCarriesTheRecordingsChoices)
     config.videoQuality = VideoQuality::medium;
     config.outputFormat = OutputFormat::mp4;
     config.separateAudioTracks = true;
-    const WriterConfiguration writer = build(config);
-    WriterConfiguration::VideoSettings video;
+    const WriterEngineConfiguration writer = build(config);
+    WriterEngineConfiguration::VideoSettings video;
     video.width = 2560;
     video.height = 1440;
     video.frameRate = 60;
@@ -89,8 +89,8 @@ TEST_F(RecordingPreparationTest, WriterConfigurationCarriesTheRecordingsChoices)
     video.colorSpace = rec709ColorSpace();
     EXPECT_EQ(writer.videoSettings, video);
     EXPECT_EQ(writer.audioSettings,
-              (WriterConfiguration::AudioSettings{48'000, 2, 128'000,
-                                                  WriterConfiguration::AudioFormat::aac}));
+              (WriterEngineConfiguration::AudioSettings{48'000, 2, 128'000,
+                                                  WriterEngineConfiguration::AudioFormat::aac}));
     EXPECT_EQ(writer.outputFormat, OutputFormat::mp4);
     EXPECT_TRUE(writer.separateAudioTracks);
     EXPECT_FALSE(build(configuration(RecordingMode::systemAudio()), std::nullopt).videoSettings);
@@ -234,7 +234,7 @@ TEST_F(RecordingPreparationTest, SeparateLayersReuseAPrewarmedCameraOfTheSameNam
                     "encoderProbe.canOpenH264Encoder(1920x1080)",
                     "layers.startLayerRecording(screen+camera)",
                     "prewarmed.configureSeparateWriter"));
-    const WriterConfiguration& camera = *factory.layers->cameraWriter->configured;
+    const WriterEngineConfiguration& camera = *factory.layers->cameraWriter->configured;
     EXPECT_EQ(camera.videoSettings->width, 1280); // the camera's own size
     EXPECT_EQ(camera.outputURL, factory.layers->package->cameraVideoURL);
 

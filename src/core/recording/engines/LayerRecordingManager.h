@@ -1,7 +1,7 @@
 #pragma once
 
 #include "core/recording/engines/RecordingPackage.h"
-#include "core/recording/engines/WriterConfiguration.h"
+#include "core/recording/engines/WriterEngineConfiguration.h"
 
 #include <QCoro/QCoroTask>
 
@@ -19,9 +19,9 @@ public:
     virtual RecordingPackage createRecordingPackage(const QString& baseFolder) = 0;
     virtual std::optional<QString> fileURL(RecordingLayer layer) const = 0;
     // Opens the writers. Throws.
-    virtual void startLayerRecording(const WriterConfiguration& screenConfig,
-                                     const std::optional<WriterConfiguration>& cameraConfig,
-                                     const WriterConfiguration::AudioSettings& audioConfig) = 0;
+    virtual void startLayerRecording(const WriterEngineConfiguration& screenConfig,
+                                     const std::optional<WriterEngineConfiguration>& cameraConfig,
+                                     const WriterEngineConfiguration::AudioSettings& audioConfig) = 0;
     // Owned by the manager; null before startLayerRecording.
     virtual MediaWriterEngine* getScreenWriter() = 0;
     virtual MediaWriterEngine* getCameraWriter() = 0;

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "core/recording/engines/WriterConfiguration.h"
+#include "core/recording/engines/WriterEngineConfiguration.h"
 #include "core/time/MediaTime.h"
 
 #include <QString>
@@ -21,7 +21,7 @@ public:
     virtual ~MediaWriterEngine() = default;
 
     // Throw RecordingError or the writer's own error.
-    virtual void configure(const WriterConfiguration& configuration) = 0;
+    virtual void configure(const WriterEngineConfiguration& configuration) = 0;
     virtual void startWriting() = 0;
     virtual void startSession(MediaTime at) = 0;
 

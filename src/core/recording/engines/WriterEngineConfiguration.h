@@ -7,7 +7,7 @@
 #include <optional>
 
 // How one movie file is written. A plain value built by the preparation and handed to a writer.
-struct WriterConfiguration {
+struct WriterEngineConfiguration {
     struct ColorSpaceSettings {
         QString transferFunction;
         QString colorPrimaries;
@@ -43,11 +43,11 @@ struct WriterConfiguration {
     AudioSettings audioSettings;
     bool separateAudioTracks = false;
 
-    bool operator==(const WriterConfiguration&) const = default;
+    bool operator==(const WriterEngineConfiguration&) const = default;
 };
 
 // The ITU-R BT.709 triple every video file is tagged with.
-inline WriterConfiguration::ColorSpaceSettings rec709ColorSpace() {
+inline WriterEngineConfiguration::ColorSpaceSettings rec709ColorSpace() {
     return {QStringLiteral("ITU_R_709_2"), QStringLiteral("ITU_R_709_2"),
             QStringLiteral("ITU_R_709_2")};
 }
