@@ -1,11 +1,15 @@
 #include "cli/CliCommand.h"
 
 #include "cli/AnalyzeCommand.h"
+#include "cli/ListCommand.h"
+#include "cli/RecordCommand.h"
 
 // Each command lives in its own file; this table is the one place that lists them.
 const std::vector<CliCommand>& cliCommands() {
     static const std::vector<CliCommand> commands = {
         analyzeCommand(),
+        recordCommand(),
+        listCommand(),
     };
     return commands;
 }
