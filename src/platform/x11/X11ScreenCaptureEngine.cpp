@@ -275,13 +275,49 @@ void X11ScreenCaptureEngine::captureLoop(Stream stream) {
     const auto interval = std::chrono::nanoseconds(1'000'000'000LL / stream.frameRate);
     auto deadline = std::chrono::steady_clock::now();
     bool first = true;
+    bool idleSinceLastFrame = false;
     CursorImage lastCursor;
 
+    auto deliver = [&](CursorImage cursor) {
+        if (!grabber.grab())
+            return; // off screen for now, or the connection broke (reported at the next tick)
+        VideoFrame frame = pool.makeFrame(MediaTime::hostTimeNow(), frameDuration);
+        if (frame.isNull())
+            return;
+        X11FramePixels::copyOpaque(grabber.pixels(), grabber.bytesPerRow(), stream.source.width,
+                                   stream.source.height, frame.mutableBytes(), frame.bytesPerRow(),
+                                   frame.width(), frame.height());
+        if (cursor.reply) {
+            const auto* pixels = xcb_xfixes_get_cursor_image_cursor_image(cursor.reply.get());
+            X11FramePixels::blendCursor(pixels, cursor.reply->width, cursor.reply->height,
+                                        int((cursor.x - stream.source.x) * scaleX),
+                                        int((cursor.y - stream.source.y) * scaleY),
+                                        frame.mutableBytes(), frame.bytesPerRow(), frame.width(),
+                                        frame.height());
+        }
+        lastCursor = std::move(cursor);
+        first = false;
+        idleSinceLastFrame = false;
+        frame.status = FrameStatus::complete;
+        m_frameTimingBuffer.append(frame.presentationTime);
+        m_lastPTS = frame.presentationTime;
+        ++m_delivered;
+        if (m_frameHandler)
+            m_frameHandler(frame, VideoSampleInfo{frame.presentationTime, frame.duration});
+    };
+
     for (;;) {
+        bool stopping = false;
         {
             std::unique_lock lock(m_wakeMutex);
-            if (m_wake.wait_until(lock, deadline, [this] { return m_stopRequested; }))
-                return;
+            stopping = m_wake.wait_until(lock, deadline, [this] { return m_stopRequested; });
+        }
+        if (stopping) {
+            // A still screen sends nothing for a long time; one closing frame at the stop
+            // makes the recording last until the moment it was stopped.
+            if (idleSinceLastFrame && !xcb_connection_has_error(c))
+                deliver(cursorAvailable ? readCursor(c) : CursorImage{});
+            return;
         }
         deadline += interval;
         const auto now = std::chrono::steady_clock::now();
@@ -305,35 +341,9 @@ void X11ScreenCaptureEngine::captureLoop(Stream stream) {
         }
         if (!changed) {
             ++m_idle;
+            idleSinceLastFrame = true;
             continue; // an idle frame: nothing new to show
         }
-
-        if (!grabber.grab()) {
-            if (xcb_connection_has_error(c))
-                continue; // reported at the next tick
-            continue;     // the rectangle is off screen for now; try again
-        }
-        VideoFrame frame = pool.makeFrame(MediaTime::hostTimeNow(), frameDuration);
-        if (frame.isNull())
-            continue;
-        X11FramePixels::copyOpaque(grabber.pixels(), grabber.bytesPerRow(), stream.source.width,
-                                   stream.source.height, frame.mutableBytes(), frame.bytesPerRow(),
-                                   frame.width(), frame.height());
-        if (cursor.reply) {
-            const auto* pixels = xcb_xfixes_get_cursor_image_cursor_image(cursor.reply.get());
-            X11FramePixels::blendCursor(pixels, cursor.reply->width, cursor.reply->height,
-                                        int((cursor.x - stream.source.x) * scaleX),
-                                        int((cursor.y - stream.source.y) * scaleY),
-                                        frame.mutableBytes(), frame.bytesPerRow(), frame.width(),
-                                        frame.height());
-        }
-        lastCursor = std::move(cursor);
-        first = false;
-        frame.status = FrameStatus::complete;
-        m_frameTimingBuffer.append(frame.presentationTime);
-        m_lastPTS = frame.presentationTime;
-        ++m_delivered;
-        if (m_frameHandler)
-            m_frameHandler(frame, VideoSampleInfo{frame.presentationTime, frame.duration});
+        deliver(std::move(cursor));
     }
 }
