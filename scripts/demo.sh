@@ -1,0 +1,77 @@
+#!/usr/bin/env bash
+# Records a short scripted scene on a private X server, for machines without a display:
+# Xvfb with openbox, a few windows, a pointer that moves and clicks through XTEST, and about
+# five seconds recorded by tavelquiston-cli. Prints the movie, its metadata and a summary.
+# Usage: scripts/demo.sh [OUTPUT-DIR]   (default: a new folder under /tmp)
+set -euo pipefail
+cd "$(dirname "$0")/.."
+cli=build/src/cli/tavelquiston-cli
+[[ -x $cli ]] || { echo "❌ $cli is missing; run scripts/build.sh first" >&2; exit 1; }
+for tool in Xvfb openbox xdotool xmessage xsetroot ffprobe; do
+  command -v "$tool" >/dev/null || { echo "❌ '$tool' is not installed; run scripts/install-deps.sh" >&2; exit 1; }
+done
+
+out=${1:-$(mktemp -d /tmp/tavelquiston-demo.XXXXXX)}
+mkdir -p "$out"
+pids=()
+cleanup() {
+  for pid in "${pids[@]}"; do kill "$pid" 2>/dev/null || true; done
+  wait 2>/dev/null || true
+}
+trap cleanup EXIT
+
+# A free display number: no socket and no lock file.
+number=120
+while [[ -e /tmp/.X11-unix/X$number || -e /tmp/.X$number-lock ]]; do number=$((number + 1)); done
+export DISPLAY=:$number
+unset WAYLAND_DISPLAY
+Xvfb "$DISPLAY" -screen 0 1280x720x24 -nolisten tcp >/dev/null 2>&1 &
+pids+=($!)
+for _ in $(seq 100); do xdpyinfo >/dev/null 2>&1 && break; sleep 0.05; done
+xdpyinfo >/dev/null 2>&1 || { echo "❌ Xvfb did not start on $DISPLAY" >&2; exit 1; }
+openbox >/dev/null 2>&1 &
+pids+=($!)
+sleep 0.5
+
+xsetroot -solid '#2e3440'
+xmessage -title Notes -bg '#ebcb8b' -geometry 360x220+120+120 "Notes: record the demo" >/dev/null 2>&1 &
+pids+=($!)
+xmessage -title Tasks -bg '#a3be8c' -geometry 320x200+560+180 "Tasks: click here" >/dev/null 2>&1 &
+pids+=($!)
+xmessage -title Status -bg '#88c0d0' -geometry 300x160+860+420 "Status: all good" >/dev/null 2>&1 &
+pids+=($!)
+sleep 0.8
+
+"$cli" record --duration 5 --fps 30 --show-cursor --output "$out" >"$out/record.log" 2>"$out/record.err" &
+recorder=$!
+
+# The scene: the pointer glides between the windows and clicks in each.
+x=100 y=100
+xdotool mousemove $x $y
+sleep 0.5
+for target in "300 230" "700 260" "1000 480" "640 600" "300 230"; do
+  set -- $target
+  for step in $(seq 1 10); do
+    xdotool mousemove $((x + ($1 - x) * step / 10)) $((y + ($2 - y) * step / 10))
+    sleep 0.03
+  done
+  x=$1 y=$2
+  xdotool click 1
+  sleep 0.3
+done
+
+status=0
+wait "$recorder" || status=$?
+if [[ $status -ne 0 ]]; then
+  echo "❌ The recording failed (status $status):" >&2
+  cat "$out/record.err" >&2
+  exit 1
+fi
+movie=$(tail -n 2 "$out/record.log" | head -n 1)
+metadata=$(tail -n 1 "$out/record.log")
+duration=$(ffprobe -v error -show_entries format=duration -of default=nw=1:nk=1 "$movie")
+frames=$(ffprobe -v error -select_streams v -count_packets -show_entries stream=nb_read_packets -of default=nw=1:nk=1 "$movie")
+clicks=$(sed -n '/"cursorClicks"/,/\]/p' "$metadata" | grep -c '"timestamp"' || true)
+echo "movie:    $movie"
+echo "metadata: $metadata"
+printf 'summary:  %.2f s, %d frames, %d clicks recorded\n' "$duration" "$frames" "$clicks"
