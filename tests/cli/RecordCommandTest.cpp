@@ -300,3 +300,45 @@ TEST(RecordCommandTest, ListShowsDisplaysAndWindows) {
     EXPECT_NE(windows.find("xmessage"), std::string::npos);
     EXPECT_EQ(runInProcess(runList, {"monitors"}).first, 2);
 }
+
+// A window recording shows the window alone: another window in front of it leaves no trace.
+TEST(RecordCommandTest, WindowRecordingIgnoresWindowsInFront) {
+    REQUIRE_XVFB(desktop());
+    REQUIRE_TOOL("xmessage");
+    XvfbSession session(desktop());
+    ASSERT_TRUE(session.isReady()) << session.error();
+    session.launch({"xmessage", "-title", "Back", "-bg", "red", "-fg", "red", "-geometry",
+                    "300x200+100+80", " "});
+    std::string windows;
+    ASSERT_TRUE(waitUntil(
+        [&] {
+            runInProcess(runList, {"windows"}, &windows);
+            return windows.find("\tBack") != std::string::npos;
+        },
+        5s));
+    session.launch({"xmessage", "-title", "Front", "-bg", "blue", "-fg", "blue", "-geometry",
+                    "200x150+200+150", " "});
+    ASSERT_TRUE(waitUntil(
+        [&] {
+            runInProcess(runList, {"windows"}, &windows);
+            return windows.find("\tFront") != std::string::npos;
+        },
+        5s));
+    std::this_thread::sleep_for(300ms);
+    // The line of the back window starts with its id.
+    const size_t line = windows.rfind('\n', windows.find("\tBack")) + 1;
+    const std::string id = windows.substr(line, windows.find('\t', line) - line);
+
+    Recording recording(
+        {"--mode", "window", "--window", QString::fromStdString(id), "--duration", "1"});
+    ASSERT_EQ(recording.process.waitForExit(20s), 0) << recording.errors();
+    const AVFramePtr picture = decodeFirstPicture(recording.printedPaths().first);
+    ASSERT_TRUE(picture);
+    // The frame with its decorations starts at the window's requested corner (100, 80). Image
+    // (200, 150) is root (300, 230): under the blue window, inside the red client area.
+    const int x = 200, y = 150;
+    const uint8_t u = picture->data[1][(y / 2) * picture->linesize[1] + x / 2];
+    const uint8_t v = picture->data[2][(y / 2) * picture->linesize[2] + x / 2];
+    EXPECT_GT(v, 200) << "not red";
+    EXPECT_LT(u, 128) << "blue shows through";
+}

@@ -8,6 +8,7 @@
 #include "platform/x11/X11FramePixels.h"
 #include "platform/x11/X11RootGrabber.h"
 #include "platform/x11/X11ShareableContent.h"
+#include "platform/x11/X11WindowCompositor.h"
 
 #include <xcb/damage.h>
 #include <xcb/xfixes.h>
@@ -110,6 +111,37 @@ bool initXFixes(xcb_connection_t* c) {
 
 } // namespace
 
+SCStreamConfiguration X11ScreenCaptureEngine::evenSize(SCStreamConfiguration size) {
+    return SCStreamConfiguration{size.width & ~1, size.height & ~1};
+}
+
+std::optional<uint32_t> X11ScreenCaptureEngine::backgroundRGB(BackgroundType background) {
+    // The system colours of the platform the recorder's colours were chosen on.
+    switch (background) {
+    case BackgroundType::wallpaper:
+        return std::nullopt;
+    case BackgroundType::white:
+        return 0xffffff;
+    case BackgroundType::gray:
+        return 0x8e8e93;
+    case BackgroundType::yellow:
+        return 0xffcc00;
+    case BackgroundType::orange:
+        return 0xff9500;
+    case BackgroundType::green:
+        return 0x34c759;
+    case BackgroundType::blue:
+        return 0x007aff;
+    case BackgroundType::red:
+        return 0xff3b30;
+    case BackgroundType::clear: // a movie without alpha shows clear as black
+    case BackgroundType::black:
+    case BackgroundType::custom:
+        return 0x000000;
+    }
+    return 0x000000;
+}
+
 X11ScreenCaptureEngine::X11ScreenCaptureEngine(QByteArray hiddenApps)
     : m_hiddenApps(std::move(hiddenApps)), m_frameTimingBuffer(Constants::frameTimingBufferSize) {}
 
@@ -141,9 +173,6 @@ X11ScreenCaptureEngine::createFilter(const RecordingMode& mode,
         throw RecordingError::invalidConfiguration(QStringLiteral("Available content not loaded"));
     auto filter = std::make_shared<SCContentFilter>(
         SCContentFilter::make(mode, config, *m_availableContent, m_hiddenApps));
-    if (filter->kind != SCContentFilter::Kind::display)
-        throw RecordingError::invalidConfiguration(
-            QStringLiteral("Window and application capture is not available on X11 yet"));
     m_mode = mode;
     return filter;
 }
@@ -171,7 +200,22 @@ void X11ScreenCaptureEngine::configureStream(std::shared_ptr<SCContentFilter> fi
     stream.background = backgroundColor;
 
     // The root grab is in pixels of the root window, origin top left.
-    const int rootHeight = int(filter->display.frame.maxY());
+    if (!m_connection)
+        m_connection = std::make_unique<X11Connection>();
+    const int rootHeight = m_connection->rootHeight();
+    if (filter->kind != SCContentFilter::Kind::display) {
+        // Windows are composed within the rectangle they covered when the filter was made.
+        stream.source = X11Coordinates::fromGlobal(filter->contentRect, rootHeight);
+        for (const SCWindow& window : filter->includedWindows)
+            stream.windows.push_back(window.windowID);
+        if (stream.windows.empty())
+            throw RecordingError::captureDeviceUnavailable();
+        stream.backgroundRGB = backgroundRGB(backgroundColor);
+        stream.size = evenSize(stream.size);
+        m_stream = stream;
+        m_filter = std::move(filter);
+        return;
+    }
     const X11Rect displayPixels = X11Coordinates::fromGlobal(filter->display.frame, rootHeight);
     stream.source = displayPixels;
     if (const auto* area = mode.as<RecordingMode::ScreenArea>()) {
@@ -191,6 +235,7 @@ void X11ScreenCaptureEngine::configureStream(std::shared_ptr<SCContentFilter> fi
             std::max(0, std::min(stream.source.height,
                                  displayPixels.y + displayPixels.height - stream.source.y));
     }
+    stream.size = evenSize(stream.size);
     if (stream.size.width <= 0 || stream.size.height <= 0 || stream.source.width <= 0 ||
         stream.source.height <= 0)
         throw RecordingError::invalidConfiguration(QStringLiteral("The capture area is empty"));
@@ -263,9 +308,24 @@ void X11ScreenCaptureEngine::reportStop(const StreamError& error) {
 
 void X11ScreenCaptureEngine::captureLoop(Stream stream) {
     xcb_connection_t* c = m_connection->get();
-    X11RootGrabber grabber(c, m_connection->root(), stream.source);
-    m_usesSharedMemory = grabber.usesSharedMemory();
-    RootDamage damage(c, m_connection->root());
+    std::optional<X11RootGrabber> grabber;
+    std::optional<RootDamage> damage;
+    std::optional<X11WindowCompositor> compositor;
+    if (!stream.windows.empty()) {
+        compositor.emplace(*m_connection, stream.windows, stream.source, stream.backgroundRGB);
+        if (!compositor->isAvailable()) {
+            reportStop({QStringLiteral("X11"),
+                        3,
+                        QStringLiteral("The X server cannot capture single windows "
+                                       "(no Composite extension)"),
+                        {}});
+            return;
+        }
+    } else {
+        grabber.emplace(c, m_connection->root(), stream.source);
+        m_usesSharedMemory = grabber->usesSharedMemory();
+        damage.emplace(c, m_connection->root());
+    }
     const bool cursorAvailable = stream.showsCursor && initXFixes(c);
     VideoFramePool pool(stream.size.width, stream.size.height);
     const double scaleX = double(stream.size.width) / stream.source.width;
@@ -279,14 +339,28 @@ void X11ScreenCaptureEngine::captureLoop(Stream stream) {
     CursorImage lastCursor;
 
     auto deliver = [&](CursorImage cursor) {
-        if (!grabber.grab())
-            return; // off screen for now, or the connection broke (reported at the next tick)
+        // Off screen for now, or the connection broke (reported at the next tick).
+        if (grabber && !grabber->grab())
+            return true;
         VideoFrame frame = pool.makeFrame(MediaTime::hostTimeNow(), frameDuration);
         if (frame.isNull())
-            return;
-        X11FramePixels::copyOpaque(grabber.pixels(), grabber.bytesPerRow(), stream.source.width,
-                                   stream.source.height, frame.mutableBytes(), frame.bytesPerRow(),
-                                   frame.width(), frame.height());
+            return true;
+        if (compositor) {
+            if (const auto gone = compositor->compose(frame.mutableBytes(), frame.bytesPerRow(),
+                                                      frame.width(), frame.height())) {
+                reportStop(
+                    {QStringLiteral("X11"),
+                     2,
+                     QStringLiteral("A captured window disappeared (0x%1)").arg(*gone, 0, 16),
+                     {}});
+                return false;
+            }
+        } else {
+            X11FramePixels::copyOpaque(grabber->pixels(), grabber->bytesPerRow(),
+                                       stream.source.width, stream.source.height,
+                                       frame.mutableBytes(), frame.bytesPerRow(), frame.width(),
+                                       frame.height());
+        }
         if (cursor.reply) {
             const auto* pixels = xcb_xfixes_get_cursor_image_cursor_image(cursor.reply.get());
             X11FramePixels::blendCursor(pixels, cursor.reply->width, cursor.reply->height,
@@ -304,6 +378,7 @@ void X11ScreenCaptureEngine::captureLoop(Stream stream) {
         ++m_delivered;
         if (m_frameHandler)
             m_frameHandler(frame, VideoSampleInfo{frame.presentationTime, frame.duration});
+        return true;
     };
 
     for (;;) {
@@ -333,7 +408,9 @@ void X11ScreenCaptureEngine::captureLoop(Stream stream) {
         }
 
         // Without XDamage every tick counts as a change.
-        bool changed = !damage.available() || damage.takeDamage(stream.source) || first;
+        bool changed =
+            first || (compositor ? compositor->takeDamage()
+                                 : !damage->available() || damage->takeDamage(stream.source));
         CursorImage cursor;
         if (cursorAvailable) {
             cursor = readCursor(c);
@@ -344,6 +421,7 @@ void X11ScreenCaptureEngine::captureLoop(Stream stream) {
             idleSinceLastFrame = true;
             continue; // an idle frame: nothing new to show
         }
-        deliver(std::move(cursor));
+        if (!deliver(std::move(cursor)))
+            return;
     }
 }

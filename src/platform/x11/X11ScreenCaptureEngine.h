@@ -14,6 +14,7 @@
 #include <mutex>
 #include <optional>
 #include <thread>
+#include <vector>
 
 class X11Connection;
 
@@ -57,7 +58,12 @@ public:
     // the product with both scales is cut again.
     static SCStreamConfiguration streamSize(Size pointSize, double pointScale,
                                             double resolutionScale);
+    // The movie's 4:2:0 chroma needs even sizes, which the encoders insist on; a window of
+    // odd size loses its last column or row of pixels.
+    static SCStreamConfiguration evenSize(SCStreamConfiguration size);
     static int clampFrameRate(int frameRate) { return std::clamp(frameRate, 15, 60); }
+    // The colour under composed windows as 0xRRGGBB; absent for the wallpaper.
+    static std::optional<uint32_t> backgroundRGB(BackgroundType background);
     static double resolutionScale(ResolutionMode resolution) {
         return resolution == ResolutionMode::low ? 0.5 : 1.0;
     }
@@ -69,6 +75,9 @@ private:
         int frameRate = 60;
         bool showsCursor = false;
         BackgroundType background = BackgroundType::black;
+        // Window modes: the windows to compose, and the colour under them (absent: wallpaper).
+        std::vector<uint32_t> windows;
+        std::optional<uint32_t> backgroundRGB;
     };
 
     void captureLoop(Stream stream);
