@@ -249,6 +249,8 @@ namespace {
 QCoro::Task<int> recordUntilStopped(RecordingCoordinator& coordinator, RecordingMode mode,
                                     RecordingConfiguration configuration,
                                     std::optional<double> duration, FILE* out, FILE* err) {
+    // The trace ends at the first written frame and lands in the startup timing log.
+    coordinator.beginStartupTrace(QStringLiteral("commandLine"));
     bool started = false;
     try {
         QCoro::Task<void> preparing = coordinator.prepareRecording(mode, configuration);
