@@ -5,6 +5,7 @@
 #include "media/MovieProbe.h"
 #include "support/ChildProcess.h"
 #include "support/EventLoop.h"
+#include "support/ScreenAnimation.h"
 #include "support/XvfbSession.h"
 
 #include <QDir>
@@ -59,13 +60,6 @@ XvfbSession::Options desktop() {
     options.height = 480;
     options.windowManager = true;
     return options;
-}
-
-// A background that changes all the time, so every tick has a new frame.
-void animateRoot(XvfbSession& session) {
-    session.launch({"sh", "-c",
-                    "while true; do xsetroot -solid '#204060'; sleep 0.02; "
-                    "xsetroot -solid '#604020'; sleep 0.02; done"});
 }
 
 // One tavelquiston-cli record run writing into its own folder.
@@ -164,10 +158,9 @@ TEST(RecordCommandTest, AreaCountsFromTheDisplaysBottomLeft) {
 // interval plus start-up, has the display's size, frames in increasing time, and metadata.
 TEST(RecordCommandTest, DisplayRecordingLastsItsDuration) {
     REQUIRE_XVFB(desktop());
-    REQUIRE_TOOL("xsetroot");
     XvfbSession session(desktop());
     ASSERT_TRUE(session.isReady()) << session.error();
-    animateRoot(session);
+    ScreenAnimation animation;
 
     Recording recording({"--duration", "2"});
     const auto status = recording.process.waitForExit(20s);
@@ -228,10 +221,9 @@ TEST(RecordCommandTest, AreaRecordingPlacesThePixels) {
 // SIGTERM during a recording finishes the file: it plays, and its metadata is beside it.
 TEST(RecordCommandTest, SigtermFinishesAPlayableFile) {
     REQUIRE_XVFB(desktop());
-    REQUIRE_TOOL("xsetroot");
     XvfbSession session(desktop());
     ASSERT_TRUE(session.isReady()) << session.error();
-    animateRoot(session);
+    ScreenAnimation animation;
 
     Recording recording({});
     ASSERT_TRUE(recording.waitForFirstFrame()) << recording.errors();
@@ -252,10 +244,9 @@ TEST(RecordCommandTest, SigtermFinishesAPlayableFile) {
 // frames are farther apart than a few intervals.
 TEST(RecordCommandTest, PauseLeavesNoGap) {
     REQUIRE_XVFB(desktop());
-    REQUIRE_TOOL("xsetroot");
     XvfbSession session(desktop());
     ASSERT_TRUE(session.isReady()) << session.error();
-    animateRoot(session);
+    ScreenAnimation animation;
 
     Recording recording({"--duration", "2"});
     ASSERT_TRUE(recording.waitForFirstFrame()) << recording.errors();
@@ -341,4 +332,21 @@ TEST(RecordCommandTest, WindowRecordingIgnoresWindowsInFront) {
     const uint8_t v = picture->data[2][(y / 2) * picture->linesize[2] + x / 2];
     EXPECT_GT(v, 200) << "not red";
     EXPECT_LT(u, 128) << "blue shows through";
+}
+
+// A still screen gives a handful of frames, yet the file lasts as long as the recording did.
+TEST(RecordCommandTest, StillScreenKeepsItsDuration) {
+    REQUIRE_XVFB(desktop());
+    XvfbSession session(desktop());
+    ASSERT_TRUE(session.isReady()) << session.error();
+    std::this_thread::sleep_for(300ms); // let the window manager finish drawing
+
+    Recording recording({"--duration", "2"});
+    ASSERT_EQ(recording.process.waitForExit(20s), 0) << recording.errors();
+    const auto probed = probeMovie(recording.printedPaths().first);
+    ASSERT_TRUE(probed.has_value());
+    const ProbedStream* video = probed->first(AVMEDIA_TYPE_VIDEO);
+    ASSERT_NE(video, nullptr);
+    EXPECT_LE(video->packetTimes.size(), 5u); // of the 60 ticks at 30 per second
+    EXPECT_NEAR(video->endSeconds, 2.0, 1.0 / 30 + 0.25);
 }

@@ -8,6 +8,7 @@
 #include "support/ChildProcess.h"
 #include "support/EventLoop.h"
 #include "support/ScopedEnvironment.h"
+#include "support/ScreenAnimation.h"
 #include "support/TaskRunner.h"
 #include "support/XvfbSession.h"
 
@@ -62,13 +63,14 @@ RecordingConfiguration configurationFor(const RecordingMode& mode) {
 }
 
 // An engine prepared for a mode on the session's X server, frames going to `log`.
-std::unique_ptr<X11ScreenCaptureEngine>
-prepared(const RecordingMode& mode, FrameLog& log, int frameRate = 30,
-         ResolutionMode resolution = ResolutionMode::normal) {
+std::unique_ptr<X11ScreenCaptureEngine> prepared(const RecordingMode& mode, FrameLog& log,
+                                                 int frameRate = 30,
+                                                 ResolutionMode resolution = ResolutionMode::normal,
+                                                 bool showCursor = false) {
     auto engine = std::make_unique<X11ScreenCaptureEngine>();
     engine->updateAvailableContent();
     auto filter = engine->createFilter(mode, configurationFor(mode));
-    engine->configureStream(filter, mode, resolution, frameRate, false, BackgroundType::black,
+    engine->configureStream(filter, mode, resolution, frameRate, showCursor, BackgroundType::black,
                             false);
     engine->setFrameHandler(
         [&log](const VideoFrame& frame, const VideoSampleInfo& info) { log.add(frame, info); });
@@ -120,12 +122,9 @@ TEST(X11ScreenCaptureEngineTest, RefusesOutOfOrderUse) {
 // time, opaque, and none after stopCapture.
 TEST(X11ScreenCaptureEngineTest, DisplayFramesWhileTheScreenChanges) {
     REQUIRE_XVFB(smallScreen());
-    REQUIRE_TOOL("xsetroot");
     XvfbSession session(smallScreen());
     ASSERT_TRUE(session.isReady()) << session.error();
-    session.launch({"sh", "-c",
-                    "while true; do xsetroot -solid red; sleep 0.02; xsetroot -solid blue; "
-                    "sleep 0.02; done"});
+    ScreenAnimation animation;
 
     FrameLog log;
     const SCDisplay display = firstDisplay();
@@ -276,7 +275,8 @@ TEST(X11ScreenCaptureEngineTest, WindowGoneReachesTheErrorHandler) {
             content = X11ShareableContent::fetch(connection);
             return !content.windows.empty() && content.windows.front().isOnScreen;
         },
-        5s));
+        5s))
+        << "the window never showed as listed and mapped: " << content.windows.size() << " listed";
 
     FrameLog log;
     const RecordingMode mode = RecordingMode::window(content.windows.front());
@@ -299,4 +299,42 @@ TEST(X11ScreenCaptureEngineTest, WindowGoneReachesTheErrorHandler) {
     ASSERT_TRUE(runTask(engine->stopCapture()).finished);
     EXPECT_EQ(errors.load(), 1);
     EXPECT_EQ(code.load(), 2);
+}
+
+// With showsCursor the pointer's image is drawn where the pointer is, and moving it makes a
+// new frame on an otherwise still screen; without, the picture stays the root's.
+TEST(X11ScreenCaptureEngineTest, CursorIsDrawnWhenAskedFor) {
+    REQUIRE_XVFB(smallScreen());
+    REQUIRE_TOOL("xdotool");
+    XvfbSession session(smallScreen());
+    ASSERT_TRUE(session.isReady()) << session.error();
+    ASSERT_TRUE(session.moveTo(200, 150));
+    // A 40 x 40 area around the pointer: area (20, 20) is the pointer's hot spot. In the
+    // mode's convention y = 480 - 130 - 40 = 310.
+    const RecordingMode mode = RecordingMode::screenArea(firstDisplay(), Rect(180, 310, 40, 40));
+    auto differingPixels = [](const VideoFrame& a, const VideoFrame& b) {
+        int count = 0;
+        for (int y = 0; y < a.height(); ++y)
+            for (int x = 0; x < a.width(); ++x)
+                count += pixelAt(a, x, y) != pixelAt(b, x, y);
+        return count;
+    };
+
+    FrameLog plain;
+    auto without = prepared(mode, plain);
+    ASSERT_TRUE(runTask(without->startCapture()).finished);
+    ASSERT_TRUE(waitUntil([&] { return plain.count() >= 1; }, 5s));
+    ASSERT_TRUE(runTask(without->stopCapture()).finished);
+
+    FrameLog drawn;
+    auto with = prepared(mode, drawn, 30, ResolutionMode::normal, true);
+    ASSERT_TRUE(runTask(with->startCapture()).finished);
+    ASSERT_TRUE(waitUntil([&] { return drawn.count() >= 1; }, 5s));
+    const size_t before = drawn.count();
+    ASSERT_TRUE(session.moveTo(205, 152));
+    const bool moved = waitUntil([&] { return drawn.count() > before; }, 3s);
+    ASSERT_TRUE(runTask(with->stopCapture()).finished);
+    EXPECT_TRUE(moved) << "a pointer move made no frame";
+    // The pointer image covers some dozens of pixels.
+    EXPECT_GT(differingPixels(plain.lastFrame(), drawn.lastFrame()), 20);
 }

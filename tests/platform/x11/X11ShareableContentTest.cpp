@@ -70,7 +70,7 @@ TEST(X11ShareableContentTest, WindowsFromTheWindowManager) {
             return !content.windows.empty() && content.windows.front().isOnScreen;
         },
         5s))
-        << "the window never showed as listed and mapped";
+        << "the window never showed as listed and mapped: " << content.windows.size() << " listed";
     const SCWindow& window = content.windows.front();
     EXPECT_EQ(window.title, QStringLiteral("Probe Title"));
     ASSERT_TRUE(window.owningApplication.has_value());
