@@ -212,22 +212,7 @@ void RecordingCoordinator::installFramePath(const RecordingConfiguration& config
         RecordingFramePath::Flags{m_isPaused, m_isStreamRecoveryInProgress,
                                   m_awaitingStreamRestartFirstFrame, m_mediaWriter},
         std::move(hooks), configuration.frameRate);
-    std::shared_ptr<RecordingFramePath> path = m_framePath;
-    if (m_screenEngine) {
-        m_screenEngine->setFrameHandler(
-            [path](const VideoFrame& frame, const VideoSampleInfo& info) {
-                path->handleVideoFrame(frame, info);
-            });
-        m_screenEngine->setAudioHandler(
-            [path](const AudioBuffer& buffer, const AudioSampleInfo& info) {
-                path->handleSystemAudio(buffer, info);
-            });
-    }
-    if (m_audioEngine)
-        m_audioEngine->setMicrophoneAudioHandler(
-            [path](const AudioBuffer& buffer, const AudioSampleInfo& info) {
-                path->handleMicrophoneAudio(buffer, info);
-            });
+    RecordingEngineSetup::installFramePath(m_framePath, m_screenEngine.get(), m_audioEngine.get());
 }
 
 QCoro::Task<SCShareableContent>

@@ -1,5 +1,6 @@
 #include "core/recording/RecordingEngineSetup.h"
 
+#include "core/recording/RecordingFramePath.h"
 #include "core/recording/engines/AudioCaptureEngine.h"
 #include "core/recording/engines/AudioOnlyRecorder.h"
 #include "core/recording/engines/MetadataRecorderEngine.h"
@@ -28,6 +29,24 @@ void RecordingEngineSetup::installAudioOnlyHandlers(AudioCaptureEngine& engine,
         } catch (...) {
         }
     });
+}
+
+void RecordingEngineSetup::installFramePath(const std::shared_ptr<RecordingFramePath>& path,
+                                            ScreenCaptureEngine* screen,
+                                            AudioCaptureEngine* audio) {
+    if (screen) {
+        screen->setFrameHandler([path](const VideoFrame& frame, const VideoSampleInfo& info) {
+            path->handleVideoFrame(frame, info);
+        });
+        screen->setAudioHandler([path](const AudioBuffer& buffer, const AudioSampleInfo& info) {
+            path->handleSystemAudio(buffer, info);
+        });
+    }
+    if (audio)
+        audio->setMicrophoneAudioHandler(
+            [path](const AudioBuffer& buffer, const AudioSampleInfo& info) {
+                path->handleMicrophoneAudio(buffer, info);
+            });
 }
 
 std::unique_ptr<ZoomRenderer>
