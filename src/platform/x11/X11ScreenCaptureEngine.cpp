@@ -212,6 +212,7 @@ void X11ScreenCaptureEngine::configureStream(std::shared_ptr<SCContentFilter> fi
             throw RecordingError::captureDeviceUnavailable();
         stream.backgroundRGB = backgroundRGB(backgroundColor);
         stream.size = evenSize(stream.size);
+        std::lock_guard lock(m_configurationMutex);
         m_stream = stream;
         m_filter = std::move(filter);
         return;
@@ -239,14 +240,31 @@ void X11ScreenCaptureEngine::configureStream(std::shared_ptr<SCContentFilter> fi
     if (stream.size.width <= 0 || stream.size.height <= 0 || stream.source.width <= 0 ||
         stream.source.height <= 0)
         throw RecordingError::invalidConfiguration(QStringLiteral("The capture area is empty"));
+    std::lock_guard lock(m_configurationMutex);
     m_stream = stream;
     m_filter = std::move(filter);
 }
 
 std::optional<SCStreamConfiguration> X11ScreenCaptureEngine::configuration() const {
+    std::lock_guard lock(m_configurationMutex);
     if (!m_stream)
         return std::nullopt;
     return m_stream->size;
+}
+
+void X11ScreenCaptureEngine::handleWindowResize(double contentScale) {
+    std::lock_guard lock(m_configurationMutex);
+    if (!m_stream || !m_isCapturing)
+        return;
+    const double factor = 1.0 / contentScale;
+    const SCStreamConfiguration resized = evenSize(
+        {int(double(m_stream->size.width) * factor), int(double(m_stream->size.height) * factor)});
+    if (resized == m_stream->size)
+        return;
+    logLine("🔄 Window resized: contentScale={}, updating stream to {}x{}",
+            formatDouble(contentScale), resized.width, resized.height);
+    m_stream->size = resized;
+    logLine("✅ Stream configuration updated successfully");
 }
 
 std::optional<Rect> X11ScreenCaptureEngine::captureRectInScreenSpace() const {
@@ -327,7 +345,7 @@ void X11ScreenCaptureEngine::captureLoop(Stream stream) {
         damage.emplace(c, m_connection->root());
     }
     const bool cursorAvailable = stream.showsCursor && initXFixes(c);
-    VideoFramePool pool(stream.size.width, stream.size.height);
+    auto pool = std::make_unique<VideoFramePool>(stream.size.width, stream.size.height);
     const double scaleX = double(stream.size.width) / stream.source.width;
     const double scaleY = double(stream.size.height) / stream.source.height;
 
@@ -336,13 +354,17 @@ void X11ScreenCaptureEngine::captureLoop(Stream stream) {
     auto deadline = std::chrono::steady_clock::now();
     bool first = true;
     bool idleSinceLastFrame = false;
+    bool redraw = false;
     CursorImage lastCursor;
 
     auto deliver = [&](CursorImage cursor) {
         // Off screen for now, or the connection broke (reported at the next tick).
         if (grabber && !grabber->grab())
             return true;
-        VideoFrame frame = pool.makeFrame(MediaTime::hostTimeNow(), frameDuration);
+        if (const auto size = configuration();
+            size && (size->width != pool->width() || size->height != pool->height()))
+            pool = std::make_unique<VideoFramePool>(size->width, size->height);
+        VideoFrame frame = pool->makeFrame(MediaTime::hostTimeNow(), frameDuration);
         if (frame.isNull())
             return true;
         if (compositor) {
@@ -354,6 +376,12 @@ void X11ScreenCaptureEngine::captureLoop(Stream stream) {
                      QStringLiteral("A captured window disappeared (0x%1)").arg(*gone, 0, 16),
                      {}});
                 return false;
+            }
+            frame.contentScale = compositor->contentScale();
+            // The picture is still handed on; the next ones come at the window's new size.
+            if (frame.contentScale < 0.99) {
+                handleWindowResize(frame.contentScale);
+                redraw = true; // the window at its new size, even if it holds still now
             }
         } else {
             X11FramePixels::copyOpaque(grabber->pixels(), grabber->bytesPerRow(),
@@ -371,6 +399,7 @@ void X11ScreenCaptureEngine::captureLoop(Stream stream) {
         }
         lastCursor = std::move(cursor);
         first = false;
+        redraw = redraw && frame.contentScale < 0.99;
         idleSinceLastFrame = false;
         frame.status = FrameStatus::complete;
         m_frameTimingBuffer.append(frame.presentationTime);
@@ -408,9 +437,9 @@ void X11ScreenCaptureEngine::captureLoop(Stream stream) {
         }
 
         // Without XDamage every tick counts as a change.
-        bool changed =
-            first || (compositor ? compositor->takeDamage()
-                                 : !damage->available() || damage->takeDamage(stream.source));
+        bool changed = first || redraw ||
+                       (compositor ? compositor->takeDamage()
+                                   : !damage->available() || damage->takeDamage(stream.source));
         CursorImage cursor;
         if (cursorAvailable) {
             cursor = readCursor(c);

@@ -82,12 +82,18 @@ private:
 
     void captureLoop(Stream stream);
     void reportStop(const StreamError& error);
+    // A window grown past the stream: the stream grows by the inverse of the scale the window
+    // was shown at. The file keeps the size it was opened with.
+    void handleWindowResize(double contentScale);
 
     QByteArray m_hiddenApps;
     std::unique_ptr<X11Connection> m_connection;
     std::optional<SCShareableContent> m_availableContent;
     std::optional<RecordingMode> m_mode;
     std::shared_ptr<SCContentFilter> m_filter;
+    // The stream's size changes on the capture thread when a window grows; the main thread
+    // reads it.
+    mutable std::mutex m_configurationMutex;
     std::optional<Stream> m_stream;
 
     FrameHandler m_frameHandler;

@@ -140,6 +140,18 @@ bool X11WindowCompositor::drawWallpaper(std::vector<uint32_t>& canvas) {
 std::optional<xcb_window_t> X11WindowCompositor::compose(uint8_t* pixels, int stride, int width,
                                                          int height) {
     xcb_connection_t* c = m_connection.get();
+    if (followsWindow()) {
+        // The content is wherever the window is now, at its present size.
+        ReplyPtr<xcb_get_geometry_reply_t> geometry(
+            xcb_get_geometry_reply(c, xcb_get_geometry(c, m_windows.front().toplevel), nullptr));
+        if (!geometry)
+            return m_windows.front().client;
+        const X11Rect now{geometry->x, geometry->y, geometry->width + 2 * geometry->border_width,
+                          geometry->height + 2 * geometry->border_width};
+        if (now.width != m_content.width || now.height != m_content.height)
+            m_canvas.assign(size_t(now.width) * size_t(now.height), 0);
+        m_content = now;
+    }
     if (!m_background || !drawWallpaper(m_canvas))
         X11FramePixels::fill(reinterpret_cast<uint8_t*>(m_canvas.data()), m_content.width * 4,
                              m_content.width, m_content.height, m_background.value_or(0));
@@ -189,8 +201,21 @@ std::optional<xcb_window_t> X11WindowCompositor::compose(uint8_t* pixels, int st
         blit(xcb_get_image_data(image.get()), w, h, geometry->x - m_content.x,
              geometry->y - m_content.y, m_canvas, m_content.width, m_content.height);
     }
+    if (!followsWindow()) {
+        X11FramePixels::copyOpaque(reinterpret_cast<const uint8_t*>(m_canvas.data()),
+                                   m_content.width * 4, m_content.width, m_content.height, pixels,
+                                   stride, width, height);
+        return std::nullopt;
+    }
+    // Fitted whole at the top left, never enlarged; the rest is the background.
+    m_contentScale =
+        std::min({1.0, double(width) / m_content.width, double(height) / m_content.height});
+    const int fittedWidth = std::max(1, int(m_content.width * m_contentScale));
+    const int fittedHeight = std::max(1, int(m_content.height * m_contentScale));
+    X11FramePixels::fill(pixels, stride, width, height, m_background.value_or(0));
     X11FramePixels::copyOpaque(reinterpret_cast<const uint8_t*>(m_canvas.data()),
                                m_content.width * 4, m_content.width, m_content.height, pixels,
-                               stride, width, height);
+                               stride, std::min(fittedWidth, width),
+                               std::min(fittedHeight, height));
     return std::nullopt;
 }

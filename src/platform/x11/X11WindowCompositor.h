@@ -32,6 +32,12 @@ public:
     // Returns the id of a window that no longer exists, if one is gone; nothing is drawn then.
     std::optional<xcb_window_t> compose(uint8_t* pixels, int stride, int width, int height);
 
+    // One window alone follows it wherever it moves and is fitted into the picture whole,
+    // keeping its proportions; a window grown past the picture is shown smaller. The factor of
+    // the last composition (1 when it fitted) is the content scale.
+    bool followsWindow() const { return m_windows.size() == 1; }
+    double contentScale() const { return m_contentScale; }
+
 private:
     struct Captured {
         xcb_window_t client = 0;
@@ -48,4 +54,5 @@ private:
     bool m_available = false;
     uint8_t m_damageEvent = 0;
     std::vector<uint32_t> m_canvas; // the content rectangle at its own size
+    double m_contentScale = 1.0;
 };

@@ -338,3 +338,46 @@ TEST(X11ScreenCaptureEngineTest, CursorIsDrawnWhenAskedFor) {
     // The pointer image covers some dozens of pixels.
     EXPECT_GT(differingPixels(plain.lastFrame(), drawn.lastFrame()), 20);
 }
+
+// A recorded window made larger than the stream is first shown smaller, then the stream grows
+// by the inverse of that scale and the frames come at the new size.
+TEST(X11ScreenCaptureEngineTest, GrownWindowEnlargesTheStream) {
+    XvfbSession::Options options = smallScreen();
+    options.windowManager = true;
+    REQUIRE_XVFB(options);
+    REQUIRE_TOOL("xmessage");
+    REQUIRE_TOOL("xdotool");
+    XvfbSession session(options);
+    ASSERT_TRUE(session.isReady()) << session.error();
+    session.launch({"xmessage", "-geometry", "200x100+20+20", "grow"});
+    X11Connection connection;
+    SCShareableContent content;
+    ASSERT_TRUE(waitUntil(
+        [&] {
+            content = X11ShareableContent::fetch(connection);
+            return !content.windows.empty() && content.windows.front().isOnScreen;
+        },
+        5s));
+    FrameLog log;
+    auto engine = prepared(RecordingMode::window(content.windows.front()), log);
+    const SCStreamConfiguration before = *engine->configuration();
+    ASSERT_TRUE(runTask(engine->startCapture()).finished);
+    ASSERT_TRUE(waitUntil([&] { return log.count() >= 1; }, 5s));
+
+    // The client becomes 60 pixels wider and taller than the whole frame was, so the frame
+    // grows by more than 60 in both directions whatever the decorations.
+    const SCWindow& window = content.windows.front();
+    const int width = int(window.frame.width()) + 60;
+    const int height = int(window.frame.height()) + 60;
+    ChildProcess resize({"xdotool", "windowsize", std::to_string(window.windowID),
+                         std::to_string(width), std::to_string(height)},
+                        {});
+    ASSERT_EQ(resize.waitForExit(5s), 0);
+    const bool grew = waitUntil([&] { return log.lastFrame().width() > before.width; }, 5s);
+    ASSERT_TRUE(runTask(engine->stopCapture()).finished);
+    ASSERT_TRUE(grew) << "frames stayed " << log.lastFrame().width() << " wide";
+    const SCStreamConfiguration after = *engine->configuration();
+    EXPECT_GT(after.width, before.width + 60);
+    EXPECT_GT(after.height, before.height + 60);
+    EXPECT_EQ(log.lastFrame().width(), after.width);
+}
