@@ -1,6 +1,9 @@
 #include "platform/x11/X11FramePixels.h"
 
 #include <cstring>
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
 #include <vector>
 
 namespace X11FramePixels {
@@ -13,7 +16,17 @@ void copyOpaque(const uint8_t* source, int sourceStride, int sourceWidth, int so
         for (int y = 0; y < destinationHeight; ++y) {
             const auto* in = reinterpret_cast<const uint32_t*>(source + size_t(y) * sourceStride);
             auto* out = reinterpret_cast<uint32_t*>(destination + size_t(y) * destinationStride);
-            for (int x = 0; x < destinationWidth; ++x)
+            int x = 0;
+#if defined(__SSE2__)
+            // Four pixels at a time: at 1080p60 this pass is a large share of the capture's
+            // own CPU, and -O2 leaves the plain loop scalar.
+            const __m128i alpha = _mm_set1_epi32(int(opaque));
+            for (; x + 4 <= destinationWidth; x += 4)
+                _mm_storeu_si128(
+                    reinterpret_cast<__m128i*>(out + x),
+                    _mm_or_si128(_mm_loadu_si128(reinterpret_cast<const __m128i*>(in + x)), alpha));
+#endif
+            for (; x < destinationWidth; ++x)
                 out[x] = in[x] | opaque;
         }
         return;

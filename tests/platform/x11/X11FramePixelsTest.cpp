@@ -16,6 +16,14 @@ TEST(X11FramePixelsTest, CopyMakesOpaqueAndScales) {
     for (size_t i = 0; i < 8; ++i)
         EXPECT_EQ(same[i], source[i] | 0xff000000u) << i;
 
+    // Rows of five take the four-at-a-time path and then a single pixel.
+    std::vector<uint32_t> five = {1, 2, 3, 4, 0x00abcdef};
+    std::vector<uint32_t> fiveOut(5, 0);
+    X11FramePixels::copyOpaque(reinterpret_cast<uint8_t*>(five.data()), 20, 5, 1,
+                               reinterpret_cast<uint8_t*>(fiveOut.data()), 20, 5, 1);
+    EXPECT_EQ(fiveOut, (std::vector<uint32_t>{0xff000001u, 0xff000002u, 0xff000003u, 0xff000004u,
+                                              0xffabcdefu}));
+
     std::vector<uint32_t> half(2, 0);
     X11FramePixels::copyOpaque(reinterpret_cast<uint8_t*>(source.data()), 16, 4, 2,
                                reinterpret_cast<uint8_t*>(half.data()), 8, 2, 1);
