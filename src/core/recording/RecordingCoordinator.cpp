@@ -211,7 +211,8 @@ void RecordingCoordinator::installFramePath(const RecordingConfiguration& config
     m_framePath = std::make_shared<RecordingFramePath>(
         RecordingFramePath::Flags{m_isPaused, m_isStreamRecoveryInProgress,
                                   m_awaitingStreamRestartFirstFrame, m_mediaWriter},
-        std::move(hooks), configuration.frameRate);
+        std::move(hooks), configuration.frameRate,
+        RecordingFramePath::Pump{m_shouldUseWindowPump, m_pumpFrameRate});
     RecordingEngineSetup::installFramePath(m_framePath, m_screenEngine.get(), m_audioEngine.get());
 }
 
@@ -454,6 +455,8 @@ void RecordingCoordinator::invalidateRecordingTimers() {
 }
 
 void RecordingCoordinator::resetFramePathState() {
+    if (m_framePath)
+        m_framePath->stopPump();
     m_lastFrameChecksum = 0;
     m_skippedFrameCount = 0;
     m_pumpFramesEmitted = 0;
@@ -576,6 +579,8 @@ QCoro::Task<void> RecordingCoordinator::cleanupAfterError() {
     m_timekeeper.setStreamInterruptStartTime(std::nullopt);
     m_streamRecoveryAttempts = 0;
     m_lastFrameChecksum = 0;
+    if (m_framePath)
+        m_framePath->stopPump();
     m_services.statusBar->hideRecordingControls();
     m_services.panel->hide();
     co_await stopMonitoringAndCapture();

@@ -109,6 +109,10 @@ bool initXFixes(xcb_connection_t* c) {
     return version != nullptr;
 }
 
+std::shared_ptr<const VideoFrame> retainFrame(const VideoFrame& frame) {
+    return std::make_shared<const VideoFrame>(frame);
+}
+
 } // namespace
 
 SCStreamConfiguration X11ScreenCaptureEngine::evenSize(SCStreamConfiguration size) {
@@ -406,7 +410,9 @@ void X11ScreenCaptureEngine::captureLoop(Stream stream) {
         m_lastPTS = frame.presentationTime;
         ++m_delivered;
         if (m_frameHandler)
-            m_frameHandler(frame, VideoSampleInfo{frame.presentationTime, frame.duration});
+            m_frameHandler(frame, VideoSampleInfo{frame.presentationTime, frame.duration,
+                                                  frame.bytes(), frame.width(), frame.height(),
+                                                  frame.bytesPerRow(), &retainFrame});
         return true;
     };
 

@@ -5,6 +5,9 @@
 #include <gtest/gtest.h>
 
 #include <array>
+#include <cstring>
+#include <mutex>
+#include <thread>
 
 namespace {
 
@@ -44,7 +47,13 @@ public:
         appended.push_back(indexOf(&frame));
         return true;
     }
-    bool appendVideoPixelBuffer(const VideoFrame&, MediaTime) override { return true; }
+    bool appendVideoPixelBuffer(const VideoFrame& frame, MediaTime pts) override {
+        std::lock_guard lock(pumped);
+        pumpedFrames.emplace_back(indexOf(&frame), pts);
+        return true;
+    }
+    std::mutex pumped;
+    std::vector<std::pair<int, MediaTime>> pumpedFrames; // under `pumped`
     bool appendAudioBuffer(const AudioBuffer&, int track, bool isMicrophone) override {
         // System audio is track 0, the microphone track 1.
         (isMicrophone && track == 1 ? microphone : systemAudio) += 1;
@@ -63,10 +72,11 @@ protected:
     RecordingFramePathTest() : writerPointer(&writer) {}
 
     std::unique_ptr<RecordingFramePath> makePath(RecordingFramePath::Hooks hooks = {},
-                                                 int frameRate = 30) {
+                                                 int frameRate = 30,
+                                                 RecordingFramePath::Pump pump = {}) {
         return std::make_unique<RecordingFramePath>(
             RecordingFramePath::Flags{isPaused, recovering, awaitingRestart, writerPointer},
-            std::move(hooks), frameRate);
+            std::move(hooks), frameRate, pump);
     }
     // Frame `index` at index/60 s, with no duration of its own.
     static VideoSampleInfo at(int index) {
@@ -201,4 +211,114 @@ TEST_F(RecordingFramePathTest, SeparateCameraStartsAtTheScreenSession) {
     const auto entries = log.entries();
     EXPECT_EQ(std::count(entries.begin(), entries.end(), "camera.startWriterSessionIfNeeded(7/60)"),
               1);
+}
+
+namespace {
+
+// A 20 x 20 BGRA picture and its sample info; the pump keeps frames through `retain`.
+struct Picture {
+    std::vector<uint8_t> pixels = std::vector<uint8_t>(20 * 20 * 4, 0);
+    void set(int x, int y, uint32_t value) {
+        std::memcpy(&pixels[size_t(y * 80 + x * 4)], &value, 4);
+    }
+    VideoSampleInfo info(int tick) {
+        VideoSampleInfo result{MediaTime::make(tick, 60), MediaTime::invalid()};
+        result.pixels = pixels.data();
+        result.width = 20;
+        result.height = 20;
+        result.bytesPerRow = 80;
+        // The frames are the test's own storage: no ownership to share.
+        result.retain = [](const VideoFrame& frame) {
+            return std::shared_ptr<const VideoFrame>(std::shared_ptr<const VideoFrame>(), &frame);
+        };
+        return result;
+    }
+};
+
+} // namespace
+
+// 16 words on a 4 x 4 grid: for 20 x 20 the steps are 4, so the grid points are x, y in
+// {4, 8, 12, 16}. A change elsewhere goes unseen; one on the grid is seen.
+TEST(RecordingFramePathChecksum, SamplesTheInnerGridOnly) {
+    Picture picture;
+    EXPECT_EQ(RecordingFramePath::quickFrameChecksum(picture.pixels.data(), 20, 20, 80), 0u);
+    EXPECT_EQ(RecordingFramePath::quickFrameChecksum(nullptr, 20, 20, 80), 0u);
+    picture.set(5, 5, 0xffffffff);
+    picture.set(0, 0, 0x12345678);
+    EXPECT_EQ(RecordingFramePath::quickFrameChecksum(picture.pixels.data(), 20, 20, 80), 0u);
+    picture.set(16, 16, 1); // the last grid point
+    const uint32_t seen = RecordingFramePath::quickFrameChecksum(picture.pixels.data(), 20, 20, 80);
+    // The last word is added and then rotated left by 5: 1 << 5.
+    EXPECT_EQ(seen, 32u);
+}
+
+// The pump stamps frames by count from the first frame's time; a tick without new input
+// writes nothing, an unchanged picture repeats the last written frame, and the first frame of
+// an all-black picture counts as unchanged with nothing to repeat.
+TEST_F(RecordingFramePathTest, PumpStampsByCountAndRepeatsUnchangedPictures) {
+    auto path = makePath({}, 30, RecordingFramePath::Pump{true, 30});
+    Picture picture;
+    path->handleVideoFrame(frameNumber(0), picture.info(600)); // black, starts the pump at 10 s
+    EXPECT_TRUE(path->isPumpRunning());
+    path->stopPump(); // the test ticks by hand from here
+    EXPECT_TRUE(writer.appended.empty()) << "the handler wrote past the pump";
+
+    path->handleVideoFrame(frameNumber(1), picture.info(601));
+    path->pumpTick(); // all black: checksum 0, nothing written yet
+    path->pumpTick(); // no new input
+    EXPECT_EQ(path->pumpFramesEmitted(), 1);
+    for (int i = 2; i <= 31; ++i) {
+        picture.set(8, 8, uint32_t(i)); // a new picture each time
+        path->handleVideoFrame(frameNumber(i), picture.info(600 + i));
+        path->pumpTick();
+    }
+    // The same picture again: the last written frame (31) is repeated.
+    path->handleVideoFrame(frameNumber(40), picture.info(700));
+    path->pumpTick();
+
+    std::lock_guard lock(writer.pumped);
+    ASSERT_EQ(writer.pumpedFrames.size(), 31u);
+    // Emitted frame n (from 0) is at 10 s + n/30 s; the 31st (n = 30) at exactly 11 s.
+    EXPECT_EQ(writer.pumpedFrames[29], std::make_pair(31, MediaTime::make(6600, 600)));
+    EXPECT_EQ(writer.pumpedFrames[0], std::make_pair(2, MediaTime::make(6020, 600)));
+    EXPECT_EQ(writer.pumpedFrames[30].first, 31);
+    EXPECT_EQ(writer.pumpedFrames[30].second, MediaTime::make(6620, 600));
+    EXPECT_EQ(path->skippedFrameCount(), 1);
+    EXPECT_EQ(path->pumpFramesEmitted(), 32);
+    EXPECT_EQ(path->lastVideoDuration(), MediaTime::make(1, 30));
+}
+
+// While paused the handler passes nothing on, so the pump's count stands still.
+TEST_F(RecordingFramePathTest, PausedPumpEmitsNothing) {
+    auto path = makePath({}, 30, RecordingFramePath::Pump{true, 30});
+    Picture picture;
+    picture.set(4, 4, 7);
+    path->handleVideoFrame(frameNumber(0), picture.info(1));
+    path->stopPump(); // drops the waiting input with the clock
+    path->handleVideoFrame(frameNumber(1), picture.info(2));
+    path->pumpTick();
+    EXPECT_EQ(path->pumpFramesEmitted(), 1);
+    isPaused = true;
+    picture.set(4, 4, 8);
+    path->handleVideoFrame(frameNumber(2), picture.info(3));
+    path->pumpTick();
+    EXPECT_EQ(path->pumpFramesEmitted(), 1);
+}
+
+// The pump's own clock writes without anyone ticking by hand.
+TEST_F(RecordingFramePathTest, PumpClockRunsOnItsOwn) {
+    auto path = makePath({}, 60, RecordingFramePath::Pump{true, 60});
+    Picture picture;
+    picture.set(12, 12, 5);
+    path->handleVideoFrame(frameNumber(3), picture.info(1));
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(2);
+    size_t written = 0;
+    while (written == 0 && std::chrono::steady_clock::now() < deadline) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+        std::lock_guard lock(writer.pumped);
+        written = writer.pumpedFrames.size();
+    }
+    path->stopPump();
+    EXPECT_EQ(written, 1u);
+    EXPECT_FALSE(path->isPumpRunning());
 }
