@@ -1,16 +1,18 @@
 #!/usr/bin/env bash
-# The demo for a machine without a display: a private X server with a window manager and a small
-# scene (a few windows, a moving pointer, clicks through XTEST), recorded for about five seconds
-# by tavelquiston-cli. Prints where the movie and its metadata are, and a one-line summary.
-# Usage: scripts/demo.sh [output folder]   (build first: scripts/build.sh)
+# Records a short scripted scene on a private X server, for machines without a display:
+# Xvfb with openbox, a few windows, a pointer that moves and clicks through XTEST, and about
+# five seconds recorded by tavelquiston-cli. Prints the movie, its metadata and a summary.
+# Usage: scripts/demo.sh [OUTPUT-DIR]   (default: a new folder under /tmp)
 set -euo pipefail
 cd "$(dirname "$0")/.."
 cli=build/src/cli/tavelquiston-cli
-out=${1:-$PWD/demo-output}
-seconds=5
-mkdir -p "$out"
-[ -x "$cli" ] || { echo "❌ $cli is missing: run scripts/build.sh first" >&2; exit 1; }
+[[ -x $cli ]] || { echo "❌ $cli is missing; run scripts/build.sh first" >&2; exit 1; }
+for tool in Xvfb openbox xdotool xmessage xsetroot ffprobe; do
+  command -v "$tool" >/dev/null || { echo "❌ '$tool' is not installed; run scripts/install-deps.sh" >&2; exit 1; }
+done
 
+out=${1:-$(mktemp -d /tmp/tavelquiston-demo.XXXXXX)}
+mkdir -p "$out"
 pids=()
 cleanup() {
   for pid in "${pids[@]}"; do kill "$pid" 2>/dev/null || true; done
@@ -18,54 +20,58 @@ cleanup() {
 }
 trap cleanup EXIT
 
-# A free display, chosen by the server itself.
-display_file=$(mktemp)
-Xvfb -displayfd 3 -noreset -nolisten tcp -screen 0 1280x720x24 3>"$display_file" 2>/dev/null &
+# A free display number: no socket and no lock file.
+number=120
+while [[ -e /tmp/.X11-unix/X$number || -e /tmp/.X$number-lock ]]; do number=$((number + 1)); done
+export DISPLAY=:$number
+unset WAYLAND_DISPLAY
+Xvfb "$DISPLAY" -screen 0 1280x720x24 -nolisten tcp >/dev/null 2>&1 &
 pids+=($!)
-for _ in $(seq 50); do [ -s "$display_file" ] && break; sleep 0.1; done
-[ -s "$display_file" ] || { echo "❌ Xvfb did not start" >&2; exit 1; }
-export DISPLAY=":$(tr -d '[:space:]' <"$display_file")"
-rm -f "$display_file"
-export DBUS_SESSION_BUS_ADDRESS=disabled:
-echo "🖥️ Demo display $DISPLAY (1280x720)"
-
-openbox --sm-disable >/dev/null 2>&1 &
-pids+=($!)
-sleep 0.5
-xmessage -geometry 420x120+80+80 -name demo-one "tavelquiston demo: a window to look at" >/dev/null 2>&1 &
-pids+=($!)
-xmessage -geometry 380x140+620+300 -name demo-two "Another window, clicked during the recording" >/dev/null 2>&1 &
+for _ in $(seq 100); do xdpyinfo >/dev/null 2>&1 && break; sleep 0.05; done
+xdpyinfo >/dev/null 2>&1 || { echo "❌ Xvfb did not start on $DISPLAY" >&2; exit 1; }
+openbox >/dev/null 2>&1 &
 pids+=($!)
 sleep 0.5
 
-# The pointer wanders and clicks while the recording runs.
-(
-  sleep 1
-  for step in $(seq 0 40); do
-    xdotool mousemove $((100 + step * 25)) $((150 + (step % 10) * 30))
-    sleep 0.05
+xsetroot -solid '#2e3440'
+xmessage -title Notes -bg '#ebcb8b' -geometry 360x220+120+120 "Notes: record the demo" >/dev/null 2>&1 &
+pids+=($!)
+xmessage -title Tasks -bg '#a3be8c' -geometry 320x200+560+180 "Tasks: click here" >/dev/null 2>&1 &
+pids+=($!)
+xmessage -title Status -bg '#88c0d0' -geometry 300x160+860+420 "Status: all good" >/dev/null 2>&1 &
+pids+=($!)
+sleep 0.8
+
+"$cli" record --duration 5 --fps 30 --show-cursor --output "$out" >"$out/record.log" 2>"$out/record.err" &
+recorder=$!
+
+# The scene: the pointer glides between the windows and clicks in each.
+x=100 y=100
+xdotool mousemove $x $y
+sleep 0.5
+for target in "300 230" "700 260" "1000 480" "640 600" "300 230"; do
+  set -- $target
+  for step in $(seq 1 10); do
+    xdotool mousemove $((x + ($1 - x) * step / 10)) $((y + ($2 - y) * step / 10))
+    sleep 0.03
   done
-  xdotool mousemove 800 370 click 1
-  sleep 0.6
-  xdotool mousemove 250 140 click 1
-  sleep 0.6
-  xdotool mousemove 900 400 click 1
-) &
-pids+=($!)
+  x=$1 y=$2
+  xdotool click 1
+  sleep 0.3
+done
 
-before=$(date +%s)
-"$cli" record --mode screen --duration "$seconds" --show-cursor --codec h264 --output "$out"
-movie=$(ls -t "$out"/Recording\ at\ *.mov "$out"/Recording\ at\ *.mp4 2>/dev/null | head -n 1 || true)
-[ -n "$movie" ] || { echo "❌ No recording was written to $out" >&2; exit 1; }
-name=$(basename "$movie")
-metadata="$out/.${name%.*}.metadata.json"
-
+status=0
+wait "$recorder" || status=$?
+if [[ $status -ne 0 ]]; then
+  echo "❌ The recording failed (status $status):" >&2
+  cat "$out/record.err" >&2
+  exit 1
+fi
+movie=$(tail -n 2 "$out/record.log" | head -n 1)
+metadata=$(tail -n 1 "$out/record.log")
 duration=$(ffprobe -v error -show_entries format=duration -of default=nw=1:nk=1 "$movie")
-frames=$(ffprobe -v error -count_packets -select_streams v:0 -show_entries stream=nb_read_packets \
-  -of default=nw=1:nk=1 "$movie")
-clicks=0
-[ -f "$metadata" ] && clicks=$(grep -c '"clickType"' "$metadata" || true)
-echo "🎬 Movie: $movie"
-echo "📄 Metadata: $metadata"
-printf '✅ Recorded %.2f s, %s frames, %s clicks (in %s s)\n' "$duration" "$frames" "$clicks" \
-  "$(($(date +%s) - before))"
+frames=$(ffprobe -v error -select_streams v -count_packets -show_entries stream=nb_read_packets -of default=nw=1:nk=1 "$movie")
+clicks=$(sed -n '/"cursorClicks"/,/\]/p' "$metadata" | grep -c '"timestamp"' || true)
+echo "movie:    $movie"
+echo "metadata: $metadata"
+printf 'summary:  %.2f s, %d frames, %d clicks recorded\n' "$duration" "$frames" "$clicks"

@@ -1,11 +1,11 @@
 #!/usr/bin/env bash
 # Sets up a fresh Debian 12 machine, builds, and starts tavelquiston. Arguments go to the program.
-# Without a display it runs the demo instead: a private X server and a short scripted recording.
+# On a machine without a display it runs the recording demo (scripts/demo.sh) instead.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 scripts/build.sh
-if [ -z "${DISPLAY:-}" ] && [ -z "${WAYLAND_DISPLAY:-}" ]; then
-  echo "🔍 No display here: running the demo recording on a private X server"
-  exec scripts/demo.sh "$@"
+# Without a display the program cannot start; show what it records instead.
+if [[ -z ${DISPLAY:-} && -z ${WAYLAND_DISPLAY:-} ]]; then
+  exec scripts/demo.sh
 fi
 exec build/src/app/tavelquiston "$@"

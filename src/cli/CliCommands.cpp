@@ -2,12 +2,16 @@
 
 #include "cli/AnalyzeCommand.h"
 #include "cli/ComposeCommand.h"
+#include "cli/ListCommand.h"
+#include "cli/RecordCommand.h"
 
 // Each command lives in its own file; this table is the one place that lists them.
 const std::vector<CliCommand>& cliCommands() {
     static const std::vector<CliCommand> commands = {
         analyzeCommand(),
         composeCommand(),
+        recordCommand(),
+        listCommand(),
     };
     return commands;
 }

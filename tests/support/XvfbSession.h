@@ -29,6 +29,7 @@ public:
     bool isReady() const { return m_ready; }
     const std::string& error() const { return m_error; }
     const std::string& display() const { return m_display; }
+    int serverPid() const { return m_server.pid(); }
     int screenWidth() const { return m_options.twoMonitors ? 3840 : m_options.width; }
     int screenHeight() const { return m_options.height; }
 

@@ -5,6 +5,7 @@
 #include "core/recording/RecordingClock.h"
 #include "core/recording/RecordingCountdown.h"
 #include "core/recording/RecordingEngineSetup.h"
+#include "core/recording/RecordingFramePath.h"
 #include "core/recording/RecordingOutputFinisher.h"
 #include "core/recording/engines/AudioCaptureEngine.h"
 #include "core/recording/engines/AudioOnlyRecorder.h"
@@ -179,10 +180,40 @@ void RecordingCoordinator::configureHandlers(const RecordingMode& mode,
         m_zoomRenderer = RecordingEngineSetup::makeZoomRenderer(
             *m_services.engines,
             m_screenEngine ? m_screenEngine->captureRectInScreenSpace() : std::nullopt);
-    // The frame, system audio and stream error handlers join here with the frame path.
+    installFramePath(configuration);
     m_metadataRecorder = RecordingEngineSetup::makeMetadataRecorder(
         *m_services.engines, configuration,
         m_screenEngine ? m_screenEngine->configuration() : std::nullopt);
+}
+
+void RecordingCoordinator::installFramePath(const RecordingConfiguration& configuration) {
+    QPointer<RecordingCoordinator> self(this);
+    // Handlers run on engine threads; what touches the coordinator hops to the main thread.
+    auto onMain = [self](auto work) {
+        QMetaObject::invokeMethod(
+            QCoreApplication::instance(),
+            [self, work] {
+                if (self)
+                    work(*self);
+            },
+            Qt::QueuedConnection);
+    };
+    RecordingFramePath::Hooks hooks;
+    hooks.camera = m_camera.engine();
+    hooks.markStartupPhase = [onMain](const QString& phase) {
+        onMain([phase](RecordingCoordinator& c) { c.markStartupPhase(phase); });
+    };
+    hooks.firstVideoFrameAppended = [onMain] {
+        onMain([](RecordingCoordinator& c) {
+            c.finishStartupTrace(QStringLiteral("firstVideoFrameAppended"));
+        });
+    };
+    m_framePath = std::make_shared<RecordingFramePath>(
+        RecordingFramePath::Flags{m_isPaused, m_isStreamRecoveryInProgress,
+                                  m_awaitingStreamRestartFirstFrame, m_mediaWriter},
+        std::move(hooks), configuration.frameRate,
+        RecordingFramePath::Pump{m_shouldUseWindowPump, m_pumpFrameRate});
+    RecordingEngineSetup::installFramePath(m_framePath, m_screenEngine.get(), m_audioEngine.get());
 }
 
 QCoro::Task<SCShareableContent>
@@ -424,6 +455,8 @@ void RecordingCoordinator::invalidateRecordingTimers() {
 }
 
 void RecordingCoordinator::resetFramePathState() {
+    if (m_framePath)
+        m_framePath->stopPump();
     m_lastFrameChecksum = 0;
     m_skippedFrameCount = 0;
     m_pumpFramesEmitted = 0;
@@ -546,6 +579,8 @@ QCoro::Task<void> RecordingCoordinator::cleanupAfterError() {
     m_timekeeper.setStreamInterruptStartTime(std::nullopt);
     m_streamRecoveryAttempts = 0;
     m_lastFrameChecksum = 0;
+    if (m_framePath)
+        m_framePath->stopPump();
     m_services.statusBar->hideRecordingControls();
     m_services.panel->hide();
     co_await stopMonitoringAndCapture();
@@ -576,8 +611,8 @@ std::optional<double> RecordingCoordinator::currentVideoTimelineTimestamp() cons
     const std::optional<MediaTime> sessionStart = writer->sessionStartTimeValue();
     if (!sessionStart)
         return std::nullopt;
-    if (m_lastCapturedVideoPTS)
-        return std::max(m_lastCapturedVideoPTS->seconds() - writer->currentTimeOffset().seconds() -
+    if (const auto lastCaptured = m_framePath ? m_framePath->lastCapturedVideoPTS() : std::nullopt)
+        return std::max(lastCaptured->seconds() - writer->currentTimeOffset().seconds() -
                             sessionStart->seconds(),
                         0.0);
     if (const std::optional<MediaTime> last = writer->lastPresentationTime())

@@ -31,6 +31,7 @@ class iOSDeviceCaptureEngine;
 class LayerRecordingManager;
 class MediaWriterEngine;
 class MetadataRecorderEngine;
+class RecordingFramePath;
 class ScreenCaptureEngine;
 class ZoomRenderer;
 
@@ -125,6 +126,7 @@ public:
     ScreenCaptureEngine* screenEngine() const { return m_screenEngine.get(); }
     AudioCaptureEngine* audioEngine() const { return m_audioEngine.get(); }
     MediaWriterEngine* mediaWriter() const { return m_mediaWriter.load(); }
+    RecordingFramePath* framePath() const { return m_framePath.get(); }
     CameraCaptureEngine* cameraEngine() const { return m_camera.engine(); }
     LayerRecordingManager* layerRecordingManager() const { return m_layerRecordingManager.get(); }
     AudioOnlyRecorder* audioOnlyRecorder() const { return m_audioOnlyRecorder.get(); }
@@ -149,6 +151,7 @@ private:
 
     void adoptPreparedEngines(RecordingPreparation::Result result);
     void configureHandlers(const RecordingMode& mode, const RecordingConfiguration& configuration);
+    void installFramePath(const RecordingConfiguration& configuration);
     void startCursorMonitoring(const RecordingConfiguration& configuration);
     void invalidateRecordingTimers();
     QCoro::Task<void> stopMonitoringAndCapture();
@@ -182,7 +185,6 @@ private:
     int m_maxStreamRecoveryAttempts = 3;
     MediaTime m_lastVideoDuration = MediaTime::zero();
     bool m_didHandleWriterFailure = false;
-    std::optional<MediaTime> m_lastCapturedVideoPTS;
     bool m_shouldUseWindowPump = false;
     int m_pumpFrameRate = 60;
     MediaTime m_pumpStartPTS = MediaTime::zero();
@@ -218,4 +220,6 @@ private:
     CameraPrewarmer m_camera;
     std::unique_ptr<AudioCaptureEngine> m_audioEngine;
     std::unique_ptr<ScreenCaptureEngine> m_screenEngine;
+    // Shared with the engines' handlers, which may still hold it while an engine winds down.
+    std::shared_ptr<RecordingFramePath> m_framePath;
 };

@@ -1,5 +1,6 @@
 #include "core/recording/RecordingEngineSetup.h"
 
+#include "core/recording/RecordingFramePath.h"
 #include "core/recording/engines/AudioCaptureEngine.h"
 #include "core/recording/engines/AudioOnlyRecorder.h"
 #include "core/recording/engines/MetadataRecorderEngine.h"
@@ -16,18 +17,36 @@ const char* boolText(bool value) {
 void RecordingEngineSetup::installAudioOnlyHandlers(AudioCaptureEngine& engine,
                                                     AudioOnlyRecorder& recorder) {
     AudioOnlyRecorder* target = &recorder;
-    engine.setSystemAudioHandler([target](const AudioBuffer& buffer) {
+    engine.setSystemAudioHandler([target](const AudioBuffer& buffer, const AudioSampleInfo&) {
         try {
             target->appendSystemAudioBuffer(buffer);
         } catch (...) {
         }
     });
-    engine.setMicrophoneAudioHandler([target](const AudioBuffer& buffer) {
+    engine.setMicrophoneAudioHandler([target](const AudioBuffer& buffer, const AudioSampleInfo&) {
         try {
             target->appendMicrophoneBuffer(buffer);
         } catch (...) {
         }
     });
+}
+
+void RecordingEngineSetup::installFramePath(const std::shared_ptr<RecordingFramePath>& path,
+                                            ScreenCaptureEngine* screen,
+                                            AudioCaptureEngine* audio) {
+    if (screen) {
+        screen->setFrameHandler([path](const VideoFrame& frame, const VideoSampleInfo& info) {
+            path->handleVideoFrame(frame, info);
+        });
+        screen->setAudioHandler([path](const AudioBuffer& buffer, const AudioSampleInfo& info) {
+            path->handleSystemAudio(buffer, info);
+        });
+    }
+    if (audio)
+        audio->setMicrophoneAudioHandler(
+            [path](const AudioBuffer& buffer, const AudioSampleInfo& info) {
+                path->handleMicrophoneAudio(buffer, info);
+            });
 }
 
 std::unique_ptr<ZoomRenderer>

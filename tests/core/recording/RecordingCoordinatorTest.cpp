@@ -134,6 +134,7 @@ TEST_F(RecordingCoordinatorPreparation, ScreenRecordingPreparesEnginesInOrder) {
                             "screen.createFilter(Screen Recording)",
                             "screen.configureStream(60 cursor=false audio=true)",
                             "writer.configure(" + file.toStdString() + ")", "writer.startWriting",
+                            "screen.setFrameHandler", "screen.setAudioHandler",
                             "factory.makeMetadataRecorder(1920x1080@60)"));
     EXPECT_EQ(coordinator->mediaWriter(), factory.writer);
     EXPECT_EQ(coordinator->zoomRenderer(), nullptr);

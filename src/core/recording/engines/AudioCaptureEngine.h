@@ -1,6 +1,7 @@
 #pragma once
 
 #include "core/model/CaptureSources.h"
+#include "core/recording/engines/SampleInfo.h"
 
 #include <functional>
 #include <optional>
@@ -12,7 +13,8 @@ class AudioBuffer;
 // called on the audio thread and must not block.
 class AudioCaptureEngine {
 public:
-    using BufferHandler = std::function<void(const AudioBuffer& buffer)>;
+    using BufferHandler =
+        std::function<void(const AudioBuffer& buffer, const AudioSampleInfo& info)>;
 
     virtual ~AudioCaptureEngine() = default;
 

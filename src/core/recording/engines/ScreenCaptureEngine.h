@@ -3,6 +3,7 @@
 #include "core/geometry/Rect.h"
 #include "core/model/RecordingConfiguration.h"
 #include "core/model/SCShareableContent.h"
+#include "core/recording/engines/SampleInfo.h"
 
 #include <QString>
 
@@ -37,8 +38,9 @@ struct StreamError {
 // thread. Handlers are called on the engine's capture thread and must not block.
 class ScreenCaptureEngine {
 public:
-    using FrameHandler = std::function<void(const VideoFrame& frame)>;
-    using AudioHandler = std::function<void(const AudioBuffer& buffer)>;
+    using FrameHandler = std::function<void(const VideoFrame& frame, const VideoSampleInfo& info)>;
+    using AudioHandler =
+        std::function<void(const AudioBuffer& buffer, const AudioSampleInfo& info)>;
     using ErrorHandler = std::function<void(const StreamError& error)>;
 
     virtual ~ScreenCaptureEngine() = default;

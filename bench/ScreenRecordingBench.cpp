@@ -1,0 +1,281 @@
+// Records a 1920x1080 X display whose picture changes all the time, with tavelquiston-cli and
+// with `ffmpeg -f x11grab` (libx264 ultrafast, the same settings), one after the other in the
+// same run on the same private Xvfb. Reports per run: frames written and dropped, CPU seconds
+// per recorded second, peak memory, and for tavelquiston the time from startRecording to the
+// first written frame (from its startup trace). Closes with tavelquiston's CPU as a ratio to
+// ffmpeg's. Needs Xvfb and ffmpeg; skips otherwise.
+
+#include "media/FFmpegHandles.h"
+
+#include <benchmark/benchmark.h>
+#include <fmt/format.h>
+#include <xcb/xcb.h>
+
+extern "C" {
+#include <libavformat/avformat.h>
+}
+
+#include <fcntl.h>
+#include <signal.h>
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <chrono>
+#include <cmath>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <map>
+#include <regex>
+#include <sstream>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace {
+
+constexpr double recordSeconds = 5.0; // short: two cores are shared with other work
+
+struct Outcome {
+    double cpuSeconds = 0;
+    double peakMegabytes = 0;
+    int status = -1;
+};
+
+std::string readText(const std::string& path) {
+    std::ifstream in(path);
+    std::stringstream text;
+    text << in.rdbuf();
+    return text.str();
+}
+
+pid_t spawn(const std::vector<std::string>& argv, const std::string& output) {
+    const pid_t pid = fork();
+    if (pid == 0) {
+        const int fd =
+            open(output.empty() ? "/dev/null" : output.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+        dup2(fd, STDOUT_FILENO);
+        const int errors = open(output.empty() ? "/dev/null" : (output + ".err").c_str(),
+                                O_WRONLY | O_CREAT | O_TRUNC, 0644);
+        dup2(errors, STDERR_FILENO);
+        std::vector<char*> args;
+        for (const std::string& a : argv)
+            args.push_back(const_cast<char*>(a.c_str()));
+        args.push_back(nullptr);
+        execvp(args[0], args.data());
+        _exit(127);
+    }
+    return pid;
+}
+
+Outcome runToEnd(const std::vector<std::string>& argv, const std::string& output) {
+    const pid_t pid = spawn(argv, output);
+    int status = 0;
+    rusage usage{};
+    wait4(pid, &status, 0, &usage);
+    Outcome outcome;
+    outcome.cpuSeconds = double(usage.ru_utime.tv_sec + usage.ru_stime.tv_sec) +
+                         double(usage.ru_utime.tv_usec + usage.ru_stime.tv_usec) / 1e6;
+    outcome.peakMegabytes = double(usage.ru_maxrss) / 1024.0;
+    outcome.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    return outcome;
+}
+
+bool hasTool(const char* name) {
+    return std::system(fmt::format("command -v {} >/dev/null 2>&1", name).c_str()) == 0;
+}
+
+// A private 1920x1080 X server whose background changes all the time.
+class Scene {
+public:
+    Scene() {
+        if (!hasTool("Xvfb") || !hasTool("ffmpeg"))
+            return;
+        int number = 170;
+        while (std::filesystem::exists(fmt::format("/tmp/.X11-unix/X{}", number)) ||
+               std::filesystem::exists(fmt::format("/tmp/.X{}-lock", number)))
+            ++number;
+        display = fmt::format(":{}", number);
+        m_server = spawn({"Xvfb", display, "-screen", "0", "1920x1080x24", "-nolisten", "tcp"}, "");
+        for (int i = 0;
+             i < 100 && !std::filesystem::exists(fmt::format("/tmp/.X11-unix/X{}", number)); ++i)
+            std::this_thread::sleep_for(std::chrono::milliseconds(50));
+        setenv("DISPLAY", display.c_str(), 1);
+        m_animation = std::thread([this] { animate(); });
+        std::this_thread::sleep_for(std::chrono::milliseconds(300));
+        ready = true;
+    }
+    ~Scene() {
+        m_stop = true;
+        if (m_animation.joinable())
+            m_animation.join();
+        if (m_server > 0) {
+            kill(m_server, SIGTERM);
+            waitpid(m_server, nullptr, 0);
+        }
+    }
+    bool ready = false;
+    std::string display;
+
+private:
+    // One client that repaints a full-screen window in two colours by turns, every 8 ms: the
+    // whole picture changes at every frame of either recorder. (A loop of xsetroot runs out of
+    // client slots: each run keeps its colour on the server.)
+    void animate() {
+        xcb_connection_t* c = xcb_connect(display.c_str(), nullptr);
+        if (xcb_connection_has_error(c)) {
+            xcb_disconnect(c);
+            return;
+        }
+        xcb_screen_t* screen = xcb_setup_roots_iterator(xcb_get_setup(c)).data;
+        const xcb_window_t window = xcb_generate_id(c);
+        const uint32_t values[] = {0x1d3b5a, 1};
+        xcb_create_window(c, XCB_COPY_FROM_PARENT, window, screen->root, 0, 0, 1920, 1080, 0,
+                          XCB_WINDOW_CLASS_INPUT_OUTPUT, screen->root_visual,
+                          XCB_CW_BACK_PIXEL | XCB_CW_OVERRIDE_REDIRECT, values);
+        xcb_map_window(c, window);
+        xcb_flush(c);
+        for (uint32_t n = 0; !m_stop; ++n) {
+            const uint32_t colour = n % 2 ? 0x5a3b1d : 0x1d3b5a;
+            xcb_change_window_attributes(c, window, XCB_CW_BACK_PIXEL, &colour);
+            xcb_clear_area(c, 0, window, 0, 0, 0, 0);
+            xcb_flush(c);
+            std::this_thread::sleep_for(std::chrono::milliseconds(8));
+        }
+        xcb_disconnect(c);
+    }
+
+    pid_t m_server = -1;
+    std::thread m_animation;
+    std::atomic<bool> m_stop{false};
+};
+
+Scene& scene() {
+    static Scene instance;
+    return instance;
+}
+
+int videoPackets(const std::string& path) {
+    AVFormatContext* raw = nullptr;
+    if (avformat_open_input(&raw, path.c_str(), nullptr, nullptr) < 0)
+        return 0;
+    AVInputFormatContextPtr input(raw);
+    avformat_find_stream_info(input.get(), nullptr);
+    const int video = av_find_best_stream(input.get(), AVMEDIA_TYPE_VIDEO, -1, -1, nullptr, 0);
+    int count = 0;
+    AVPacketPtr packet(av_packet_alloc());
+    while (av_read_frame(input.get(), packet.get()) >= 0) {
+        count += packet->stream_index == video;
+        av_packet_unref(packet.get());
+    }
+    return count;
+}
+
+// Milliseconds from startRecording.begin to firstVideoFrameAppended in the trace's report.
+double firstFrameMilliseconds(const std::string& log) {
+    const std::regex line(R"(/\s+([0-9.]+)ms\s+(startRecording\.begin|firstVideoFrameAppended))");
+    std::map<std::string, double> at;
+    for (std::sregex_iterator it(log.begin(), log.end(), line), end; it != end; ++it)
+        at[(*it)[2]] = std::stod((*it)[1]);
+    if (!at.count("startRecording.begin") || !at.count("firstVideoFrameAppended"))
+        return NAN;
+    return at["firstVideoFrameAppended"] - at["startRecording.begin"];
+}
+
+std::map<std::string, double> cpuPerSecond; // by "<tool>/<fps>"
+
+void report(benchmark::State& state, const std::string& key, const Outcome& outcome, int frames,
+            int fps) {
+    const double perSecond = outcome.cpuSeconds / recordSeconds;
+    cpuPerSecond[key] = perSecond;
+    state.counters["frames"] = frames;
+    state.counters["dropped"] = std::max(0.0, std::round(recordSeconds * fps) - frames);
+    state.counters["cpu_s_per_s"] = perSecond;
+    state.counters["peak_MB"] = outcome.peakMegabytes;
+}
+
+void Tavelquiston(benchmark::State& state) {
+    const int fps = int(state.range(0));
+    if (!scene().ready) {
+        state.SkipWithError("needs Xvfb and ffmpeg");
+        return;
+    }
+    const std::string folder = std::filesystem::temp_directory_path() / "tq-bench-record";
+    for (auto _ : state) {
+        std::filesystem::remove_all(folder);
+        std::filesystem::create_directories(folder);
+        const std::string log = folder + "/log.txt";
+        const Outcome outcome = runToEnd(
+            {TAVELQUISTON_CLI_PATH, "record", "--duration", fmt::format("{}", recordSeconds),
+             "--fps", std::to_string(fps), "--codec", "h264", "--output", folder},
+            log);
+        std::string movie;
+        for (const auto& entry : std::filesystem::directory_iterator(folder))
+            if (entry.path().extension() == ".mov")
+                movie = entry.path();
+        if (outcome.status != 0 || movie.empty()) {
+            std::filesystem::copy_file(
+                log, std::filesystem::temp_directory_path() / "tq-bench-record-failure.txt",
+                std::filesystem::copy_options::overwrite_existing);
+            state.SkipWithError("the recording failed; its log is in "
+                                "/tmp/tq-bench-record-failure.txt");
+            return;
+        }
+        report(state, fmt::format("tavelquiston/{}", fps), outcome, videoPackets(movie), fps);
+        state.counters["first_frame_ms"] = firstFrameMilliseconds(readText(log));
+    }
+    std::filesystem::remove_all(folder);
+}
+
+void FfmpegX11grab(benchmark::State& state) {
+    const int fps = int(state.range(0));
+    if (!scene().ready) {
+        state.SkipWithError("needs Xvfb and ffmpeg");
+        return;
+    }
+    const std::string movie = std::filesystem::temp_directory_path() / "tq-bench-x11grab.mp4";
+    for (auto _ : state) {
+        const Outcome outcome = runToEnd({"ffmpeg",      "-loglevel",
+                                          "error",       "-y",
+                                          "-f",          "x11grab",
+                                          "-framerate",  std::to_string(fps),
+                                          "-video_size", "1920x1080",
+                                          "-i",          scene().display,
+                                          "-t",          fmt::format("{}", recordSeconds),
+                                          "-c:v",        "libx264",
+                                          "-preset",     "ultrafast",
+                                          "-pix_fmt",    "yuv420p",
+                                          movie},
+                                         movie + ".log");
+        if (outcome.status != 0) {
+            state.SkipWithError(("ffmpeg failed: " + readText(movie + ".log.err")).c_str());
+            return;
+        }
+        report(state, fmt::format("ffmpeg/{}", fps), outcome, videoPackets(movie), fps);
+    }
+    std::filesystem::remove(movie);
+    std::filesystem::remove(movie + ".log");
+    std::filesystem::remove(movie + ".log.err");
+}
+
+} // namespace
+
+BENCHMARK(Tavelquiston)->Arg(60)->Arg(30)->Iterations(1)->Unit(benchmark::kSecond);
+BENCHMARK(FfmpegX11grab)->Arg(60)->Arg(30)->Iterations(1)->Unit(benchmark::kSecond);
+
+int main(int argc, char** argv) {
+    benchmark::Initialize(&argc, argv);
+    benchmark::RunSpecifiedBenchmarks();
+    for (int fps : {60, 30}) {
+        const auto ours = cpuPerSecond.find(fmt::format("tavelquiston/{}", fps));
+        const auto theirs = cpuPerSecond.find(fmt::format("ffmpeg/{}", fps));
+        if (ours != cpuPerSecond.end() && theirs != cpuPerSecond.end() && theirs->second > 0)
+            fmt::print("CPU per recorded second at {} fps: {:.3f} s = {:.2f} x ffmpeg -f x11grab "
+                       "({:.3f} s)\n",
+                       fps, ours->second, ours->second / theirs->second, theirs->second);
+    }
+    benchmark::Shutdown();
+    return 0;
+}

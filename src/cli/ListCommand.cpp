@@ -1,0 +1,81 @@
+#include "cli/ListCommand.h"
+
+#include "platform/x11/X11Coordinates.h"
+#include "platform/x11/X11RecordingEngineFactory.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+
+namespace {
+
+constexpr std::string_view usage = "list displays|windows|applications";
+
+// The root's height is the top of the highest display: global points count up from its
+// bottom edge.
+int rootHeight(const SCShareableContent& content) {
+    double top = 0;
+    for (const SCDisplay& display : content.displays)
+        top = std::max(top, display.frame.maxY());
+    return int(top);
+}
+
+} // namespace
+
+bool printContent(const QString& kind, const SCShareableContent& content, FILE* out) {
+    const int height = rootHeight(content);
+    if (kind == QLatin1String("displays")) {
+        for (const SCDisplay& display : content.displays) {
+            const X11Rect r = X11Coordinates::fromGlobal(display.frame, height);
+            fmt::print(out, "{}\t{}x{}+{}+{}\tscale {}\n", display.displayID, r.width, r.height,
+                       r.x, r.y, display.pixelScale);
+        }
+        return true;
+    }
+    if (kind == QLatin1String("windows")) {
+        for (const SCWindow& window : content.windows) {
+            const X11Rect r = X11Coordinates::fromGlobal(window.frame, height);
+            const QString app =
+                window.owningApplication ? window.owningApplication->bundleIdentifier : QString();
+            fmt::print(out, "0x{:x}\t{}x{}+{}+{}\t{}\t{}\n", window.windowID, r.width, r.height,
+                       r.x, r.y, app.isEmpty() ? "-" : app.toStdString(),
+                       window.title.toStdString());
+        }
+        return true;
+    }
+    if (kind == QLatin1String("applications")) {
+        for (const SCRunningApplication& app : content.applications)
+            fmt::print(out, "{}\t{}\t{}\n", app.bundleIdentifier.toStdString(),
+                       app.applicationName.toStdString(), app.processID);
+        return true;
+    }
+    return false;
+}
+
+int runList(const QStringList& arguments, FILE* out, FILE* err) {
+    const QString kind = arguments.value(0);
+    if (arguments.size() != 1 ||
+        !(kind == QLatin1String("displays") || kind == QLatin1String("windows") ||
+          kind == QLatin1String("applications"))) {
+        fmt::print(err, "❌ Unknown list \"{}\"\nusage: tavelquiston-cli {}\n",
+                   arguments.join(QLatin1Char(' ')).toStdString(), usage);
+        return 2;
+    }
+    SCShareableContent content;
+    try {
+        X11RecordingEngineFactory factory;
+        content = factory.fetchShareableContent();
+    } catch (const std::exception& error) {
+        fmt::print(err, "❌ No X server to ask (DISPLAY={}): {}\n",
+                   qEnvironmentVariable("DISPLAY").toStdString(), error.what());
+        return 1;
+    }
+    printContent(kind, content, out);
+    return 0;
+}
+
+CliCommand listCommand() {
+    return CliCommand{
+        "list", usage, "list the displays, windows or applications to record",
+        [](const QStringList& arguments) { return runList(arguments, stdout, stderr); }};
+}

@@ -1,0 +1,295 @@
+#include "core/recording/RecordingFramePath.h"
+
+#include "core/recording/engines/CameraCaptureEngine.h"
+#include "core/recording/engines/MediaWriterEngine.h"
+#include "core/support/Log.h"
+
+#include <pthread.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cstring>
+#include <exception>
+
+namespace {
+// The first few appends of each kind are logged; after that only failures, sparingly.
+constexpr int64_t loggedSuccesses = 3;
+constexpr int64_t loggedFailures = 5;
+} // namespace
+
+RecordingFramePath::RecordingFramePath(Flags flags, Hooks hooks, int frameRate, Pump pump)
+    : m_flags(flags), m_hooks(std::move(hooks)),
+      m_frameDuration(MediaTime::make(1, std::max(frameRate, 1))), m_pump(pump) {
+    m_pump.frameRate = std::max(m_pump.frameRate, 1);
+}
+
+RecordingFramePath::~RecordingFramePath() {
+    stopPump();
+}
+
+void RecordingFramePath::handleVideoFrame(const VideoFrame& frame, const VideoSampleInfo& info) {
+    if (m_flags.isPaused.load() || m_flags.isStreamRecoveryInProgress.load())
+        return; // nothing of a pause reaches the file
+    if (m_flags.awaitingStreamRestartFirstFrame.load()) {
+        // A restarted stream counts time from a new origin.
+        std::lock_guard lock(m_mutex);
+        m_recentVideoPTS.clear();
+    }
+    MediaWriterEngine* writer = m_flags.writer.load();
+    const MediaTime pts = info.presentationTime;
+    if (writer && !writer->isWriting()) {
+        logLine("🎬 Starting MediaWriter session at PTS: {}", formatDouble(pts.seconds()));
+        try {
+            writer->startSession(pts);
+        } catch (const std::exception& error) {
+            // The next frame tries again: the writer is still not writing.
+            logLine("❌ Failed to start MediaWriter session: {}", error.what());
+            return;
+        } catch (...) {
+            logLine("❌ Failed to start MediaWriter session: unknown error");
+            return;
+        }
+        if (m_hooks.markStartupPhase)
+            m_hooks.markStartupPhase(QStringLiteral("mediaWriterSessionStarted"));
+        logLine("✅ MediaWriter session started");
+        if (CameraCaptureEngine* camera = m_hooks.camera;
+            camera && camera->isSeparateLayerRecording()) {
+            try {
+                camera->startWriterSessionIfNeeded(pts);
+                logLine("🔗 Camera synced to screen session start time: {}",
+                        formatDouble(pts.seconds()));
+            } catch (...) {
+                // The camera file starts with its own first frame instead.
+            }
+        }
+    }
+    if (!writer || !writer->isWriting())
+        return;
+
+    const MediaTime frameDuration = info.duration.isNumeric() && info.duration > MediaTime::zero()
+                                        ? info.duration
+                                        : m_frameDuration;
+    {
+        std::lock_guard lock(m_mutex);
+        m_lastCapturedVideoPTS = pts;
+        // A repeat or a frame out of order, judged by time alone.
+        const bool seen = std::any_of(m_recentVideoPTS.begin(), m_recentVideoPTS.end(),
+                                      [&](const MediaTime& t) { return t >= pts; });
+        if (seen) {
+            logLine("⏭️ Skipping duplicate frame");
+            return;
+        }
+        m_recentVideoPTS.push_back(pts);
+        if (m_recentVideoPTS.size() > recentTimesKept)
+            m_recentVideoPTS.pop_front();
+    }
+
+    if (m_pump.enabled) {
+        // The pump writes, not the handler; it only ever sees the newest frame.
+        if (info.retain) {
+            std::lock_guard lock(m_pumpMutex);
+            m_lastInput = PumpInput{info.retain(frame), info.pixels, info.width, info.height,
+                                    info.bytesPerRow};
+        }
+        if (!m_pumpStarted.exchange(true)) {
+            m_pumpStartPTS = pts;
+            m_pumpFramesEmitted = 0;
+            startPump();
+        }
+        return;
+    }
+
+    const bool appended = writer->appendVideoBuffer(frame);
+    const int64_t number = ++m_videoFrameCount;
+    if (!appended) {
+        const int64_t failures = ++m_failedAppendCount;
+        if (failures <= loggedFailures)
+            logLine("⚠️ Failed to append video frame #{}", number);
+        if (m_hooks.appendFailed)
+            m_hooks.appendFailed();
+        return;
+    }
+    if (number <= loggedSuccesses)
+        logLine("✅ Successfully appended video frame #{}", number);
+    {
+        std::lock_guard lock(m_mutex);
+        m_lastVideoDuration = frameDuration;
+    }
+    if (!m_didAppendFirstFrame.exchange(true) && m_hooks.firstVideoFrameAppended)
+        m_hooks.firstVideoFrameAppended();
+}
+
+bool RecordingFramePath::dropsAudio() const {
+    return m_flags.isPaused.load() || m_flags.isStreamRecoveryInProgress.load() ||
+           m_flags.awaitingStreamRestartFirstFrame.load();
+}
+
+void RecordingFramePath::handleSystemAudio(const AudioBuffer& buffer, const AudioSampleInfo& info) {
+    if (dropsAudio())
+        return;
+    MediaWriterEngine* writer = m_flags.writer.load();
+    if (!writer || !writer->isWriting())
+        return;
+    const int64_t number = ++m_systemAudioCount;
+    if (number <= loggedSuccesses) {
+        logLine("🔊 Received system audio frame #{}", number);
+        logLine("   Sample rate: {} Hz", info.sampleRate);
+        logLine("   Channels: {}", info.channelCount);
+        logLine("   Format: {}", info.format);
+    }
+    if (writer->appendAudioBuffer(buffer, 0, false)) {
+        if (number <= loggedSuccesses)
+            logLine("✅ Successfully appended system audio frame #{}", number);
+        return;
+    }
+    if (number <= loggedFailures)
+        logLine("⚠️ Failed to append system audio frame #{}", number);
+    if (m_hooks.appendFailed)
+        m_hooks.appendFailed();
+}
+
+void RecordingFramePath::handleMicrophoneAudio(const AudioBuffer& buffer,
+                                               const AudioSampleInfo& info) {
+    if (dropsAudio())
+        return;
+    MediaWriterEngine* writer = m_flags.writer.load();
+    const int64_t number = ++m_microphoneCount;
+    if (number <= loggedSuccesses) {
+        logLine("🎙️ Received microphone audio frame #{}", number);
+        logLine("   Audio PTS: {}", formatDouble(info.presentationTime.seconds()));
+        logLine("   Sample rate: {}", info.sampleRate);
+        logLine("   Channels: {}", info.channelCount);
+    }
+    if (!writer || !writer->isWriting()) {
+        // Audio before the first video frame has no place on the video's time line.
+        if (number <= loggedSuccesses)
+            logLine("   ⏳ Waiting for video session to start...");
+        return;
+    }
+    if (writer->appendAudioBuffer(buffer, 1, true)) {
+        if (number <= loggedSuccesses)
+            logLine("✅ Successfully appended microphone frame #{}", number);
+        return;
+    }
+    if (number <= loggedFailures)
+        logLine("⚠️ Failed to append microphone frame #{}", number);
+    if (m_hooks.appendFailed)
+        m_hooks.appendFailed();
+}
+
+void RecordingFramePath::startPump() {
+    m_lastFrameChecksum = 0;
+    m_lastProcessedFrame.reset();
+    m_skippedFrameCount = 0;
+    m_pumpThread = std::thread([this] {
+        pthread_setname_np(pthread_self(), "FixedRateZoomPu"); // 15 characters at most
+        const auto interval = std::chrono::nanoseconds(1'000'000'000LL / m_pump.frameRate);
+        auto deadline = std::chrono::steady_clock::now();
+        for (;;) {
+            {
+                std::unique_lock lock(m_pumpMutex);
+                if (m_pumpWake.wait_until(lock, deadline, [this] { return m_pumpStopRequested; }))
+                    return;
+            }
+            deadline += interval;
+            pumpTick();
+        }
+    });
+}
+
+void RecordingFramePath::stopPump() {
+    if (!m_pumpThread.joinable())
+        return;
+    {
+        std::lock_guard lock(m_pumpMutex);
+        m_pumpStopRequested = true;
+        m_lastInput.reset();
+    }
+    m_pumpWake.notify_all();
+    m_pumpThread.join();
+    logFrameSkipStats();
+}
+
+void RecordingFramePath::pumpTick() {
+    MediaWriterEngine* writer = m_flags.writer.load();
+    if (!writer || !writer->isWriting() || m_flags.isStreamRecoveryInProgress.load() ||
+        m_flags.awaitingStreamRestartFirstFrame.load())
+        return;
+    std::optional<PumpInput> input;
+    {
+        // Taken, not copied: a tick without a new input writes nothing.
+        std::lock_guard lock(m_pumpMutex);
+        input.swap(m_lastInput);
+    }
+    if (!input || !input->frame)
+        return;
+    // Times come from the count, never the clock, so the output cannot drift.
+    const int64_t emitted = m_pumpFramesEmitted++;
+    const MediaTime pts =
+        m_pumpStartPTS + MediaTime::fromSeconds(double(emitted) / m_pump.frameRate, 600);
+    {
+        std::lock_guard lock(m_mutex);
+        m_lastCapturedVideoPTS = pts;
+    }
+    const uint32_t checksum =
+        quickFrameChecksum(input->pixels, input->width, input->height, input->bytesPerRow);
+    // The live zoom renders here once it exists; until then frames pass through unchanged.
+    const bool zoomActive = false;
+    const MediaTime tickDuration = MediaTime::make(1, m_pump.frameRate);
+    if (checksum != m_lastFrameChecksum || zoomActive) {
+        m_lastFrameChecksum = checksum;
+        if (writer->appendVideoPixelBuffer(*input->frame, pts)) {
+            std::lock_guard lock(m_mutex);
+            m_lastVideoDuration = tickDuration;
+        }
+        m_lastProcessedFrame = input->frame;
+    } else if (m_lastProcessedFrame) {
+        // An unchanged picture is not rendered again: the last written frame is repeated.
+        if (writer->appendVideoPixelBuffer(*m_lastProcessedFrame, pts)) {
+            std::lock_guard lock(m_mutex);
+            m_lastVideoDuration = tickDuration;
+        }
+        ++m_skippedFrameCount;
+    }
+}
+
+void RecordingFramePath::logFrameSkipStats() const {
+    const int64_t emitted = m_pumpFramesEmitted.load();
+    if (emitted <= 0)
+        return;
+    const int64_t skipped = m_skippedFrameCount.load();
+    logLine("📊 Frame skip stats: {}/{} frames skipped ({:.1f}%)", skipped, emitted,
+            100.0 * double(skipped) / double(emitted));
+}
+
+uint32_t RecordingFramePath::quickFrameChecksum(const uint8_t* pixels, int width, int height,
+                                                int bytesPerRow) {
+    if (!pixels)
+        return 0;
+    const int64_t stepX = width / 5;
+    const int64_t stepY = height / 5;
+    const int64_t limit = int64_t(height) * bytesPerRow - 4;
+    uint32_t checksum = 0;
+    for (int64_t row = 1; row <= 4; ++row) {
+        for (int64_t col = 1; col <= 4; ++col) {
+            const int64_t offset = row * stepY * bytesPerRow + col * stepX * 4;
+            if (offset >= limit)
+                continue;
+            uint32_t word = 0;
+            std::memcpy(&word, pixels + offset, sizeof word);
+            checksum += word;
+            checksum = (checksum << 5) | (checksum >> 27);
+        }
+    }
+    return checksum;
+}
+
+std::optional<MediaTime> RecordingFramePath::lastCapturedVideoPTS() const {
+    std::lock_guard lock(m_mutex);
+    return m_lastCapturedVideoPTS;
+}
+
+MediaTime RecordingFramePath::lastVideoDuration() const {
+    std::lock_guard lock(m_mutex);
+    return m_lastVideoDuration;
+}

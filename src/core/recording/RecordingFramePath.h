@@ -1,0 +1,132 @@
+#pragma once
+
+#include "core/recording/engines/SampleInfo.h"
+#include "core/time/MediaTime.h"
+
+#include <QString>
+
+#include <atomic>
+#include <condition_variable>
+#include <cstdint>
+#include <deque>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <thread>
+
+class AudioBuffer;
+class CameraCaptureEngine;
+class MediaWriterEngine;
+class VideoFrame;
+
+// Decides what of the captured frames and audio reaches the writer: it starts the writer's
+// session at the first frame (and the camera's, so both files share their zero), drops what
+// arrives while paused or while the stream recovers, and refuses frames whose time does not
+// advance. One is made per prepared recording and lives as long as the handlers holding it.
+//
+// Thread: the handle* calls come from capture and audio threads, concurrently; they never
+// block and never throw. The flags and the writer pointer belong to the coordinator, which
+// changes them on the main thread. Main-thread work (startup trace phases) goes through hooks
+// that must hop there themselves.
+class RecordingFramePath {
+public:
+    struct Flags {
+        const std::atomic<bool>& isPaused;
+        const std::atomic<bool>& isStreamRecoveryInProgress;
+        std::atomic<bool>& awaitingStreamRestartFirstFrame;
+        const std::atomic<MediaWriterEngine*>& writer;
+    };
+    struct Hooks {
+        CameraCaptureEngine* camera = nullptr;
+        std::function<void(const QString& phase)> markStartupPhase;
+        std::function<void()> firstVideoFrameAppended;
+        // After a failed append; the recovery looks at the writer's failure latch.
+        std::function<void()> appendFailed;
+    };
+
+    // Window recordings with click-to-zoom go through a pump on a fixed clock: it writes the
+    // newest frame at most once per tick, stamped by its count, so the file's frames are evenly
+    // spaced however unevenly a window is delivered.
+    struct Pump {
+        bool enabled = false;
+        int frameRate = 60;
+    };
+
+    RecordingFramePath(Flags flags, Hooks hooks, int frameRate, Pump pump);
+    ~RecordingFramePath();
+    RecordingFramePath(const RecordingFramePath&) = delete;
+    RecordingFramePath& operator=(const RecordingFramePath&) = delete;
+
+    void handleVideoFrame(const VideoFrame& frame, const VideoSampleInfo& info);
+    void handleSystemAudio(const AudioBuffer& buffer, const AudioSampleInfo& info);
+    void handleMicrophoneAudio(const AudioBuffer& buffer, const AudioSampleInfo& info);
+
+    // Stops the pump's clock (waits at most one tick) and logs how many ticks repeated a frame.
+    void stopPump();
+    // One tick of the pump; its thread calls this, tests may too.
+    void pumpTick();
+    bool isPumpRunning() const { return m_pumpThread.joinable(); }
+    int64_t pumpFramesEmitted() const { return m_pumpFramesEmitted.load(); }
+    int64_t skippedFrameCount() const { return m_skippedFrameCount.load(); }
+
+    // A cheap change detector, not a hash: 16 words on a 4 x 4 grid away from the edges,
+    // summed with wrap-around and rotated. 0 without pixels.
+    static uint32_t quickFrameChecksum(const uint8_t* pixels, int width, int height,
+                                       int bytesPerRow);
+
+    // The newest frame time that passed the pause and recovery drops.
+    std::optional<MediaTime> lastCapturedVideoPTS() const;
+    // The length of the last written frame.
+    MediaTime lastVideoDuration() const;
+    int64_t videoFrameCount() const { return m_videoFrameCount.load(); }
+    int64_t failedAppendCount() const { return m_failedAppendCount.load(); }
+
+    // How many recent frame times the duplicate test looks back over.
+    static constexpr std::size_t recentTimesKept = 100;
+
+private:
+    struct PumpInput {
+        std::shared_ptr<const VideoFrame> frame;
+        const uint8_t* pixels = nullptr;
+        int width = 0;
+        int height = 0;
+        int bytesPerRow = 0;
+    };
+
+    bool dropsAudio() const;
+    void startPump();
+    void logFrameSkipStats() const;
+
+    Flags m_flags;
+    Hooks m_hooks;
+    MediaTime m_frameDuration;
+
+    // The video handler runs on one capture thread at a time, but the main thread reads the
+    // last times; this guards them, held only for a few instructions.
+    mutable std::mutex m_mutex;
+    std::deque<MediaTime> m_recentVideoPTS;
+    std::optional<MediaTime> m_lastCapturedVideoPTS;
+    MediaTime m_lastVideoDuration = MediaTime::zero();
+
+    std::atomic<int64_t> m_videoFrameCount{0};
+    std::atomic<int64_t> m_failedAppendCount{0};
+    std::atomic<bool> m_didAppendFirstFrame{false};
+    std::atomic<int64_t> m_systemAudioCount{0};
+    std::atomic<int64_t> m_microphoneCount{0};
+
+    // The pump ("FixedRateZoomPump"): its state is touched by its own thread, except the
+    // newest input, which the video handler hands over under the mutex.
+    Pump m_pump;
+    std::mutex m_pumpMutex;
+    std::condition_variable m_pumpWake;
+    bool m_pumpStopRequested = false;     // under m_pumpMutex
+    std::optional<PumpInput> m_lastInput; // under m_pumpMutex
+    std::thread m_pumpThread;
+    std::atomic<bool> m_pumpStarted{false};
+    MediaTime m_pumpStartPTS = MediaTime::zero();
+    std::atomic<int64_t> m_pumpFramesEmitted{0};
+    std::atomic<int64_t> m_skippedFrameCount{0};
+    uint32_t m_lastFrameChecksum = 0;
+    std::shared_ptr<const VideoFrame> m_lastProcessedFrame;
+};

@@ -1,0 +1,41 @@
+#pragma once
+
+#include "core/recording/engines/MediaWriterEngine.h"
+#include "media/MediaWriter.h"
+
+// The coordinator's writer interface on the media layer's MediaWriter. Finishing blocks there,
+// so it runs on a worker.
+class MediaWriterAdapter final : public MediaWriterEngine {
+public:
+    explicit MediaWriterAdapter(EncoderTuning tuning = {}) : m_writer(tuning) {}
+
+    void configure(const WriterConfiguration& configuration) override;
+    void startWriting() override { m_writer.startWriting(); }
+    void startSession(MediaTime at) override { m_writer.startSession(at); }
+    bool isWriting() const override { return m_writer.isWriting(); }
+    bool hasFailed() const override { return m_writer.hasFailed(); }
+    bool appendVideoBuffer(const VideoFrame& frame) override {
+        return m_writer.appendVideoBuffer(frame);
+    }
+    bool appendVideoPixelBuffer(const VideoFrame& frame, MediaTime pts) override {
+        return m_writer.appendVideoPixelBuffer(frame, pts);
+    }
+    bool appendAudioBuffer(const AudioBuffer& buffer, int track, bool isMicrophone) override {
+        return m_writer.appendAudioBuffer(buffer, track, isMicrophone);
+    }
+    void addTimeOffset(MediaTime offset) override { m_writer.addTimeOffset(offset); }
+    std::optional<MediaTime> sessionStartTimeValue() const override {
+        return m_writer.sessionStartTimeValue();
+    }
+    MediaTime currentTimeOffset() const override { return m_writer.currentTimeOffset(); }
+    std::optional<MediaTime> lastPresentationTime() const override {
+        return m_writer.lastPresentationTime();
+    }
+    QCoro::Task<QString> finishWriting() override;
+    void cancel() override { m_writer.cancel(); }
+
+    const MediaWriter& writer() const { return m_writer; }
+
+private:
+    MediaWriter m_writer;
+};

@@ -1,0 +1,37 @@
+#pragma once
+
+#include "core/model/RecordingConfiguration.h"
+#include "core/model/SCShareableContent.h"
+
+#include <QByteArray>
+
+#include <vector>
+
+// What a stream captures: a display (or part of it) with exclusions, or windows and
+// applications composed on a display. Made by the X11 screen capture engine only.
+class SCContentFilter {
+public:
+    enum class Kind { display, windows, applications };
+
+    Kind kind = Kind::display;
+    SCDisplay display;
+    std::vector<SCWindow> includedWindows;
+    std::vector<SCRunningApplication> includedApplications;
+    std::vector<SCRunningApplication> excludedApplications;
+    std::vector<SCWindow> exceptingWindows;
+    // The captured content in global points, origin bottom left, and pixels per point.
+    Rect contentRect;
+    double pointPixelScale = 1.0;
+
+    // Throws RecordingError for iOSDevice, a missing display and a window that is gone.
+    // `hiddenApps` is the persisted JSON list of {"bundleID", "name"} objects.
+    static SCContentFilter make(const RecordingMode& mode,
+                                const RecordingConfiguration& configuration,
+                                const SCShareableContent& content, const QByteArray& hiddenApps);
+
+    // The program's own windows that must not be recorded: all but its pointer, magnifier
+    // and camera overlays, which are part of the picture on purpose.
+    static std::vector<SCWindow> ownWindows(const SCShareableContent& content);
+    // Applications the user hid from recordings; empty for missing or broken data.
+    static std::vector<QString> hiddenBundleIDs(const QByteArray& hiddenApps);
+};

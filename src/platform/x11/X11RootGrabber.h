@@ -1,0 +1,39 @@
+#pragma once
+
+#include "platform/x11/X11Coordinates.h"
+
+#include <xcb/xcb.h>
+
+#include <cstdint>
+#include <string>
+
+// Reads a rectangle of the root window, 32 bits per pixel (BGRX), through a shared memory
+// segment when the server accepts one, else through a plain GetImage (a copy over the socket).
+// Used by one thread at a time.
+class X11RootGrabber final {
+public:
+    X11RootGrabber(xcb_connection_t* connection, xcb_window_t root, X11Rect source);
+    ~X11RootGrabber();
+    X11RootGrabber(const X11RootGrabber&) = delete;
+    X11RootGrabber& operator=(const X11RootGrabber&) = delete;
+
+    bool usesSharedMemory() const { return m_shmAddress != nullptr; }
+    // Grabs the source now; the pixels stay valid until the next grab. False when the server
+    // refused (the rectangle left the screen, the connection broke).
+    bool grab();
+    const uint8_t* pixels() const { return m_pixels; }
+    int bytesPerRow() const { return m_source.width * 4; }
+    const X11Rect& source() const { return m_source; }
+
+private:
+    bool attachSharedMemory();
+
+    xcb_connection_t* m_connection;
+    xcb_window_t m_root;
+    X11Rect m_source;
+    uint32_t m_segment = 0;
+    int m_shmID = -1;
+    uint8_t* m_shmAddress = nullptr;
+    const uint8_t* m_pixels = nullptr;
+    xcb_get_image_reply_t* m_reply = nullptr; // the fallback's last image
+};

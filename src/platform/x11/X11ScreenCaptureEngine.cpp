@@ -1,0 +1,462 @@
+#include "platform/x11/X11ScreenCaptureEngine.h"
+
+#include "core/model/Constants.h"
+#include "core/model/RecordingError.h"
+#include "core/support/Log.h"
+#include "media/VideoFrame.h"
+#include "platform/x11/X11Connection.h"
+#include "platform/x11/X11FramePixels.h"
+#include "platform/x11/X11RootGrabber.h"
+#include "platform/x11/X11ShareableContent.h"
+#include "platform/x11/X11WindowCompositor.h"
+
+#include <xcb/damage.h>
+#include <xcb/xfixes.h>
+
+#include <chrono>
+#include <cstdlib>
+
+namespace {
+
+template <typename Reply>
+struct Freed {
+    void operator()(Reply* reply) const { std::free(reply); }
+};
+template <typename Reply>
+using ReplyPtr = std::unique_ptr<Reply, Freed<Reply>>;
+
+bool rectsIntersect(const X11Rect& a, int x, int y, int width, int height) {
+    return a.x < x + width && x < a.x + a.width && a.y < y + height && y < a.y + a.height;
+}
+
+// Damage on the root, reported as growing bounding boxes; each tick takes what arrived and
+// starts a fresh region, so a change made while a frame is grabbed shows in the next one too.
+class RootDamage {
+public:
+    RootDamage(xcb_connection_t* c, xcb_window_t root) : m_connection(c) {
+        const xcb_query_extension_reply_t* extension = xcb_get_extension_data(c, &xcb_damage_id);
+        if (!extension || !extension->present)
+            return;
+        ReplyPtr<xcb_damage_query_version_reply_t> version(xcb_damage_query_version_reply(
+            c, xcb_damage_query_version(c, XCB_DAMAGE_MAJOR_VERSION, XCB_DAMAGE_MINOR_VERSION),
+            nullptr));
+        if (!version)
+            return;
+        m_firstEvent = extension->first_event;
+        m_damage = xcb_generate_id(c);
+        xcb_damage_create(c, m_damage, root, XCB_DAMAGE_REPORT_LEVEL_BOUNDING_BOX);
+        xcb_flush(c);
+    }
+    ~RootDamage() {
+        if (m_damage)
+            xcb_damage_destroy(m_connection, m_damage);
+    }
+    bool available() const { return m_damage != 0; }
+
+    // Whether anything inside `area` changed since the last call.
+    bool takeDamage(const X11Rect& area) {
+        bool damaged = false;
+        bool any = false;
+        while (xcb_generic_event_t* event = xcb_poll_for_event(m_connection)) {
+            if ((event->response_type & 0x7f) == m_firstEvent + XCB_DAMAGE_NOTIFY) {
+                const auto* notify = reinterpret_cast<xcb_damage_notify_event_t*>(event);
+                any = true;
+                damaged = damaged || rectsIntersect(area, notify->area.x, notify->area.y,
+                                                    notify->area.width, notify->area.height);
+            }
+            std::free(event);
+        }
+        if (any) {
+            xcb_damage_subtract(m_connection, m_damage, XCB_NONE, XCB_NONE);
+            xcb_flush(m_connection);
+        }
+        return damaged;
+    }
+
+private:
+    xcb_connection_t* m_connection;
+    xcb_damage_damage_t m_damage = 0;
+    uint8_t m_firstEvent = 0;
+};
+
+struct CursorImage {
+    ReplyPtr<xcb_xfixes_get_cursor_image_reply_t> reply;
+    int x = 0, y = 0; // the image's top left on the root
+    bool operator!=(const CursorImage& other) const {
+        if (!reply || !other.reply)
+            return bool(reply) != bool(other.reply);
+        return x != other.x || y != other.y || reply->cursor_serial != other.reply->cursor_serial;
+    }
+};
+
+CursorImage readCursor(xcb_connection_t* c) {
+    CursorImage image;
+    image.reply.reset(
+        xcb_xfixes_get_cursor_image_reply(c, xcb_xfixes_get_cursor_image(c), nullptr));
+    if (image.reply) {
+        image.x = image.reply->x - image.reply->xhot;
+        image.y = image.reply->y - image.reply->yhot;
+    }
+    return image;
+}
+
+bool initXFixes(xcb_connection_t* c) {
+    const xcb_query_extension_reply_t* extension = xcb_get_extension_data(c, &xcb_xfixes_id);
+    if (!extension || !extension->present)
+        return false;
+    ReplyPtr<xcb_xfixes_query_version_reply_t> version(
+        xcb_xfixes_query_version_reply(c, xcb_xfixes_query_version(c, 4, 0), nullptr));
+    return version != nullptr;
+}
+
+std::shared_ptr<const VideoFrame> retainFrame(const VideoFrame& frame) {
+    return std::make_shared<const VideoFrame>(frame);
+}
+
+} // namespace
+
+SCStreamConfiguration X11ScreenCaptureEngine::evenSize(SCStreamConfiguration size) {
+    return SCStreamConfiguration{size.width & ~1, size.height & ~1};
+}
+
+std::optional<uint32_t> X11ScreenCaptureEngine::backgroundRGB(BackgroundType background) {
+    // The system colours of the platform the recorder's colours were chosen on.
+    switch (background) {
+    case BackgroundType::wallpaper:
+        return std::nullopt;
+    case BackgroundType::white:
+        return 0xffffff;
+    case BackgroundType::gray:
+        return 0x8e8e93;
+    case BackgroundType::yellow:
+        return 0xffcc00;
+    case BackgroundType::orange:
+        return 0xff9500;
+    case BackgroundType::green:
+        return 0x34c759;
+    case BackgroundType::blue:
+        return 0x007aff;
+    case BackgroundType::red:
+        return 0xff3b30;
+    case BackgroundType::clear: // a movie without alpha shows clear as black
+    case BackgroundType::black:
+    case BackgroundType::custom:
+        return 0x000000;
+    }
+    return 0x000000;
+}
+
+X11ScreenCaptureEngine::X11ScreenCaptureEngine(QByteArray hiddenApps)
+    : m_hiddenApps(std::move(hiddenApps)), m_frameTimingBuffer(Constants::frameTimingBufferSize) {}
+
+X11ScreenCaptureEngine::~X11ScreenCaptureEngine() {
+    {
+        std::lock_guard lock(m_wakeMutex);
+        m_stopRequested = true;
+    }
+    m_wake.notify_all();
+    if (m_thread.joinable())
+        m_thread.join();
+}
+
+void X11ScreenCaptureEngine::setAvailableContent(const SCShareableContent& content) {
+    m_availableContent = content;
+}
+
+void X11ScreenCaptureEngine::updateAvailableContent() {
+    // X11 has no capture permission to ask for: a client that may connect may read the screen.
+    if (!m_connection)
+        m_connection = std::make_unique<X11Connection>();
+    m_availableContent = X11ShareableContent::fetch(*m_connection);
+}
+
+std::shared_ptr<SCContentFilter>
+X11ScreenCaptureEngine::createFilter(const RecordingMode& mode,
+                                     const RecordingConfiguration& config) {
+    if (!m_availableContent)
+        throw RecordingError::invalidConfiguration(QStringLiteral("Available content not loaded"));
+    auto filter = std::make_shared<SCContentFilter>(
+        SCContentFilter::make(mode, config, *m_availableContent, m_hiddenApps));
+    m_mode = mode;
+    return filter;
+}
+
+SCStreamConfiguration X11ScreenCaptureEngine::streamSize(Size pointSize, double pointScale,
+                                                         double resolutionScale) {
+    return SCStreamConfiguration{int(double(int(pointSize.width)) * pointScale * resolutionScale),
+                                 int(double(int(pointSize.height)) * pointScale * resolutionScale)};
+}
+
+void X11ScreenCaptureEngine::configureStream(std::shared_ptr<SCContentFilter> filter,
+                                             const RecordingMode& mode, ResolutionMode resolution,
+                                             int frameRate, bool showCursor,
+                                             BackgroundType backgroundColor, bool recordAudio) {
+    (void)recordAudio; // system audio comes from the audio engine on this platform
+    if (!filter)
+        throw RecordingError::invalidConfiguration(QStringLiteral("No content filter"));
+    const double pointScale = resolution == ResolutionMode::high ? filter->pointPixelScale : 1.0;
+    const double scale = resolutionScale(resolution);
+
+    Stream stream;
+    stream.size = streamSize(filter->contentRect.size, pointScale, scale);
+    stream.frameRate = clampFrameRate(frameRate);
+    stream.showsCursor = showCursor;
+    stream.background = backgroundColor;
+
+    // The root grab is in pixels of the root window, origin top left.
+    if (!m_connection)
+        m_connection = std::make_unique<X11Connection>();
+    const int rootHeight = m_connection->rootHeight();
+    if (filter->kind != SCContentFilter::Kind::display) {
+        // Windows are composed within the rectangle they covered when the filter was made.
+        stream.source = X11Coordinates::fromGlobal(filter->contentRect, rootHeight);
+        for (const SCWindow& window : filter->includedWindows)
+            stream.windows.push_back(window.windowID);
+        if (stream.windows.empty())
+            throw RecordingError::captureDeviceUnavailable();
+        stream.backgroundRGB = backgroundRGB(backgroundColor);
+        stream.size = evenSize(stream.size);
+        std::lock_guard lock(m_configurationMutex);
+        m_stream = stream;
+        m_filter = std::move(filter);
+        return;
+    }
+    const X11Rect displayPixels = X11Coordinates::fromGlobal(filter->display.frame, rootHeight);
+    stream.source = displayPixels;
+    if (const auto* area = mode.as<RecordingMode::ScreenArea>()) {
+        // The area's rectangle counts from the display's bottom left; the source rectangle
+        // counts from its top left.
+        const Rect& r = area->rect;
+        const double sourceY = filter->display.frame.height() - r.height() - r.origin.y;
+        stream.source = X11Rect{displayPixels.x + int(r.origin.x), displayPixels.y + int(sourceY),
+                                int(r.width()), int(r.height())};
+        stream.size = SCStreamConfiguration{int(r.width() * pointScale * scale),
+                                            int(r.height() * pointScale * scale)};
+        // A rectangle that runs off the display records the part on it.
+        stream.source.width =
+            std::max(0, std::min(stream.source.width,
+                                 displayPixels.x + displayPixels.width - stream.source.x));
+        stream.source.height =
+            std::max(0, std::min(stream.source.height,
+                                 displayPixels.y + displayPixels.height - stream.source.y));
+    }
+    stream.size = evenSize(stream.size);
+    if (stream.size.width <= 0 || stream.size.height <= 0 || stream.source.width <= 0 ||
+        stream.source.height <= 0)
+        throw RecordingError::invalidConfiguration(QStringLiteral("The capture area is empty"));
+    std::lock_guard lock(m_configurationMutex);
+    m_stream = stream;
+    m_filter = std::move(filter);
+}
+
+std::optional<SCStreamConfiguration> X11ScreenCaptureEngine::configuration() const {
+    std::lock_guard lock(m_configurationMutex);
+    if (!m_stream)
+        return std::nullopt;
+    return m_stream->size;
+}
+
+void X11ScreenCaptureEngine::handleWindowResize(double contentScale) {
+    std::lock_guard lock(m_configurationMutex);
+    if (!m_stream || !m_isCapturing)
+        return;
+    const double factor = 1.0 / contentScale;
+    const SCStreamConfiguration resized = evenSize(
+        {int(double(m_stream->size.width) * factor), int(double(m_stream->size.height) * factor)});
+    if (resized == m_stream->size)
+        return;
+    logLine("🔄 Window resized: contentScale={}, updating stream to {}x{}",
+            formatDouble(contentScale), resized.width, resized.height);
+    m_stream->size = resized;
+    logLine("✅ Stream configuration updated successfully");
+}
+
+std::optional<Rect> X11ScreenCaptureEngine::captureRectInScreenSpace() const {
+    if (!m_filter || !m_mode)
+        return std::nullopt;
+    const Rect base = m_filter->display.frame;
+    if (m_mode->is<RecordingMode::Screen>())
+        return base;
+    if (const auto* area = m_mode->as<RecordingMode::ScreenArea>())
+        return Rect(base.origin.x + area->rect.origin.x, base.origin.y + area->rect.origin.y,
+                    area->rect.width(), area->rect.height());
+    return m_filter->contentRect;
+}
+
+QCoro::Task<void> X11ScreenCaptureEngine::startCapture() {
+    if (!m_filter || !m_stream)
+        throw RecordingError::invalidConfiguration(
+            QStringLiteral("Filter and configuration must be set before starting capture"));
+    if (m_thread.joinable())
+        co_return;
+    if (!m_connection)
+        m_connection = std::make_unique<X11Connection>();
+    {
+        std::lock_guard lock(m_wakeMutex);
+        m_stopRequested = false;
+    }
+    m_delivered = 0;
+    m_idle = 0;
+    m_isCapturing = true;
+    m_thread = std::thread([this, stream = *m_stream] { captureLoop(stream); });
+    co_return;
+}
+
+QCoro::Task<void> X11ScreenCaptureEngine::stopCapture() {
+    if (!m_thread.joinable())
+        co_return;
+    {
+        std::lock_guard lock(m_wakeMutex);
+        m_stopRequested = true;
+    }
+    m_wake.notify_all();
+    // The loop notices within one grab; a frame interval at most.
+    m_thread.join();
+    m_isCapturing = false;
+    m_lastPTS.reset();
+    m_frameTimingBuffer.clear();
+    co_return;
+}
+
+void X11ScreenCaptureEngine::reportStop(const StreamError& error) {
+    logLine("ScreenCaptureEngine: Stream stopped with error: {} ({}) - {}",
+            error.domain.toStdString(), error.code, error.description.toStdString());
+    if (!error.userInfo.isEmpty())
+        logLine("   userInfo: {}", error.userInfo.toStdString());
+    m_isCapturing = false;
+    if (m_errorHandler)
+        m_errorHandler(error);
+}
+
+void X11ScreenCaptureEngine::captureLoop(Stream stream) {
+    xcb_connection_t* c = m_connection->get();
+    std::optional<X11RootGrabber> grabber;
+    std::optional<RootDamage> damage;
+    std::optional<X11WindowCompositor> compositor;
+    if (!stream.windows.empty()) {
+        compositor.emplace(*m_connection, stream.windows, stream.source, stream.backgroundRGB);
+        if (!compositor->isAvailable()) {
+            reportStop({QStringLiteral("X11"),
+                        3,
+                        QStringLiteral("The X server cannot capture single windows "
+                                       "(no Composite extension)"),
+                        {}});
+            return;
+        }
+    } else {
+        grabber.emplace(c, m_connection->root(), stream.source);
+        m_usesSharedMemory = grabber->usesSharedMemory();
+        damage.emplace(c, m_connection->root());
+    }
+    const bool cursorAvailable = stream.showsCursor && initXFixes(c);
+    auto pool = std::make_unique<VideoFramePool>(stream.size.width, stream.size.height);
+    const double scaleX = double(stream.size.width) / stream.source.width;
+    const double scaleY = double(stream.size.height) / stream.source.height;
+
+    const MediaTime frameDuration = MediaTime::make(1, stream.frameRate);
+    const auto interval = std::chrono::nanoseconds(1'000'000'000LL / stream.frameRate);
+    auto deadline = std::chrono::steady_clock::now();
+    bool first = true;
+    bool idleSinceLastFrame = false;
+    bool redraw = false;
+    CursorImage lastCursor;
+
+    auto deliver = [&](CursorImage cursor) {
+        // Off screen for now, or the connection broke (reported at the next tick).
+        if (grabber && !grabber->grab())
+            return true;
+        if (const auto size = configuration();
+            size && (size->width != pool->width() || size->height != pool->height()))
+            pool = std::make_unique<VideoFramePool>(size->width, size->height);
+        VideoFrame frame = pool->makeFrame(MediaTime::hostTimeNow(), frameDuration);
+        if (frame.isNull())
+            return true;
+        if (compositor) {
+            if (const auto gone = compositor->compose(frame.mutableBytes(), frame.bytesPerRow(),
+                                                      frame.width(), frame.height())) {
+                reportStop(
+                    {QStringLiteral("X11"),
+                     2,
+                     QStringLiteral("A captured window disappeared (0x%1)").arg(*gone, 0, 16),
+                     {}});
+                return false;
+            }
+            frame.contentScale = compositor->contentScale();
+            // The picture is still handed on; the next ones come at the window's new size.
+            if (frame.contentScale < 0.99) {
+                handleWindowResize(frame.contentScale);
+                redraw = true; // the window at its new size, even if it holds still now
+            }
+        } else {
+            X11FramePixels::copyOpaque(grabber->pixels(), grabber->bytesPerRow(),
+                                       stream.source.width, stream.source.height,
+                                       frame.mutableBytes(), frame.bytesPerRow(), frame.width(),
+                                       frame.height());
+        }
+        if (cursor.reply) {
+            const auto* pixels = xcb_xfixes_get_cursor_image_cursor_image(cursor.reply.get());
+            X11FramePixels::blendCursor(pixels, cursor.reply->width, cursor.reply->height,
+                                        int((cursor.x - stream.source.x) * scaleX),
+                                        int((cursor.y - stream.source.y) * scaleY),
+                                        frame.mutableBytes(), frame.bytesPerRow(), frame.width(),
+                                        frame.height());
+        }
+        lastCursor = std::move(cursor);
+        first = false;
+        redraw = redraw && frame.contentScale < 0.99;
+        idleSinceLastFrame = false;
+        frame.status = FrameStatus::complete;
+        m_frameTimingBuffer.append(frame.presentationTime);
+        m_lastPTS = frame.presentationTime;
+        ++m_delivered;
+        if (m_frameHandler)
+            m_frameHandler(frame, VideoSampleInfo{frame.presentationTime, frame.duration,
+                                                  frame.bytes(), frame.width(), frame.height(),
+                                                  frame.bytesPerRow(), &retainFrame});
+        return true;
+    };
+
+    for (;;) {
+        bool stopping = false;
+        {
+            std::unique_lock lock(m_wakeMutex);
+            stopping = m_wake.wait_until(lock, deadline, [this] { return m_stopRequested; });
+        }
+        if (stopping) {
+            // A still screen sends nothing for a long time; one closing frame at the stop
+            // makes the recording last until the moment it was stopped.
+            if (idleSinceLastFrame && !xcb_connection_has_error(c))
+                deliver(cursorAvailable ? readCursor(c) : CursorImage{});
+            return;
+        }
+        deadline += interval;
+        const auto now = std::chrono::steady_clock::now();
+        if (deadline < now)
+            deadline = now; // a late tick is not caught up with a burst
+
+        if (xcb_connection_has_error(c)) {
+            reportStop({QStringLiteral("X11"),
+                        xcb_connection_has_error(c),
+                        QStringLiteral("The connection to the X server was lost"),
+                        {}});
+            return;
+        }
+
+        // Without XDamage every tick counts as a change.
+        bool changed = first || redraw ||
+                       (compositor ? compositor->takeDamage()
+                                   : !damage->available() || damage->takeDamage(stream.source));
+        CursorImage cursor;
+        if (cursorAvailable) {
+            cursor = readCursor(c);
+            changed = changed || (cursor != lastCursor);
+        }
+        if (!changed) {
+            ++m_idle;
+            idleSinceLastFrame = true;
+            continue; // an idle frame: nothing new to show
+        }
+        if (!deliver(std::move(cursor)))
+            return;
+    }
+}
