@@ -181,6 +181,8 @@ void RecordingFramePath::startPump() {
     m_lastFrameChecksum = 0;
     m_lastProcessedFrame.reset();
     m_skippedFrameCount = 0;
+    if (m_pump.manualTicks)
+        return;
     m_pumpThread = std::thread([this] {
         pthread_setname_np(pthread_self(), "FixedRateZoomPu"); // 15 characters at most
         const auto interval = std::chrono::nanoseconds(1'000'000'000LL / m_pump.frameRate);

@@ -51,6 +51,8 @@ public:
     struct Pump {
         bool enabled = false;
         int frameRate = 60;
+        // The owner calls pumpTick itself instead of the pump's own thread (tests step it).
+        bool manualTicks = false;
     };
 
     RecordingFramePath(Flags flags, Hooks hooks, int frameRate, Pump pump);

@@ -275,7 +275,7 @@ TEST(X11ScreenCaptureEngineTest, WindowGoneReachesTheErrorHandler) {
             content = X11ShareableContent::fetch(connection);
             return !content.windows.empty() && content.windows.front().isOnScreen;
         },
-        5s))
+        10s))
         << "the window never showed as listed and mapped: " << content.windows.size() << " listed";
 
     FrameLog log;
@@ -351,22 +351,26 @@ TEST(X11ScreenCaptureEngineTest, GrownWindowEnlargesTheStream) {
     ASSERT_TRUE(session.isReady()) << session.error();
     session.launch({"xmessage", "-geometry", "200x100+20+20", "grow"});
     X11Connection connection;
-    SCShareableContent content;
+    std::optional<SCWindow> shown;
+    // Under load openbox may list the window before it maps it: wait for it on screen.
     ASSERT_TRUE(waitUntil(
         [&] {
-            content = X11ShareableContent::fetch(connection);
-            return !content.windows.empty() && content.windows.front().isOnScreen;
+            for (const SCWindow& window : X11ShareableContent::fetch(connection).windows) {
+                if (window.isOnScreen)
+                    shown = window;
+            }
+            return shown.has_value();
         },
-        5s));
+        10s));
     FrameLog log;
-    auto engine = prepared(RecordingMode::window(content.windows.front()), log);
+    auto engine = prepared(RecordingMode::window(*shown), log);
     const SCStreamConfiguration before = *engine->configuration();
     ASSERT_TRUE(runTask(engine->startCapture()).finished);
     ASSERT_TRUE(waitUntil([&] { return log.count() >= 1; }, 5s));
 
     // The client becomes 60 pixels wider and taller than the whole frame was, so the frame
     // grows by more than 60 in both directions whatever the decorations.
-    const SCWindow& window = content.windows.front();
+    const SCWindow& window = *shown;
     const int width = int(window.frame.width()) + 60;
     const int height = int(window.frame.height()) + 60;
     ChildProcess resize({"xdotool", "windowsize", std::to_string(window.windowID),

@@ -69,7 +69,7 @@ TEST(X11ShareableContentTest, WindowsFromTheWindowManager) {
             // Listed first, mapped a moment later: wait for both.
             return !content.windows.empty() && content.windows.front().isOnScreen;
         },
-        5s))
+        10s))
         << "the window never showed as listed and mapped: " << content.windows.size() << " listed";
     const SCWindow& window = content.windows.front();
     EXPECT_EQ(window.title, QStringLiteral("Probe Title"));
