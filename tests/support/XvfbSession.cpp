@@ -6,6 +6,8 @@
 #include <poll.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <cstring>
 #include <thread>
 
 using namespace std::chrono_literals;
@@ -24,26 +26,78 @@ struct XcbConnection {
     xcb_connection_t* connection;
 };
 
+xcb_atom_t atom(xcb_connection_t* connection, const char* name) {
+    auto* reply = xcb_intern_atom_reply(
+        connection, xcb_intern_atom(connection, 1, uint16_t(strlen(name)), name), nullptr);
+    const xcb_atom_t result = reply ? reply->atom : XCB_ATOM_NONE;
+    free(reply);
+    return result;
+}
+
 bool windowManagerRunning(const std::string& display) {
     XcbConnection x(display);
     if (!x.ok())
         return false;
-    const char name[] = "_NET_SUPPORTING_WM_CHECK";
-    auto* atomReply = xcb_intern_atom_reply(
-        x.connection, xcb_intern_atom(x.connection, 1, sizeof(name) - 1, name), nullptr);
-    if (!atomReply || atomReply->atom == XCB_ATOM_NONE) {
-        free(atomReply);
+    const xcb_atom_t check = atom(x.connection, "_NET_SUPPORTING_WM_CHECK");
+    if (check == XCB_ATOM_NONE)
         return false;
-    }
     auto* reply = xcb_get_property_reply(
         x.connection,
-        xcb_get_property(x.connection, 0, x.screen()->root, atomReply->atom, XCB_ATOM_WINDOW, 0, 1),
-        nullptr);
+        xcb_get_property(x.connection, 0, x.screen()->root, check, XCB_ATOM_WINDOW, 0, 1), nullptr);
     const bool present = reply && xcb_get_property_value_length(reply) == 4;
     free(reply);
-    free(atomReply);
     return present;
 }
+
+bool clientListed(xcb_connection_t* connection, xcb_window_t root, xcb_atom_t list,
+                  xcb_window_t window) {
+    auto* reply = xcb_get_property_reply(
+        connection, xcb_get_property(connection, 0, root, list, XCB_ATOM_WINDOW, 0, 1024), nullptr);
+    bool found = false;
+    if (reply) {
+        const auto* ids = static_cast<const xcb_window_t*>(xcb_get_property_value(reply));
+        const int count = xcb_get_property_value_length(reply) / 4;
+        found = std::find(ids, ids + count, window) != ids + count;
+    }
+    free(reply);
+    return found;
+}
+
+// openbox announces itself before it manages new windows: a client mapped in that gap is never
+// listed. Map probe windows until one is listed (a probe lost in the gap is replaced after a
+// while), then take it away again.
+bool windowManagerManagesClients(const std::string& display) {
+    XcbConnection x(display);
+    if (!x.ok())
+        return false;
+    const xcb_window_t root = x.screen()->root;
+    const xcb_atom_t list = atom(x.connection, "_NET_CLIENT_LIST");
+    const auto deadline = std::chrono::steady_clock::now() + serviceTimeout;
+    while (std::chrono::steady_clock::now() < deadline) {
+        const xcb_window_t probe = xcb_generate_id(x.connection);
+        xcb_create_window(x.connection, XCB_COPY_FROM_PARENT, probe, root, 0, 0, 10, 10, 0,
+                          XCB_WINDOW_CLASS_INPUT_OUTPUT, x.screen()->root_visual, 0, nullptr);
+        xcb_map_window(x.connection, probe);
+        xcb_flush(x.connection);
+        bool listed = false;
+        const auto probeDeadline = std::min(deadline, std::chrono::steady_clock::now() + 500ms);
+        while (!listed && std::chrono::steady_clock::now() < probeDeadline) {
+            listed = clientListed(x.connection, root, list, probe);
+            if (!listed)
+                std::this_thread::sleep_for(10ms);
+        }
+        xcb_destroy_window(x.connection, probe);
+        xcb_flush(x.connection);
+        if (listed) {
+            while (clientListed(x.connection, root, list, probe) &&
+                   std::chrono::steady_clock::now() < deadline)
+                std::this_thread::sleep_for(10ms);
+            return true;
+        }
+    }
+    return false;
+}
+
 } // namespace
 
 std::string XvfbSession::missingTool(const Options& options) {
@@ -123,8 +177,12 @@ bool XvfbSession::startWindowManager() {
     m_windowManager = ChildProcess({"openbox", "--sm-disable"}, {});
     const auto deadline = std::chrono::steady_clock::now() + serviceTimeout;
     while (std::chrono::steady_clock::now() < deadline) {
-        if (windowManagerRunning(m_display))
-            return true;
+        if (windowManagerRunning(m_display)) {
+            if (windowManagerManagesClients(m_display))
+                return true;
+            m_error = "openbox took the screen but listed no new window within 5 s";
+            return false;
+        }
         std::this_thread::sleep_for(20ms);
     }
     m_error = "openbox did not take the screen within 5 s";
