@@ -430,8 +430,14 @@ CameraOverlay CompositorLayers::createRoundedCameraOverlay(const QImage& cameraI
     QPainter painter(&picture);
     painter.setRenderHint(QPainter::SmoothPixmapTransform);
     painter.translate(-bounds.topLeft());
-    painter.setClipRect(frameTL);
-    painter.drawImage(target, cameraImage);
+    // In bands of rows, like the screen: a taller fill goes to Qt's worker threads.
+    constexpr int bandHeight = 64;
+    for (int top = bounds.top(); top <= bounds.bottom(); top += bandHeight) {
+        painter.setClipRect(frameTL);
+        painter.setClipRect(QRect(bounds.left(), top, bounds.width(), bandHeight),
+                            Qt::IntersectClip);
+        painter.drawImage(target, cameraImage);
+    }
     painter.setClipping(false);
     const double cornerRadius = calculateCameraCornerRadius(w, h, camera.shape);
     const QImage mask = camera.shape == CameraShape::circle
@@ -440,7 +446,11 @@ CameraOverlay CompositorLayers::createRoundedCameraOverlay(const QImage& cameraI
                                                           QStringLiteral("camera"));
     painter.resetTransform();
     painter.setCompositionMode(QPainter::CompositionMode_DestinationIn);
-    painter.drawImage(QPoint(0, 0), mask, bounds);
+    for (int top = bounds.top(); top <= bounds.bottom(); top += bandHeight) {
+        const QRect band(bounds.left(), top, bounds.width(),
+                         std::min(bandHeight, bounds.bottom() + 1 - top));
+        painter.drawImage(QPoint(0, top - bounds.top()), mask, band);
+    }
     painter.end();
 
     overlay.camera = {picture, QPointF(bounds.topLeft())};
