@@ -430,8 +430,14 @@ CameraOverlay CompositorLayers::createRoundedCameraOverlay(const QImage& cameraI
     QPainter painter(&picture);
     painter.setRenderHint(QPainter::SmoothPixmapTransform);
     painter.translate(-bounds.topLeft());
-    painter.setClipRect(frameTL);
-    painter.drawImage(target, cameraImage);
+    // In bands of rows, like the screen: a taller fill goes to Qt's worker threads.
+    constexpr int bandHeight = 64;
+    for (int top = bounds.top(); top <= bounds.bottom(); top += bandHeight) {
+        painter.setClipRect(frameTL);
+        painter.setClipRect(QRect(bounds.left(), top, bounds.width(), bandHeight),
+                            Qt::IntersectClip);
+        painter.drawImage(target, cameraImage);
+    }
     painter.setClipping(false);
     const double cornerRadius = calculateCameraCornerRadius(w, h, camera.shape);
     const QImage mask = camera.shape == CameraShape::circle
@@ -440,7 +446,11 @@ CameraOverlay CompositorLayers::createRoundedCameraOverlay(const QImage& cameraI
                                                           QStringLiteral("camera"));
     painter.resetTransform();
     painter.setCompositionMode(QPainter::CompositionMode_DestinationIn);
-    painter.drawImage(QPoint(0, 0), mask, bounds);
+    for (int top = bounds.top(); top <= bounds.bottom(); top += bandHeight) {
+        const QRect band(bounds.left(), top, bounds.width(),
+                         std::min(bandHeight, bounds.bottom() + 1 - top));
+        painter.drawImage(QPoint(0, top - bounds.top()), mask, band);
+    }
     painter.end();
 
     overlay.camera = {picture, QPointF(bounds.topLeft())};
@@ -494,27 +504,61 @@ PlacedImage CompositorLayers::createCameraShadow(const Rect& frame, double corne
         return alphaByDistance[std::clamp(static_cast<int>(distance / step + half + 0.5), 0,
                                           2 * half)];
     };
+    const auto pixel = [&](int x, double qy) {
+        const double qx = std::abs(bounds.left() + x + 0.5 - centre.x()) - halfW;
+        if (qx <= 0.0 && qy <= 0.0)
+            return lookup(std::max(qx, qy) - r);
+        // Near a rounded corner: square roots only where the edge is within reach.
+        const double ox = std::max(qx, 0.0);
+        const double oy = std::max(qy, 0.0);
+        const double squared = ox * ox + oy * oy;
+        if (squared <= innerSquared)
+            return inside;
+        if (squared >= outerSquared)
+            return QRgb(0);
+        return lookup(std::sqrt(squared) - r);
+    };
+    // Columns from the left edge of the bounds with |x + 0.5 - centre| <= reach, less a pixel on
+    // each side for rounding: every value is a function of that distance alone within a row,
+    // constant (inside) near the centre and clear far out, so only the band between is computed.
+    const int width = bounds.width();
+    const auto columnsWithin = [&](double reach) {
+        const double from = centre.x() - reach - bounds.left() - 0.5;
+        const double to = centre.x() + reach - bounds.left() - 0.5;
+        return std::pair(
+            static_cast<int>(std::clamp(std::ceil(from + 1.0), 0.0, double(width))),
+            static_cast<int>(std::clamp(std::floor(to - 1.0) + 1.0, 0.0, double(width))));
+    };
+    // Past this signed distance the table's first entry is looked up.
+    const double insideDistance = (0.5 - half) * step;
     QImage shadow(bounds.size(), QImage::Format_ARGB32_Premultiplied);
     for (int y = 0; y < bounds.height(); ++y) {
         auto* row = reinterpret_cast<QRgb*>(shadow.scanLine(y));
         const double qy = std::abs(bounds.top() + y + 0.5 - centre.y()) - halfH;
-        for (int x = 0; x < bounds.width(); ++x) {
-            const double qx = std::abs(bounds.left() + x + 0.5 - centre.x()) - halfW;
-            if (qx <= 0.0 && qy <= 0.0) {
-                row[x] = lookup(std::max(qx, qy) - r);
-                continue;
-            }
-            // Near a rounded corner: square roots only where the edge is within reach.
-            const double ox = std::max(qx, 0.0);
-            const double oy = std::max(qy, 0.0);
-            const double squared = ox * ox + oy * oy;
-            if (squared <= innerSquared)
-                row[x] = inside;
-            else if (squared >= outerSquared)
-                row[x] = 0;
-            else
-                row[x] = lookup(std::sqrt(squared) - r);
+        const double oy = std::max(qy, 0.0);
+        if (oy * oy >= outerSquared) {
+            std::fill(row, row + width, QRgb(0));
+            continue;
         }
+        // Clear beyond the outer reach, on both sides.
+        const auto [firstLit, litEnd] = columnsWithin(halfW + std::sqrt(outerSquared - oy * oy));
+        // Opaque inside: by the corner's inner circle above and below the straight sides, by
+        // the table's first entry between them.
+        double solid = -1.0;
+        if (qy > 0.0 && oy * oy <= innerSquared)
+            solid = halfW + std::sqrt(innerSquared - oy * oy);
+        else if (qy <= 0.0 && qy - r < insideDistance)
+            solid = std::min(halfW, halfW + r + insideDistance);
+        auto [solidBegin, solidEnd] = solid >= 0.0 ? columnsWithin(solid) : std::pair(0, 0);
+        if (solidBegin >= solidEnd)
+            solidBegin = solidEnd = firstLit;
+        std::fill(row, row + firstLit, QRgb(0));
+        for (int x = firstLit; x < solidBegin; ++x)
+            row[x] = pixel(x, qy);
+        std::fill(row + solidBegin, row + solidEnd, inside);
+        for (int x = std::max(solidEnd, firstLit); x < litEnd; ++x)
+            row[x] = pixel(x, qy);
+        std::fill(row + std::max(litEnd, firstLit), row + width, QRgb(0));
     }
     m_cachedCameraShadow = {shadow, QPointF(bounds.topLeft())};
     m_cachedCameraShadowFrame = frame;

@@ -81,8 +81,14 @@ CompositionResult RoundedCameraCompositor::processRequest(const CompositionReque
     if (request.newPixelBuffer) {
         canvas = request.newPixelBuffer(renderSize);
     } else if (renderSize.width >= 1.0 && renderSize.height >= 1.0) {
-        canvas = QImage(static_cast<int>(renderSize.width), static_cast<int>(renderSize.height),
-                        QImage::Format_ARGB32_Premultiplied);
+        // Every frame paints its whole canvas, so a buffer nobody else holds can be reused: a
+        // fresh one costs the page faults of its first touch on every frame.
+        const QSize size(static_cast<int>(renderSize.width), static_cast<int>(renderSize.height));
+        if (!m_lastCanvas.isNull() && m_lastCanvas.size() == size && m_lastCanvas.isDetached())
+            canvas = std::move(m_lastCanvas);
+        else
+            canvas = QImage(size, QImage::Format_ARGB32_Premultiplied);
+        m_lastCanvas = QImage();
     }
     if (canvas.isNull() || canvas.format() != QImage::Format_ARGB32_Premultiplied) {
         result.error = CompositorError{QStringLiteral("RoundedCameraCompositor"), -1,
@@ -114,6 +120,7 @@ CompositionResult RoundedCameraCompositor::processRequest(const CompositionReque
     if (m_settings.verticalStack && !screenImage.isNull() && !cameraImage.isNull()) {
         paintOpaque(canvas, background);
         renderVerticalStack(canvas, screenImage, cameraImage, t, renderSize);
+        keepCanvas(request, canvas);
         result.composedFrame = canvas;
         return result;
     }
@@ -152,8 +159,15 @@ CompositionResult RoundedCameraCompositor::processRequest(const CompositionReque
         LayerPainter::drawPlaced(canvas, overlay.shadow);
         LayerPainter::drawPlaced(canvas, overlay.camera);
     }
+    keepCanvas(request, canvas);
     result.composedFrame = canvas;
     return result;
+}
+
+void RoundedCameraCompositor::keepCanvas(const CompositionRequest& request, const QImage& canvas) {
+    // A caller's own buffers are theirs to recycle.
+    if (!request.newPixelBuffer)
+        m_lastCanvas = canvas;
 }
 
 const QImage& RoundedCameraCompositor::blackBackground(Size renderSize) {

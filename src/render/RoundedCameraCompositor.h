@@ -103,6 +103,7 @@ private:
                                            const Rect& originalScreenExtent, Size renderSize);
     const CursorOverlayRenderer& cursorRenderer();
     const QImage& blackBackground(Size renderSize);
+    void keepCanvas(const CompositionRequest& request, const QImage& canvas);
     // Background with the screen's shadow on it, for frames without zoom.
     const QImage& backdrop(const QImage& background, const ScreenLayer& layer);
     const QImage& scaledCursorImage(double k);
@@ -121,6 +122,8 @@ private:
     QImage m_scaledCursor;
     QImage m_blackBackground;
     QImage m_cachedBackdrop;
+    // The last frame handed out; painted over again once the caller has let go of it.
+    QImage m_lastCanvas;
     qint64 m_backdropBackgroundKey = 0;
     qint64 m_backdropShadowKey = 0;
     double m_scaledCursorFactor = -1.0;

@@ -315,6 +315,38 @@ TEST_F(CompositorLayersTest, CameraShadowLiesUnderTheCameraToo) {
     EXPECT_TRUE(layers.createCameraShadow(frame, 20.0, canvas).image.isNull());
 }
 
+// Every row's alpha depends only on the distance from the shadow's centre: it never grows
+// outward, and a frame centred on a pixel edge gives rows that read the same both ways. Shapes
+// from square corners to a circle, sizes down to under a pixel, blurs small and large.
+TEST_F(CompositorLayersTest, CameraShadowRowsFallOffSymmetricallyFromTheCentre) {
+    settings.cameraShadowOpacity = 0.6;
+    const Size canvas{1920.0, 1080.0};
+    for (const double blur : {1.0, 12.0, 40.0}) {
+        settings.cameraShadowRadius = blur;
+        for (const double width : {0.8, 37.0, 240.0}) {
+            for (const double cornerShare : {0.0, 0.22, 0.5}) {
+                // Centred on x = 700: symmetric about a pixel edge.
+                const Rect frame(700.0 - width / 2.0, 300.25, width, 180.0);
+                const PlacedImage shadow =
+                    layers.createCameraShadow(frame, cornerShare * std::min(width, 180.0), canvas);
+                ASSERT_FALSE(shadow.image.isNull());
+                const QImage& image = shadow.image;
+                const int centre = 700 - static_cast<int>(shadow.position.x());
+                bool ok = true;
+                for (int y = 0; y < image.height() && ok; ++y) {
+                    for (int d = 0; d < centre && centre + d < image.width() && ok; ++d) {
+                        const int right = qAlpha(image.pixel(centre + d, y));
+                        ok = right == qAlpha(image.pixel(centre - 1 - d, y)) &&
+                             (d == 0 || right <= qAlpha(image.pixel(centre + d - 1, y)));
+                    }
+                }
+                EXPECT_TRUE(ok) << "blur " << blur << " width " << width << " corner "
+                                << cornerShare;
+            }
+        }
+    }
+}
+
 TEST_F(CompositorLayersTest, CameraMaskStoreStaysBounded) {
     const Rect frame(10.0, 10.0, 50.0, 50.0);
     const QImage first = layers.createRoundedRectMaskCached(frame, 8.0, smallCanvas, "camera");

@@ -89,6 +89,25 @@ TEST_F(RoundedCameraCompositorTest, WithoutBackgroundTheScreenSitsUnpaddedOnBlac
     EXPECT_TRUE(isColor(frame, 10, 89, Qt::black));
 }
 
+// Frames are painted into the last one handed out once its holder lets go: one still held must
+// never be painted over, and a reused one must be wholly repainted.
+TEST_F(RoundedCameraCompositorTest, HeldFramesAreNeverPaintedOver) {
+    RoundedCameraCompositor compositor(settings);
+    const QImage kept = compose(compositor, 0.0, {64, 36}, {filled(64, 36, Qt::red)});
+    const QImage next = compose(compositor, 0.0, {64, 36}, {filled(64, 36, Qt::blue)});
+    EXPECT_NE(next.constBits(), kept.constBits());
+    EXPECT_TRUE(isColor(kept, 32, 18, Qt::red));
+    EXPECT_TRUE(isColor(next, 32, 18, Qt::blue));
+    for (const QColor color : {Qt::green, Qt::yellow, Qt::cyan}) {
+        // Each of these is dropped at once, so the next one may land in its buffer.
+        const QImage frame = compose(compositor, 0.0, {64, 36}, {filled(64, 36, color)});
+        EXPECT_TRUE(isColor(frame, 0, 0, color));
+        EXPECT_TRUE(isColor(frame, 63, 35, color));
+    }
+    EXPECT_TRUE(isColor(kept, 32, 18, Qt::red));
+    EXPECT_TRUE(isColor(next, 32, 18, Qt::blue));
+}
+
 TEST_F(RoundedCameraCompositorTest, MissingTracksDegradeToTheLayersThatExist) {
     settings.backgroundSettings = solidBackground({1.0, 1.0, 1.0, 1.0});
     settings.backgroundEnabled = true;
