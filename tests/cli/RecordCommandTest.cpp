@@ -240,6 +240,33 @@ TEST(RecordCommandTest, SigtermFinishesAPlayableFile) {
     EXPECT_TRUE(QFile::exists(QString::fromStdString(metadata))) << metadata;
 }
 
+// SIGTERM half a second into a 3 s countdown ends the command within about a second of the
+// signal, says so, and leaves no movie or metadata behind.
+TEST(RecordCommandTest, SigtermDuringCountdownCancels) {
+    REQUIRE_XVFB(desktop());
+    XvfbSession session(desktop());
+    ASSERT_TRUE(session.isReady()) << session.error();
+
+    Recording recording({"--countdown", "3"});
+    ASSERT_TRUE(
+        waitUntil([&] { return recording.errors().find("starts in 3") != std::string::npos; }, 10s))
+        << recording.errors();
+    std::this_thread::sleep_for(500ms);
+    const auto signalled = std::chrono::steady_clock::now();
+    ::kill(recording.process.pid(), SIGTERM);
+    // Waiting for the whole count would take 2.5 s more.
+    EXPECT_EQ(recording.process.waitForExit(5s), 1) << recording.errors();
+    EXPECT_LT(std::chrono::steady_clock::now() - signalled, 1s);
+    EXPECT_NE(recording.errors().find("before recording started"), std::string::npos)
+        << recording.errors();
+    const QStringList left =
+        QDir(recording.folder.path()).entryList(QDir::Files | QDir::Hidden | QDir::NoDotAndDotDot);
+    for (const QString& name : left)
+        EXPECT_FALSE(name.contains(QStringLiteral("Recording at"))) << name.toStdString();
+    EXPECT_EQ(recording.output().find(recording.folder.path().toStdString() + "/Recording at"),
+              std::string::npos);
+}
+
 // A pause of a second leaves no frozen second: the file lasts the recorded time, and no two
 // frames are farther apart than a few intervals.
 TEST(RecordCommandTest, PauseLeavesNoGap) {
