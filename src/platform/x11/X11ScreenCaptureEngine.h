@@ -78,7 +78,16 @@ private:
         // Window modes: the windows to compose, and the colour under them (absent: wallpaper).
         std::vector<uint32_t> windows;
         std::optional<uint32_t> backgroundRGB;
+        // Display modes: windows kept out of the picture, in pixels of `source` (their frames
+        // when the stream was configured), painted over with what lies below them.
+        std::vector<X11Rect> excluded;
     };
+
+    // Display modes: the windows the filter keeps out, as their frames in root pixels.
+    std::vector<X11Rect> excludedWindowFrames(const SCContentFilter& filter, int rootHeight) const;
+    // What lies under excluded windows across the source: the wallpaper the desktop publishes,
+    // else the stream's background colour. One row after the other, source.width wide.
+    std::vector<uint32_t> pictureUnderWindows(const Stream& stream) const;
 
     void captureLoop(Stream stream);
     void reportStop(const StreamError& error);
