@@ -203,8 +203,9 @@ TEST(RecordCommandTest, AreaRecordingPlacesThePixels) {
     session.launch({"xmessage", "-bg", "red", "-fg", "red", "-geometry", "200x150+100+80", " "});
     std::this_thread::sleep_for(500ms);
 
-    // The area starts 40 px right of and 30 px below the window's corner.
-    Recording recording({"--area", "140,110,320,240", "--duration", "1"});
+    // The area starts 40 px right of and 30 px below the window's corner. Its odd size ends up
+    // one column and row smaller in the file, which 4:2:0 video needs.
+    Recording recording({"--area", "140,110,321,241", "--duration", "1"});
     ASSERT_EQ(recording.process.waitForExit(20s), 0) << recording.errors();
     const AVFramePtr picture = decodeFirstPicture(recording.printedPaths().first);
     ASSERT_TRUE(picture);

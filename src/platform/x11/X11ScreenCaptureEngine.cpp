@@ -117,10 +117,6 @@ std::shared_ptr<const VideoFrame> retainFrame(const VideoFrame& frame) {
 
 } // namespace
 
-SCStreamConfiguration X11ScreenCaptureEngine::evenSize(SCStreamConfiguration size) {
-    return SCStreamConfiguration{size.width & ~1, size.height & ~1};
-}
-
 std::optional<uint32_t> X11ScreenCaptureEngine::backgroundRGB(BackgroundType background) {
     // The system colours of the platform the recorder's colours were chosen on.
     switch (background) {
@@ -217,7 +213,6 @@ void X11ScreenCaptureEngine::configureStream(std::shared_ptr<SCContentFilter> fi
         if (stream.windows.empty())
             throw RecordingError::captureDeviceUnavailable();
         stream.backgroundRGB = backgroundRGB(backgroundColor);
-        stream.size = evenSize(stream.size);
         std::lock_guard lock(m_configurationMutex);
         m_stream = stream;
         m_filter = std::move(filter);
@@ -242,7 +237,6 @@ void X11ScreenCaptureEngine::configureStream(std::shared_ptr<SCContentFilter> fi
             std::max(0, std::min(stream.source.height,
                                  displayPixels.y + displayPixels.height - stream.source.y));
     }
-    stream.size = evenSize(stream.size);
     if (stream.size.width <= 0 || stream.size.height <= 0 || stream.source.width <= 0 ||
         stream.source.height <= 0)
         throw RecordingError::invalidConfiguration(QStringLiteral("The capture area is empty"));
@@ -312,8 +306,8 @@ void X11ScreenCaptureEngine::handleWindowResize(double contentScale) {
     if (!m_stream || !m_isCapturing)
         return;
     const double factor = 1.0 / contentScale;
-    const SCStreamConfiguration resized = evenSize(
-        {int(double(m_stream->size.width) * factor), int(double(m_stream->size.height) * factor)});
+    const SCStreamConfiguration resized{int(double(m_stream->size.width) * factor),
+                                        int(double(m_stream->size.height) * factor)};
     if (resized == m_stream->size)
         return;
     logLine("🔄 Window resized: contentScale={}, updating stream to {}x{}",

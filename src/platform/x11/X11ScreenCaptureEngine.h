@@ -58,9 +58,6 @@ public:
     // the product with both scales is cut again.
     static SCStreamConfiguration streamSize(Size pointSize, double pointScale,
                                             double resolutionScale);
-    // The movie's 4:2:0 chroma needs even sizes, which the encoders insist on; a window of
-    // odd size loses its last column or row of pixels.
-    static SCStreamConfiguration evenSize(SCStreamConfiguration size);
     static int clampFrameRate(int frameRate) { return std::clamp(frameRate, 15, 60); }
     // The colour under composed windows as 0xRRGGBB; absent for the wallpaper.
     static std::optional<uint32_t> backgroundRGB(BackgroundType background);
