@@ -29,6 +29,9 @@ constexpr std::string_view usage =
 volatile std::sig_atomic_t stopSignals = 0;
 volatile std::sig_atomic_t pauseToggles = 0;
 
+// Nothing was recorded, which a script must not mistake for a finished movie.
+constexpr int cancelledStatus = 1;
+
 void onStopSignal(int) {
     stopSignals = stopSignals + 1;
 }
@@ -251,15 +254,42 @@ QCoro::Task<int> recordUntilStopped(RecordingCoordinator& coordinator, Recording
                                     std::optional<double> duration, FILE* out, FILE* err) {
     // The trace ends at the first written frame and lands in the startup timing log.
     coordinator.beginStartupTrace(QStringLiteral("commandLine"));
+    // The command counts down itself, so that a stop signal during the count ends it at once
+    // instead of at the next whole second.
+    const int countdown = configuration.countdown;
+    configuration.countdown = 0;
     bool started = false;
+    bool cancelled = false;
     try {
         QCoro::Task<void> preparing = coordinator.prepareRecording(mode, configuration);
         co_await preparing;
-        QCoro::Task<void> starting = coordinator.startRecording();
-        co_await starting;
-        started = true;
+        for (int remaining = countdown; remaining > 0 && stopSignals == 0; --remaining) {
+            fmt::print(err, "⏳ Recording starts in {}\n", remaining);
+            std::fflush(err);
+            for (int slice = 0; slice < 50 && stopSignals == 0; ++slice) {
+                QCoro::Task<void> waiting = QCoro::sleepFor(std::chrono::milliseconds(20));
+                co_await waiting;
+            }
+        }
+        if (stopSignals != 0) {
+            cancelled = true;
+        } else {
+            QCoro::Task<void> starting = coordinator.startRecording();
+            co_await starting;
+            started = true;
+        }
     } catch (const std::exception& error) {
-        fmt::print(err, "❌ Could not start recording: {}\n", error.what());
+        // A signal during preparation may surface as its failure; it was still a cancel.
+        if (stopSignals == 0)
+            fmt::print(err, "❌ Could not start recording: {}\n", error.what());
+        else
+            cancelled = true;
+    }
+    if (cancelled) {
+        coordinator.cancelPreparation();
+        coordinator.cancelStartupTrace(QStringLiteral("cancelledBySignal"));
+        fmt::print(err, "⏹️ Stopped before recording started; no movie was written\n");
+        co_return cancelledStatus;
     }
     if (!started) {
         QCoro::Task<void> cleaning = coordinator.cleanupAfterError();

@@ -12,7 +12,8 @@
 
 // `record`: records the screen, an area, windows or applications through the recording
 // coordinator until --duration seconds of recording have passed or SIGINT/SIGTERM arrives;
-// SIGUSR1 toggles pause. Prints the movie's path, then its metadata's.
+// SIGUSR1 toggles pause. Prints the movie's path, then its metadata's. SIGINT/SIGTERM before
+// the recording started (while preparing or counting down) cancel it: exit status 1, no file.
 CliCommand recordCommand();
 
 // What the command line asked for, before it is matched against the desktop.

@@ -12,6 +12,7 @@
 #include <QFile>
 #include <QJsonDocument>
 #include <QJsonObject>
+#include <QSettings>
 #include <QTemporaryDir>
 
 #include <gtest/gtest.h>
@@ -65,12 +66,14 @@ XvfbSession::Options desktop() {
 // One tavelquiston-cli record run writing into its own folder.
 class Recording {
 public:
-    explicit Recording(const QStringList& extra) {
+    explicit Recording(const QStringList& extra,
+                       std::map<std::string, std::string> environment = {}) {
         std::vector<std::string> argv = {TAVELQUISTON_CLI_PATH,       "record", "--output",
                                          folder.path().toStdString(), "--fps",  "30"};
         for (const QString& argument : extra)
             argv.push_back(argument.toStdString());
         ChildProcess::Options options;
+        options.environment = std::move(environment);
         options.stdoutPath = (folder.path() + "/stdout.txt").toStdString();
         options.stderrPath = (folder.path() + "/stderr.txt").toStdString();
         process = ChildProcess(argv, options);
@@ -200,8 +203,9 @@ TEST(RecordCommandTest, AreaRecordingPlacesThePixels) {
     session.launch({"xmessage", "-bg", "red", "-fg", "red", "-geometry", "200x150+100+80", " "});
     std::this_thread::sleep_for(500ms);
 
-    // The area starts 40 px right of and 30 px below the window's corner.
-    Recording recording({"--area", "140,110,320,240", "--duration", "1"});
+    // The area starts 40 px right of and 30 px below the window's corner. Its odd size ends up
+    // one column and row smaller in the file, which 4:2:0 video needs.
+    Recording recording({"--area", "140,110,321,241", "--duration", "1"});
     ASSERT_EQ(recording.process.waitForExit(20s), 0) << recording.errors();
     const AVFramePtr picture = decodeFirstPicture(recording.printedPaths().first);
     ASSERT_TRUE(picture);
@@ -216,6 +220,54 @@ TEST(RecordCommandTest, AreaRecordingPlacesThePixels) {
     EXPECT_GT(chromaRed(40, 40), 200);
     // Area (260, 200) is root (400, 310): outside the window (x 100...300, y 80...230).
     EXPECT_LT(chromaRed(260, 200), 160);
+}
+
+// A window of an application hidden from recordings is painted out of a display recording
+// with the background under it (this server publishes no wallpaper); the screen around it
+// stays. The same recording without the hidden entry shows the window, so it was there.
+TEST(RecordCommandTest, HiddenApplicationsArePaintedOut) {
+    REQUIRE_XVFB(desktop());
+    REQUIRE_TOOL("xmessage");
+    XvfbSession session(desktop());
+    ASSERT_TRUE(session.isReady()) << session.error();
+    session.launch({"xmessage", "-bg", "red", "-fg", "red", "-geometry", "200x150+40+40", " "});
+    std::string windows;
+    ASSERT_TRUE(waitUntil(
+        [&] {
+            runInProcess(runList, {"windows"}, &windows);
+            return windows.find("xmessage") != std::string::npos;
+        },
+        5s))
+        << windows;
+    std::this_thread::sleep_for(300ms);
+
+    QTemporaryDir config;
+    auto record = [&](const char* hiddenApps) {
+        {
+            QSettings settings(config.path() + "/tavelquiston/tavelquiston.ini",
+                               QSettings::IniFormat);
+            settings.setValue("hiddenApps", hiddenApps);
+        }
+        Recording recording({"--duration", "0.5", "--background", "blue"},
+                            {{"XDG_CONFIG_HOME", config.path().toStdString()}});
+        EXPECT_EQ(recording.process.waitForExit(20s), 0) << recording.errors();
+        return decodeFirstPicture(recording.printedPaths().first);
+    };
+    // (140, 130) is inside the xmessage's client area (x 40...240, y 40...190 before the
+    // decorations push it right and down by a few pixels); (500, 400) is far outside it.
+    auto chroma = [](const AVFramePtr& picture, int plane, int x, int y) {
+        return picture->data[plane][(y / 2) * picture->linesize[plane] + x / 2];
+    };
+    const AVFramePtr shown = record("[]");
+    ASSERT_TRUE(shown);
+    EXPECT_GT(chroma(shown, 2, 140, 130), 200) << "the window is not where it was asked to be";
+
+    const AVFramePtr hidden = record(R"([{"bundleID": "xmessage", "name": "xmessage"}])");
+    ASSERT_TRUE(hidden);
+    // Blue has a high U (Cb) and a low V; red the other way round.
+    EXPECT_LT(chroma(hidden, 2, 140, 130), 160) << "the hidden window shows";
+    EXPECT_GT(chroma(hidden, 1, 140, 130), 200) << "not the background colour";
+    EXPECT_LT(chroma(hidden, 1, 500, 400), 160) << "painted beyond the window";
 }
 
 // SIGTERM during a recording finishes the file: it plays, and its metadata is beside it.
@@ -238,6 +290,33 @@ TEST(RecordCommandTest, SigtermFinishesAPlayableFile) {
     EXPECT_GT(video->endSeconds, 0.8);
     EXPECT_TRUE(decodeFirstPicture(movie));
     EXPECT_TRUE(QFile::exists(QString::fromStdString(metadata))) << metadata;
+}
+
+// SIGTERM half a second into a 3 s countdown ends the command within about a second of the
+// signal, says so, and leaves no movie or metadata behind.
+TEST(RecordCommandTest, SigtermDuringCountdownCancels) {
+    REQUIRE_XVFB(desktop());
+    XvfbSession session(desktop());
+    ASSERT_TRUE(session.isReady()) << session.error();
+
+    Recording recording({"--countdown", "3"});
+    ASSERT_TRUE(
+        waitUntil([&] { return recording.errors().find("starts in 3") != std::string::npos; }, 10s))
+        << recording.errors();
+    std::this_thread::sleep_for(500ms);
+    const auto signalled = std::chrono::steady_clock::now();
+    ::kill(recording.process.pid(), SIGTERM);
+    // Waiting for the whole count would take 2.5 s more.
+    EXPECT_EQ(recording.process.waitForExit(5s), 1) << recording.errors();
+    EXPECT_LT(std::chrono::steady_clock::now() - signalled, 1s);
+    EXPECT_NE(recording.errors().find("before recording started"), std::string::npos)
+        << recording.errors();
+    const QStringList left =
+        QDir(recording.folder.path()).entryList(QDir::Files | QDir::Hidden | QDir::NoDotAndDotDot);
+    for (const QString& name : left)
+        EXPECT_FALSE(name.contains(QStringLiteral("Recording at"))) << name.toStdString();
+    EXPECT_EQ(recording.output().find(recording.folder.path().toStdString() + "/Recording at"),
+              std::string::npos);
 }
 
 // A pause of a second leaves no frozen second: the file lasts the recorded time, and no two

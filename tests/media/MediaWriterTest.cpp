@@ -653,3 +653,26 @@ TEST(MediaWriterFailure, AKilledRecordingPlaysToWithinTwoSecondsOfTheKill) {
     recordAndKill(OutputFormat::mp4);
     recordAndKill(OutputFormat::mov);
 }
+
+// H.264 takes no odd sizes in 4:2:0; a 161x121 picture is written without its last column and
+// row rather than refused.
+TEST(MediaWriterFile, AnOddSizeLosesItsLastColumnAndRow) {
+    ScratchFolder folder;
+    std::filesystem::path path = folder.file("odd.mov");
+    WriterConfiguration configuration = smallMovie(path);
+    configuration.videoSettings->width = 161;
+    configuration.videoSettings->height = 121;
+    MediaWriter writer;
+    startAt(writer, configuration, MediaTime::zero());
+    for (int i = 0; i < 5; ++i)
+        ASSERT_TRUE(appendWaiting(writer, movingPicture(161, 121, i, frameTime(i), frameDuration)));
+    writer.finishWriting();
+    EXPECT_FALSE(writer.hasFailed()) << writer.lastError().value_or("");
+    auto file = probeMovie(path);
+    ASSERT_TRUE(file);
+    const ProbedStream* video = file->first(AVMEDIA_TYPE_VIDEO);
+    ASSERT_NE(video, nullptr);
+    EXPECT_EQ(video->width, 160);
+    EXPECT_EQ(video->height, 120);
+    EXPECT_EQ(video->packetTimes.size(), 5u);
+}

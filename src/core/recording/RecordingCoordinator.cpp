@@ -254,7 +254,11 @@ void RecordingCoordinator::cancelPreparation() {
     if (!m_recordingState.is<RecordingState::Ready>() &&
         !m_recordingState.is<RecordingState::Preparing>())
         return;
-    releaseLayerRecording();
+    // A prepared writer has its file open already; nothing recorded, so nothing may stay.
+    if (m_layerRecordingManager)
+        releaseLayerRecording();
+    else if (MediaWriterEngine* writer = m_mediaWriter.load())
+        writer->cancel();
     m_metadataRecorder.reset();
     resetSmartClickZoomState();
     m_configuration.reset();

@@ -195,8 +195,8 @@ std::optional<OpenedEncoder> openEncoder(const Candidate& candidate,
         auto* framesContext = reinterpret_cast<AVHWFramesContext*>(frames->data);
         framesContext->format = AV_PIX_FMT_VAAPI;
         framesContext->sw_format = AV_PIX_FMT_NV12;
-        framesContext->width = settings.width;
-        framesContext->height = settings.height;
+        framesContext->width = settings.width & ~1; // NV12 is 4:2:0, see below
+        framesContext->height = settings.height & ~1;
         framesContext->initial_pool_size = 16;
         if (int result = av_hwframe_ctx_init(frames.get()); result < 0) {
             error = ffmpegErrorText(result);
@@ -222,6 +222,14 @@ std::optional<OpenedEncoder> openEncoder(const Candidate& candidate,
     }
     if (context->pix_fmt == AV_PIX_FMT_NONE)
         context->pix_fmt = opened.softwareFormat;
+    // A 4:2:0 picture shares each chroma sample among 2x2 pixels and the encoders refuse odd
+    // sizes, so a window of odd size loses its last column or row in the file.
+    if (const AVPixFmtDescriptor* layout = av_pix_fmt_desc_get(opened.softwareFormat)) {
+        if (layout->log2_chroma_w == 1)
+            context->width &= ~1;
+        if (layout->log2_chroma_h == 1)
+            context->height &= ~1;
+    }
     int result = avcodec_open2(context, codec, &options);
     av_dict_free(&options);
     if (result < 0) {
@@ -310,9 +318,10 @@ VideoTrackEncoder::createWith(const Candidate& candidate, const VideoCodecSettin
     else
         encoder->m_conversion = Conversion::swscale;
     if (encoder->m_conversion == Conversion::swscale) {
-        encoder->m_scaler.reset(sws_getContext(
-            settings.width, settings.height, AV_PIX_FMT_BGRA, settings.width, settings.height,
-            opened->softwareFormat, SWS_BILINEAR, nullptr, nullptr, nullptr));
+        const int width = encoder->m_context->width, height = encoder->m_context->height;
+        encoder->m_scaler.reset(sws_getContext(width, height, AV_PIX_FMT_BGRA, width, height,
+                                               opened->softwareFormat, SWS_BILINEAR, nullptr,
+                                               nullptr, nullptr));
         if (!encoder->m_scaler) {
             error = "no colour conversion to " +
                     std::string(av_get_pix_fmt_name(opened->softwareFormat));
@@ -325,8 +334,9 @@ VideoTrackEncoder::createWith(const Candidate& candidate, const VideoCodecSettin
                                  sws_getCoefficients(bt709 ? SWS_CS_ITU709 : SWS_CS_ITU601), 0, 0,
                                  1 << 16, 1 << 16);
     }
-    encoder->m_pictureSize = av_image_get_buffer_size(opened->softwareFormat, settings.width,
-                                                      settings.height, pictureAlignment);
+    encoder->m_pictureSize =
+        av_image_get_buffer_size(opened->softwareFormat, encoder->m_context->width,
+                                 encoder->m_context->height, pictureAlignment);
     encoder->m_picturePool.reset(av_buffer_pool_init(size_t(encoder->m_pictureSize), nullptr));
     return encoder;
 }

@@ -1,5 +1,7 @@
 #include "platform/x11/X11FramePixels.h"
 
+#include <algorithm>
+
 #include <cstring>
 #if defined(__SSE2__)
 #include <emmintrin.h>
@@ -70,6 +72,33 @@ void blendCursor(const uint32_t* cursor, int cursorWidth, int cursorHeight, int 
             }
             out[dx] = result;
         }
+    }
+}
+
+void paintOver(const uint32_t* under, int sourceWidth, int sourceHeight, int rectX, int rectY,
+               int rectWidth, int rectHeight, uint8_t* destination, int destinationStride,
+               int destinationWidth, int destinationHeight) {
+    const int left = std::max(rectX, 0);
+    const int top = std::max(rectY, 0);
+    const int right = std::min(rectX + rectWidth, sourceWidth);
+    const int bottom = std::min(rectY + rectHeight, sourceHeight);
+    if (left >= right || top >= bottom || sourceWidth <= 0 || sourceHeight <= 0)
+        return;
+    // Destination pixel d shows source pixel d * source / destination (as copyOpaque does), so
+    // the destination span of [left, right) starts at the first d whose source is >= left.
+    auto firstShowing = [](int source, int sourceSize, int destinationSize) {
+        return int((int64_t(source) * destinationSize + sourceSize - 1) / sourceSize);
+    };
+    const int x0 = firstShowing(left, sourceWidth, destinationWidth);
+    const int x1 = firstShowing(right, sourceWidth, destinationWidth);
+    const int y0 = firstShowing(top, sourceHeight, destinationHeight);
+    const int y1 = firstShowing(bottom, sourceHeight, destinationHeight);
+    for (int y = y0; y < y1; ++y) {
+        const int sy = int(int64_t(y) * sourceHeight / destinationHeight);
+        const uint32_t* row = under + size_t(sy) * sourceWidth;
+        auto* out = reinterpret_cast<uint32_t*>(destination + size_t(y) * destinationStride);
+        for (int x = x0; x < x1; ++x)
+            out[x] = row[int64_t(x) * sourceWidth / destinationWidth] | 0xff000000u;
     }
 }
 

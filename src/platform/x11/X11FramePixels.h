@@ -17,6 +17,13 @@ void blendCursor(const uint32_t* cursor, int cursorWidth, int cursorHeight, int 
                  uint8_t* destination, int destinationStride, int destinationWidth,
                  int destinationHeight);
 
+// Paints the part of a destination that shows `rect` of the source (source pixels, clipped to
+// it) with the same part of `under`, a picture of the source's size: the destination may be
+// scaled, so each destination pixel takes the nearest source pixel.
+void paintOver(const uint32_t* under, int sourceWidth, int sourceHeight, int rectX, int rectY,
+               int rectWidth, int rectHeight, uint8_t* destination, int destinationStride,
+               int destinationWidth, int destinationHeight);
+
 // Fills a picture with one opaque colour given as 0xRRGGBB.
 void fill(uint8_t* destination, int stride, int width, int height, uint32_t rgb);
 

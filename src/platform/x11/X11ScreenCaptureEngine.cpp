@@ -13,8 +13,10 @@
 #include <xcb/damage.h>
 #include <xcb/xfixes.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cstdlib>
+#include <cstring>
 
 namespace {
 
@@ -115,10 +117,6 @@ std::shared_ptr<const VideoFrame> retainFrame(const VideoFrame& frame) {
 
 } // namespace
 
-SCStreamConfiguration X11ScreenCaptureEngine::evenSize(SCStreamConfiguration size) {
-    return SCStreamConfiguration{size.width & ~1, size.height & ~1};
-}
-
 std::optional<uint32_t> X11ScreenCaptureEngine::backgroundRGB(BackgroundType background) {
     // The system colours of the platform the recorder's colours were chosen on.
     switch (background) {
@@ -215,7 +213,6 @@ void X11ScreenCaptureEngine::configureStream(std::shared_ptr<SCContentFilter> fi
         if (stream.windows.empty())
             throw RecordingError::captureDeviceUnavailable();
         stream.backgroundRGB = backgroundRGB(backgroundColor);
-        stream.size = evenSize(stream.size);
         std::lock_guard lock(m_configurationMutex);
         m_stream = stream;
         m_filter = std::move(filter);
@@ -240,13 +237,61 @@ void X11ScreenCaptureEngine::configureStream(std::shared_ptr<SCContentFilter> fi
             std::max(0, std::min(stream.source.height,
                                  displayPixels.y + displayPixels.height - stream.source.y));
     }
-    stream.size = evenSize(stream.size);
     if (stream.size.width <= 0 || stream.size.height <= 0 || stream.source.width <= 0 ||
         stream.source.height <= 0)
         throw RecordingError::invalidConfiguration(QStringLiteral("The capture area is empty"));
+    for (const X11Rect& frame : excludedWindowFrames(*filter, rootHeight)) {
+        const X11Rect inSource{frame.x - stream.source.x, frame.y - stream.source.y, frame.width,
+                               frame.height};
+        if (inSource.x < stream.source.width && inSource.y < stream.source.height &&
+            inSource.x + inSource.width > 0 && inSource.y + inSource.height > 0)
+            stream.excluded.push_back(inSource);
+    }
     std::lock_guard lock(m_configurationMutex);
     m_stream = stream;
     m_filter = std::move(filter);
+}
+
+std::vector<X11Rect> X11ScreenCaptureEngine::excludedWindowFrames(const SCContentFilter& filter,
+                                                                  int rootHeight) const {
+    std::vector<X11Rect> frames;
+    for (const SCWindow& window : filter.exceptingWindows)
+        frames.push_back(X11Coordinates::fromGlobal(window.frame, rootHeight));
+    if (m_availableContent && !filter.excludedApplications.empty()) {
+        for (const SCWindow& window : m_availableContent->windows) {
+            if (!window.owningApplication)
+                continue;
+            const QString& owner = window.owningApplication->bundleIdentifier;
+            if (std::any_of(
+                    filter.excludedApplications.begin(), filter.excludedApplications.end(),
+                    [&](const SCRunningApplication& app) { return app.bundleIdentifier == owner; }))
+                frames.push_back(X11Coordinates::fromGlobal(window.frame, rootHeight));
+        }
+    }
+    return frames;
+}
+
+std::vector<uint32_t> X11ScreenCaptureEngine::pictureUnderWindows(const Stream& stream) const {
+    const X11Rect& source = stream.source;
+    std::vector<uint32_t> picture(size_t(source.width) * size_t(source.height),
+                                  0xff000000u | backgroundRGB(stream.background).value_or(0));
+    xcb_connection_t* c = m_connection->get();
+    // Desktop setters publish the wallpaper's pixmap on the root; without one the colour stays.
+    const std::string id = m_connection->property(
+        m_connection->root(), m_connection->atom("_XROOTPMAP_ID"), XCB_ATOM_PIXMAP);
+    if (id.size() < sizeof(xcb_pixmap_t))
+        return picture;
+    xcb_pixmap_t pixmap = 0;
+    std::memcpy(&pixmap, id.data(), sizeof pixmap);
+    xcb_get_image_reply_t* image = xcb_get_image_reply(
+        c,
+        xcb_get_image(c, XCB_IMAGE_FORMAT_Z_PIXMAP, pixmap, int16_t(source.x), int16_t(source.y),
+                      uint16_t(source.width), uint16_t(source.height), ~0u),
+        nullptr);
+    if (image && xcb_get_image_data_length(image) >= source.width * source.height * 4)
+        std::memcpy(picture.data(), xcb_get_image_data(image), picture.size() * 4);
+    std::free(image);
+    return picture;
 }
 
 std::optional<SCStreamConfiguration> X11ScreenCaptureEngine::configuration() const {
@@ -261,8 +306,8 @@ void X11ScreenCaptureEngine::handleWindowResize(double contentScale) {
     if (!m_stream || !m_isCapturing)
         return;
     const double factor = 1.0 / contentScale;
-    const SCStreamConfiguration resized = evenSize(
-        {int(double(m_stream->size.width) * factor), int(double(m_stream->size.height) * factor)});
+    const SCStreamConfiguration resized{int(double(m_stream->size.width) * factor),
+                                        int(double(m_stream->size.height) * factor)};
     if (resized == m_stream->size)
         return;
     logLine("🔄 Window resized: contentScale={}, updating stream to {}x{}",
@@ -348,6 +393,9 @@ void X11ScreenCaptureEngine::captureLoop(Stream stream) {
         m_usesSharedMemory = grabber->usesSharedMemory();
         damage.emplace(c, m_connection->root());
     }
+    // Read once: a wallpaper changes rarely, and the grab must stay cheap at every tick.
+    const std::vector<uint32_t> under =
+        stream.excluded.empty() ? std::vector<uint32_t>{} : pictureUnderWindows(stream);
     const bool cursorAvailable = stream.showsCursor && initXFixes(c);
     auto pool = std::make_unique<VideoFramePool>(stream.size.width, stream.size.height);
     const double scaleX = double(stream.size.width) / stream.source.width;
@@ -392,6 +440,11 @@ void X11ScreenCaptureEngine::captureLoop(Stream stream) {
                                        stream.source.width, stream.source.height,
                                        frame.mutableBytes(), frame.bytesPerRow(), frame.width(),
                                        frame.height());
+            for (const X11Rect& window : stream.excluded)
+                X11FramePixels::paintOver(under.data(), stream.source.width, stream.source.height,
+                                          window.x, window.y, window.width, window.height,
+                                          frame.mutableBytes(), frame.bytesPerRow(), frame.width(),
+                                          frame.height());
         }
         if (cursor.reply) {
             const auto* pixels = xcb_xfixes_get_cursor_image_cursor_image(cursor.reply.get());

@@ -58,9 +58,6 @@ public:
     // the product with both scales is cut again.
     static SCStreamConfiguration streamSize(Size pointSize, double pointScale,
                                             double resolutionScale);
-    // The movie's 4:2:0 chroma needs even sizes, which the encoders insist on; a window of
-    // odd size loses its last column or row of pixels.
-    static SCStreamConfiguration evenSize(SCStreamConfiguration size);
     static int clampFrameRate(int frameRate) { return std::clamp(frameRate, 15, 60); }
     // The colour under composed windows as 0xRRGGBB; absent for the wallpaper.
     static std::optional<uint32_t> backgroundRGB(BackgroundType background);
@@ -78,7 +75,16 @@ private:
         // Window modes: the windows to compose, and the colour under them (absent: wallpaper).
         std::vector<uint32_t> windows;
         std::optional<uint32_t> backgroundRGB;
+        // Display modes: windows kept out of the picture, in pixels of `source` (their frames
+        // when the stream was configured), painted over with what lies below them.
+        std::vector<X11Rect> excluded;
     };
+
+    // Display modes: the windows the filter keeps out, as their frames in root pixels.
+    std::vector<X11Rect> excludedWindowFrames(const SCContentFilter& filter, int rootHeight) const;
+    // What lies under excluded windows across the source: the wallpaper the desktop publishes,
+    // else the stream's background colour. One row after the other, source.width wide.
+    std::vector<uint32_t> pictureUnderWindows(const Stream& stream) const;
 
     void captureLoop(Stream stream);
     void reportStop(const StreamError& error);

@@ -619,6 +619,12 @@ TEST_F(RecordingCoordinatorCleanup, CancelPreparationOnlyBeforeTheStart) {
     EXPECT_EQ(coordinator->mediaWriter(), nullptr); // the package's writer went with it
     EXPECT_TRUE(coordinator->recordingState().is<RecordingState::Idle>());
 
+    // The single writer has its file open once prepared; a cancel must take it away.
+    prepare(screenConfiguration());
+    EXPECT_FALSE(log.contains("writer.cancel"));
+    coordinator->cancelPreparation();
+    EXPECT_TRUE(log.contains("writer.cancel"));
+
     prepareAndStart(screenConfiguration());
     coordinator->cancelPreparation();
     EXPECT_TRUE(coordinator->recordingState().is<RecordingState::Recording>());

@@ -53,3 +53,33 @@ TEST(X11FramePixelsTest, CursorBlendsAndClips) {
     EXPECT_EQ(picture[1], 0xffffffffu);
     EXPECT_EQ(picture[4], 0xff0000ffu);
 }
+
+// A window's rectangle takes the picture under it, clipped to the source; at half size each
+// destination pixel shows the same source pixel copyOpaque gave it.
+TEST(X11FramePixelsTest, PaintOverReplacesOnlyTheWindow) {
+    // 4 x 2 "under" picture: pixel (x, y) holds 10 * y + x, alpha left 0.
+    std::vector<uint32_t> under = {0, 1, 2, 3, 10, 11, 12, 13};
+    const uint32_t grabbed = 0xff777777u;
+    std::vector<uint32_t> frame(8, grabbed);
+    // A window at (1, -5) of size 2 x 6 covers columns 1 and 2 of row 0 only.
+    X11FramePixels::paintOver(under.data(), 4, 2, 1, -5, 2, 6,
+                              reinterpret_cast<uint8_t*>(frame.data()), 16, 4, 2);
+    EXPECT_EQ(frame, (std::vector<uint32_t>{grabbed, 0xff000001u, 0xff000002u, grabbed, grabbed,
+                                            grabbed, grabbed, grabbed}));
+
+    // Half size, 2 x 1: destination x 0, 1 show source x 0, 2 of row 0. A window over source
+    // columns 2...3 covers destination x 1 alone; one over column 1 covers no shown pixel.
+    std::vector<uint32_t> half(2, grabbed);
+    X11FramePixels::paintOver(under.data(), 4, 2, 2, 0, 2, 2,
+                              reinterpret_cast<uint8_t*>(half.data()), 8, 2, 1);
+    EXPECT_EQ(half, (std::vector<uint32_t>{grabbed, 0xff000002u}));
+    std::vector<uint32_t> untouched(2, grabbed);
+    X11FramePixels::paintOver(under.data(), 4, 2, 1, 0, 1, 2,
+                              reinterpret_cast<uint8_t*>(untouched.data()), 8, 2, 1);
+    EXPECT_EQ(untouched, std::vector<uint32_t>(2, grabbed));
+
+    // Wholly outside: nothing changes.
+    X11FramePixels::paintOver(under.data(), 4, 2, 4, 0, 3, 3,
+                              reinterpret_cast<uint8_t*>(frame.data()), 16, 4, 2);
+    EXPECT_EQ(frame[3], grabbed);
+}
