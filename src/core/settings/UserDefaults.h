@@ -17,7 +17,7 @@
 // Thread: any, but one object is not shared between threads without a lock of the caller.
 class UserDefaults {
 public:
-    // The application's settings ("tavelquiston/tavelquiston.conf" in the XDG config folder).
+    // The application's settings ("tavelquiston/tavelquiston.ini" in the XDG config folder).
     UserDefaults();
     // Settings in a file of one's own, for tests and tools.
     explicit UserDefaults(const QString& iniFilePath);
