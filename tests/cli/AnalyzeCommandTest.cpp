@@ -6,33 +6,16 @@
 #include <QFile>
 #include <QTemporaryDir>
 
+#include "CommandOutcome.h"
+
 #include <gtest/gtest.h>
 
 #include <cstdio>
 
 namespace {
 
-struct Outcome {
-    int status;
-    std::string out;
-    std::string err;
-};
-
-std::string drain(FILE* file) {
-    std::string text;
-    std::rewind(file);
-    char buffer[4096];
-    while (std::size_t n = std::fread(buffer, 1, sizeof buffer, file))
-        text.append(buffer, n);
-    std::fclose(file);
-    return text;
-}
-
-Outcome run(const QStringList& arguments) {
-    FILE* out = std::tmpfile();
-    FILE* err = std::tmpfile();
-    const int status = runAnalyze(arguments, out, err);
-    return {status, drain(out), drain(err)};
+CommandOutcome run(const QStringList& arguments) {
+    return runCommandEntry(runAnalyze, arguments);
 }
 
 void write(const QString& path, const std::string& text) {
@@ -64,7 +47,7 @@ TEST_F(AnalyzeCommandTest, PrintsTheMigratedDocumentAndExplainsItsClusters) {
     write(file("clip.mov"), "not a movie");
     const RecordingMetadata original = recording();
     write(file("clip.metadata.json"), encodeMetadata(original));
-    const Outcome outcome = run({file("clip.mov"), QStringLiteral("--explain")});
+    const CommandOutcome outcome = run({file("clip.mov"), QStringLiteral("--explain")});
     ASSERT_EQ(outcome.status, 0) << outcome.err;
     const RecordingMetadata printed = decodeMetadata(outcome.out);
     ASSERT_EQ(printed.zoomSegments.size(), 3u);
@@ -83,34 +66,34 @@ TEST_F(AnalyzeCommandTest, PrintsTheMigratedDocumentAndExplainsItsClusters) {
 
 TEST_F(AnalyzeCommandTest, ReadsAMetadataFileOrAPackageFolderDirectly) {
     write(file(".metadata.json"), encodeMetadata(recording()));
-    const Outcome direct = run({file(".metadata.json")});
+    const CommandOutcome direct = run({file(".metadata.json")});
     EXPECT_EQ(direct.status, 0) << direct.err;
     EXPECT_TRUE(direct.err.empty());
-    const Outcome package = run({folder.path()});
+    const CommandOutcome package = run({folder.path()});
     EXPECT_EQ(package.status, 0) << package.err;
     EXPECT_EQ(decodeMetadata(package.out).zoomSegments.size(), 3u);
 }
 
 // Every bad input is one line naming the file and the problem, and status 2.
 TEST_F(AnalyzeCommandTest, BadInputIsNamedAndRefused) {
-    const Outcome missing = run({file("gone.json")});
+    const CommandOutcome missing = run({file("gone.json")});
     EXPECT_EQ(missing.status, 2);
     EXPECT_EQ(missing.err, "❌ " + file("gone.json").toStdString() + ": no such file\n");
 
     write(file("lonely.mov"), "x");
-    const Outcome noMetadata = run({file("lonely.mov")});
+    const CommandOutcome noMetadata = run({file("lonely.mov")});
     EXPECT_EQ(noMetadata.status, 2);
     EXPECT_NE(noMetadata.err.find("lonely.mov: no metadata beside it"), std::string::npos);
 
     write(file("broken.json"), "{\"duration\": 1,");
-    const Outcome broken = run({file("broken.json")});
+    const CommandOutcome broken = run({file("broken.json")});
     EXPECT_EQ(broken.status, 2);
     EXPECT_NE(broken.err.find("broken.json: not valid JSON"), std::string::npos) << broken.err;
 
     std::string text = encodeMetadata(recording());
     text.replace(text.find("\"rightClick\""), 12, "\"middleClick\"");
     write(file("wrong.json"), text);
-    const Outcome wrong = run({file("wrong.json")});
+    const CommandOutcome wrong = run({file("wrong.json")});
     EXPECT_EQ(wrong.status, 2);
     EXPECT_NE(
         wrong.err.find("wrong.json: cursorClicks[0].clickType: \"middleClick\" is not a ClickType"),

@@ -9,33 +9,16 @@
 #include <QStandardPaths>
 #include <QTemporaryDir>
 
+#include "CommandOutcome.h"
+
 #include <gtest/gtest.h>
 
 #include <cstdio>
 
 namespace {
 
-struct Outcome {
-    int status;
-    std::string out;
-    std::string err;
-};
-
-std::string drain(FILE* file) {
-    std::string text;
-    std::rewind(file);
-    char buffer[4096];
-    while (std::size_t n = std::fread(buffer, 1, sizeof buffer, file))
-        text.append(buffer, n);
-    std::fclose(file);
-    return text;
-}
-
-Outcome run(const QStringList& arguments) {
-    FILE* out = std::tmpfile();
-    FILE* err = std::tmpfile();
-    const int status = runCompose(arguments, out, err);
-    return {status, drain(out), drain(err)};
+CommandOutcome run(const QStringList& arguments) {
+    return runCommandEntry(runCompose, arguments);
 }
 
 bool isColor(const QImage& image, int x, int y, QColor expected, int tolerance = 3) {
@@ -61,8 +44,9 @@ protected:
 };
 
 TEST_F(ComposeCommandTest, PictureWithBackgroundAndPadding) {
-    const Outcome outcome = run({file("screen.png"), "--time", "0", "--output", file("out.png"),
-                                 "--background", "color:#00FF00", "--no-cursor"});
+    const CommandOutcome outcome =
+        run({file("screen.png"), "--time", "0", "--output", file("out.png"), "--background",
+             "color:#00FF00", "--no-cursor"});
     ASSERT_EQ(outcome.status, 0) << outcome.err;
     const QImage out(file("out.png"));
     ASSERT_EQ(out.size(), QSize(320, 180));
@@ -79,7 +63,7 @@ TEST_F(ComposeCommandTest, PictureWithBackgroundAndPadding) {
 TEST_F(ComposeCommandTest, AspectWidensTheCanvasAndCameraShows) {
     // 1:1 from 320x180 is 320x320. No background: black, the screen unpadded at the lower left.
     // The circle camera, a quarter of the width (80 px), centred at (160, 160).
-    const Outcome outcome =
+    const CommandOutcome outcome =
         run({file("screen.png"), "--output", file("square.png"), "--aspect", "1:1", "--camera",
              file("camera.png"), "--camera-shape", "circle", "--camera-center", "0.5,0.5",
              "--camera-width", "0.25", "--camera-shadow", "0,12"});
@@ -94,21 +78,22 @@ TEST_F(ComposeCommandTest, AspectWidensTheCanvasAndCameraShows) {
 }
 
 TEST_F(ComposeCommandTest, BadInputNamesTheValue) {
-    const Outcome ratio = run({file("screen.png"), "--output", file("x.png"), "--aspect", "2:1"});
+    const CommandOutcome ratio =
+        run({file("screen.png"), "--output", file("x.png"), "--aspect", "2:1"});
     EXPECT_EQ(ratio.status, 2);
     EXPECT_NE(ratio.err.find("\"2:1\""), std::string::npos) << ratio.err;
-    const Outcome shape =
+    const CommandOutcome shape =
         run({file("screen.png"), "--output", file("x.png"), "--camera-shape", "hexagon"});
     EXPECT_EQ(shape.status, 2);
     EXPECT_NE(shape.err.find("\"hexagon\""), std::string::npos) << shape.err;
-    const Outcome shadow =
+    const CommandOutcome shadow =
         run({file("screen.png"), "--output", file("x.png"), "--screen-shadow", "0.4"});
     EXPECT_EQ(shadow.status, 2);
     EXPECT_NE(shadow.err.find("--screen-shadow"), std::string::npos) << shadow.err;
-    const Outcome missing = run({file("nothing.mov"), "--output", file("x.png")});
+    const CommandOutcome missing = run({file("nothing.mov"), "--output", file("x.png")});
     EXPECT_EQ(missing.status, 2);
     EXPECT_NE(missing.err.find("nothing.mov"), std::string::npos) << missing.err;
-    const Outcome noOutput = run({file("screen.png")});
+    const CommandOutcome noOutput = run({file("screen.png")});
     EXPECT_EQ(noOutput.status, 2);
     EXPECT_FALSE(QFileInfo::exists(file("x.png")));
 }

@@ -6,29 +6,14 @@
 #include <QFile>
 #include <QTemporaryDir>
 
+#include "CommandOutcome.h"
+
 #include <gtest/gtest.h>
 
 #include <cstdio>
 #include <sstream>
 
 namespace {
-
-struct Outcome {
-    int status;
-    std::string out;
-    std::string err;
-};
-
-std::string drain(FILE* file) {
-    std::string text;
-    std::rewind(file);
-    char buffer[4096];
-    while (std::size_t n = std::fread(buffer, 1, sizeof buffer, file)) {
-        text.append(buffer, n);
-    }
-    std::fclose(file);
-    return text;
-}
 
 std::vector<std::string> lines(const std::string& text) {
     std::vector<std::string> result;
@@ -67,19 +52,16 @@ protected:
         file.write(text.data(), qint64(text.size()));
     }
     QString path() const { return folder.filePath(QStringLiteral("clip.metadata.json")); }
-    Outcome run(QStringList arguments) const {
+    CommandOutcome run(QStringList arguments) const {
         arguments.prepend(path());
-        FILE* out = std::tmpfile();
-        FILE* err = std::tmpfile();
-        const int status = runAnalyze(arguments, out, err);
-        return {status, drain(out), drain(err)};
+        return runCommandEntry(runAnalyze, arguments);
     }
     QTemporaryDir folder;
     RecordingMetadata metadata = recording();
 };
 
 TEST_F(PathExportTest, CameraPathHasOneLinePerFrame) {
-    const Outcome outcome = run({QStringLiteral("--camera-path"), QStringLiteral("10")});
+    const CommandOutcome outcome = run({QStringLiteral("--camera-path"), QStringLiteral("10")});
     ASSERT_EQ(outcome.status, 0) << outcome.err;
     const auto rows = lines(outcome.out);
     ASSERT_EQ(rows.size(), 1u + 100u); // header, then 10 s at 10 frames a second
@@ -98,7 +80,7 @@ TEST_F(PathExportTest, CameraPathHasOneLinePerFrame) {
 }
 
 TEST_F(PathExportTest, CursorPathPassesThroughTheClick) {
-    const Outcome outcome = run({QStringLiteral("--cursor-path"), QStringLiteral("4")});
+    const CommandOutcome outcome = run({QStringLiteral("--cursor-path"), QStringLiteral("4")});
     ASSERT_EQ(outcome.status, 0) << outcome.err;
     const auto rows = lines(outcome.out);
     ASSERT_EQ(rows.size(), 1u + 40u);
@@ -110,11 +92,11 @@ TEST_F(PathExportTest, CursorPathPassesThroughTheClick) {
 
 // A frame rate that is missing or not a positive number is refused, naming the value.
 TEST_F(PathExportTest, BadFrameRateIsNamed) {
-    const Outcome missing = run({QStringLiteral("--camera-path")});
+    const CommandOutcome missing = run({QStringLiteral("--camera-path")});
     EXPECT_EQ(missing.status, 2);
     EXPECT_EQ(missing.err, "❌ --camera-path needs a frame rate, e.g. --camera-path 60\n");
     for (const char* value : {"abc", "0", "nan", "5000"}) {
-        const Outcome bad = run({QStringLiteral("--cursor-path"), QString::fromUtf8(value)});
+        const CommandOutcome bad = run({QStringLiteral("--cursor-path"), QString::fromUtf8(value)});
         EXPECT_EQ(bad.status, 2) << value;
         EXPECT_NE(bad.err.find(std::string("--cursor-path: \"") + value + "\" is not a frame rate"),
                   std::string::npos)
