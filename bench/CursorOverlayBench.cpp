@@ -4,6 +4,7 @@
 // search over them; and how both grow from 15 minutes to 4 hours.
 
 #include "BaselineRatioReporter.h"
+#include "SyntheticCursorPath.h"
 
 #include "core/cursor/CursorOverlayRenderer.h"
 
@@ -32,13 +33,7 @@ const Recording& recording(std::int64_t samples) {
     std::mt19937 random(1);
     std::uniform_real_distribution<double> unit(0.0, 1.0);
     r.duration = static_cast<double>(samples) / sampleRate;
-    Point p{0.5, 0.5};
-    r.positions.reserve(static_cast<std::size_t>(samples));
-    for (std::int64_t i = 0; i < samples; ++i) {
-        p.x = std::clamp(p.x + (unit(random) - 0.5) * 0.02, 0.0, 1.0);
-        p.y = std::clamp(p.y + (unit(random) - 0.5) * 0.02, 0.0, 1.0);
-        r.positions.push_back({QUuid(), static_cast<double>(i) / sampleRate, p});
-    }
+    r.positions = randomWalkCursor(samples, sampleRate, random);
     // Half the clicks on samples, as the recorder makes them; half in between.
     for (std::int64_t c = 0; c < samples / samplesPerClick; ++c) {
         const auto& on =

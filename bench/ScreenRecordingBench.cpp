@@ -241,14 +241,21 @@ void report(benchmark::State& state, const std::string& key, const Outcome& outc
     state.counters["peak_MB"] = outcome.peakMegabytes;
 }
 
-void Tavelquiston(benchmark::State& state) {
-    const int fps = int(state.range(0));
+// Both recorders see the same scene: ready, in the asked mode, and settled for a moment.
+bool prepareScene(benchmark::State& state) {
     if (!scene().ready) {
         state.SkipWithError("needs Xvfb and ffmpeg");
-        return;
+        return false;
     }
     scene().video = state.range(1) != 0;
     std::this_thread::sleep_for(std::chrono::milliseconds(200));
+    return true;
+}
+
+void Tavelquiston(benchmark::State& state) {
+    const int fps = int(state.range(0));
+    if (!prepareScene(state))
+        return;
     const std::string folder = std::filesystem::temp_directory_path() / "tq-bench-record";
     for (auto _ : state) {
         std::filesystem::remove_all(folder);
@@ -278,12 +285,8 @@ void Tavelquiston(benchmark::State& state) {
 
 void FfmpegX11grab(benchmark::State& state) {
     const int fps = int(state.range(0));
-    if (!scene().ready) {
-        state.SkipWithError("needs Xvfb and ffmpeg");
+    if (!prepareScene(state))
         return;
-    }
-    scene().video = state.range(1) != 0;
-    std::this_thread::sleep_for(std::chrono::milliseconds(200));
     const std::string movie = std::filesystem::temp_directory_path() / "tq-bench-x11grab.mp4";
     for (auto _ : state) {
         const Outcome outcome = runToEnd({"ffmpeg",      "-loglevel",

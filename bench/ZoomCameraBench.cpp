@@ -4,6 +4,7 @@
 // binary search over the same samples), the least work any evaluation needs.
 
 #include "BaselineRatioReporter.h"
+#include "SyntheticCursorPath.h"
 
 #include "core/zoom/ZoomCameraEngine.h"
 
@@ -34,13 +35,7 @@ const Scene& scene(std::int64_t samples) {
     std::mt19937 random(1);
     std::uniform_real_distribution<double> unit(0.0, 1.0);
     s.duration = static_cast<double>(samples) / sampleRate;
-    Point p{0.5, 0.5};
-    s.cursor.reserve(static_cast<std::size_t>(samples));
-    for (std::int64_t i = 0; i < samples; ++i) {
-        p.x = std::clamp(p.x + (unit(random) - 0.5) * 0.02, 0.0, 1.0);
-        p.y = std::clamp(p.y + (unit(random) - 0.5) * 0.02, 0.0, 1.0);
-        s.cursor.push_back({QUuid(), static_cast<double>(i) / sampleRate, p});
-    }
+    s.cursor = randomWalkCursor(samples, sampleRate, random);
     const double slot = s.duration / segmentCount;
     for (int i = 0; i < segmentCount; ++i) {
         ZoomSegment z;

@@ -306,7 +306,6 @@ QCoro::Task<void> RecordingCoordinator::startRecording() {
     m_isStreamRecoveryInProgress = false;
     m_awaitingStreamRestartFirstFrame = false;
     m_streamRecoveryAttempts = 0;
-    m_lastVideoDuration = MediaTime::zero();
 
     hideCursorIfEnabled();
     setRecordingState(RecordingState::recording(now));
@@ -461,9 +460,6 @@ void RecordingCoordinator::invalidateRecordingTimers() {
 void RecordingCoordinator::resetFramePathState() {
     if (m_framePath)
         m_framePath->stopPump();
-    m_lastFrameChecksum = 0;
-    m_skippedFrameCount = 0;
-    m_pumpFramesEmitted = 0;
 }
 
 QCoro::Task<void> RecordingCoordinator::stopMonitoringAndCapture() {
@@ -582,7 +578,6 @@ QCoro::Task<void> RecordingCoordinator::cleanupAfterError() {
     m_awaitingStreamRestartFirstFrame = false;
     m_timekeeper.setStreamInterruptStartTime(std::nullopt);
     m_streamRecoveryAttempts = 0;
-    m_lastFrameChecksum = 0;
     if (m_framePath)
         m_framePath->stopPump();
     m_services.statusBar->hideRecordingControls();

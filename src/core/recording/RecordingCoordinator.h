@@ -177,20 +177,16 @@ private:
     RecordingTimekeeper m_timekeeper;
     bool m_isStoppingRecording = false;
 
-    // Stream recovery and the frame path keep their state here; both read it from engine
-    // threads, hence the atomics.
+    // Stream recovery keeps its state here; the frame path reads it from engine threads, hence
+    // the atomics. The frame path's own state (last times, pump counts) lives in
+    // RecordingFramePath.
     std::atomic<bool> m_isStreamRecoveryInProgress{false};
     std::atomic<bool> m_awaitingStreamRestartFirstFrame{false};
     int m_streamRecoveryAttempts = 0;
     int m_maxStreamRecoveryAttempts = 3;
-    MediaTime m_lastVideoDuration = MediaTime::zero();
     bool m_didHandleWriterFailure = false;
     bool m_shouldUseWindowPump = false;
     int m_pumpFrameRate = 60;
-    MediaTime m_pumpStartPTS = MediaTime::zero();
-    int64_t m_pumpFramesEmitted = 0;
-    uint32_t m_lastFrameChecksum = 0;
-    int64_t m_skippedFrameCount = 0;
 
     struct SmartCursorSample {
         double timestamp = 0.0;

@@ -5,6 +5,8 @@
 #include "platform/x11/X11Connection.h"
 #include "platform/x11/X11ShareableContent.h"
 
+#include "MappedWindow.h"
+
 #include "support/ChildProcess.h"
 #include "support/EventLoop.h"
 #include "support/ScopedEnvironment.h"
@@ -269,21 +271,16 @@ TEST(X11ScreenCaptureEngineTest, WindowGoneReachesTheErrorHandler) {
     ASSERT_TRUE(session.isReady()) << session.error();
     ChildProcess& client = session.launch({"xmessage", "-geometry", "200x100+50+50", "bye"});
     X11Connection connection;
-    SCShareableContent content;
-    ASSERT_TRUE(waitUntil(
-        [&] {
-            content = X11ShareableContent::fetch(connection);
-            return !content.windows.empty() && content.windows.front().isOnScreen;
-        },
-        10s))
-        << "the window never showed as listed and mapped: " << content.windows.size() << " listed";
+    const auto listed = contentWithMappedWindow(connection);
+    ASSERT_TRUE(listed) << "the window never showed as listed and mapped";
+    const SCShareableContent& content = *listed;
 
     FrameLog log;
     const RecordingMode mode = RecordingMode::window(content.windows.front());
     auto engine = prepared(mode, log);
-    // The stream has the window's size with its decorations, cut to even numbers.
+    // The stream has the window's size with its decorations.
     const SCStreamConfiguration size = *engine->configuration();
-    EXPECT_EQ(size.width, int(content.windows.front().frame.width()) & ~1);
+    EXPECT_EQ(size.width, int(content.windows.front().frame.width()));
     EXPECT_EQ(engine->captureRectInScreenSpace(), content.windows.front().frame);
     std::atomic<int> errors{0};
     std::atomic<int> code{0};
@@ -351,26 +348,18 @@ TEST(X11ScreenCaptureEngineTest, GrownWindowEnlargesTheStream) {
     ASSERT_TRUE(session.isReady()) << session.error();
     session.launch({"xmessage", "-geometry", "200x100+20+20", "grow"});
     X11Connection connection;
-    std::optional<SCWindow> shown;
-    // Under load openbox may list the window before it maps it: wait for it on screen.
-    ASSERT_TRUE(waitUntil(
-        [&] {
-            for (const SCWindow& window : X11ShareableContent::fetch(connection).windows) {
-                if (window.isOnScreen)
-                    shown = window;
-            }
-            return shown.has_value();
-        },
-        10s));
+    const auto listed = contentWithMappedWindow(connection);
+    ASSERT_TRUE(listed) << "the window never showed as listed and mapped";
+    const SCWindow shown = listed->windows.front();
     FrameLog log;
-    auto engine = prepared(RecordingMode::window(*shown), log);
+    auto engine = prepared(RecordingMode::window(shown), log);
     const SCStreamConfiguration before = *engine->configuration();
     ASSERT_TRUE(runTask(engine->startCapture()).finished);
     ASSERT_TRUE(waitUntil([&] { return log.count() >= 1; }, 5s));
 
     // The client becomes 60 pixels wider and taller than the whole frame was, so the frame
     // grows by more than 60 in both directions whatever the decorations.
-    const SCWindow& window = *shown;
+    const SCWindow& window = shown;
     const int width = int(window.frame.width()) + 60;
     const int height = int(window.frame.height()) + 60;
     ChildProcess resize({"xdotool", "windowsize", std::to_string(window.windowID),

@@ -2,6 +2,8 @@
 
 #include "platform/x11/X11Connection.h"
 
+#include "MappedWindow.h"
+
 #include "support/ChildProcess.h"
 #include "support/EventLoop.h"
 #include "support/XvfbSession.h"
@@ -62,15 +64,9 @@ TEST(X11ShareableContentTest, WindowsFromTheWindowManager) {
     session.launch({"xmessage", "-name", "probe", "-title", "Probe Title", "-geometry",
                     "200x100+50+60", "hi"});
     X11Connection connection;
-    SCShareableContent content;
-    ASSERT_TRUE(waitUntil(
-        [&] {
-            content = X11ShareableContent::fetch(connection);
-            // Listed first, mapped a moment later: wait for both.
-            return !content.windows.empty() && content.windows.front().isOnScreen;
-        },
-        10s))
-        << "the window never showed as listed and mapped: " << content.windows.size() << " listed";
+    const auto listed = contentWithMappedWindow(connection);
+    ASSERT_TRUE(listed) << "the window never showed as listed and mapped";
+    const SCShareableContent& content = *listed;
     const SCWindow& window = content.windows.front();
     EXPECT_EQ(window.title, QStringLiteral("Probe Title"));
     ASSERT_TRUE(window.owningApplication.has_value());
