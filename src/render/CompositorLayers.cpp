@@ -277,43 +277,48 @@ void CompositorLayers::applyRoundedCornersMask(ScreenLayer& layer, const Rect& f
         createRoundedRectMaskCached(frame, cornerRadius, renderSize, QStringLiteral("camera"));
 }
 
-QImage CompositorLayers::applyCircleMask(const Rect& frame, Size renderSize) {
+void CompositorLayers::applyCircleMask(QImage& picture, QPoint origin, const Rect& frame,
+                                       Size renderSize) {
+    if (picture.isNull() || picture.format() != QImage::Format_ARGB32_Premultiplied)
+        return;
     const double r = std::min(frame.width(), frame.height()) / 2.0;
-    const auto whole = [](double v) { return QString::number(static_cast<long long>(v)); };
-    // Shares the camera's bounded store; the disc depends on the same whole-number geometry.
-    const QString key =
-        QStringList{QStringLiteral("circle"), whole(frame.origin.x),    whole(frame.origin.y),
-                    whole(frame.size.width),  whole(frame.size.height), whole(renderSize.width),
-                    whole(renderSize.height)}
-            .join(QLatin1Char('_'));
-    if (const auto found = m_cachedCameraMask.constFind(key); found != m_cachedCameraMask.cend())
-        return found.value();
-    const int width = std::max(1, static_cast<int>(renderSize.width));
-    const int height = std::max(1, static_cast<int>(renderSize.height));
-    QImage mask(width, height, QImage::Format_Alpha8);
-    mask.fill(0);
-    const QRectF frameTL = topLeftRect(frame, renderSize.height);
-    const QPointF centre = frameTL.center();
-    const QRect bounds = frameTL.toAlignedRect().intersected(mask.rect());
-    // Opaque up to r - 1 from the centre, clear from r: a one-pixel soft edge. Square roots
-    // only for the pixels in that ring.
+    const QPointF centre = topLeftRect(frame, renderSize.height).center() - QPointF(origin);
+    // Opaque up to r - 1 from the centre, clear from r: a one-pixel soft edge. Only the
+    // picture's own pixels are touched (a moving overlay needs a new disc on every frame), and
+    // square roots only for the pixels in that ring.
     const double inner = std::max(0.0, r - 1.0);
-    for (int y = bounds.top(); y <= bounds.bottom(); ++y) {
-        uchar* row = mask.scanLine(y);
+    for (int y = 0; y < picture.height(); ++y) {
+        auto* row = reinterpret_cast<QRgb*>(picture.scanLine(y));
         const double dy = y + 0.5 - centre.y();
-        for (int x = bounds.left(); x <= bounds.right(); ++x) {
+        const double dySquared = dy * dy;
+        if (dySquared >= r * r) {
+            std::fill(row, row + picture.width(), QRgb(0));
+            continue;
+        }
+        const double halfChord = std::sqrt(r * r - dySquared);
+        const int from = std::clamp(static_cast<int>(std::floor(centre.x() - halfChord - 0.5)), 0,
+                                    picture.width());
+        const int to = std::clamp(static_cast<int>(std::ceil(centre.x() + halfChord - 0.5)) + 1,
+                                  from, picture.width());
+        std::fill(row, row + from, QRgb(0));
+        std::fill(row + to, row + picture.width(), QRgb(0));
+        for (int x = from; x < to; ++x) {
             const double dx = x + 0.5 - centre.x();
-            const double squared = dx * dx + dy * dy;
+            const double squared = dx * dx + dySquared;
             if (squared <= inner * inner)
-                row[x] = 255;
-            else if (squared < r * r)
-                row[x] = static_cast<uchar>(std::lround((r - std::sqrt(squared)) * 255.0));
+                continue;
+            if (squared >= r * r) {
+                row[x] = 0;
+                continue;
+            }
+            const int coverage = static_cast<int>(std::lround((r - std::sqrt(squared)) * 255.0));
+            const QRgb p = row[x];
+            const auto scaled = [coverage](int channel) {
+                return (channel * coverage + 127) / 255;
+            };
+            row[x] = qRgba(scaled(qRed(p)), scaled(qGreen(p)), scaled(qBlue(p)), scaled(qAlpha(p)));
         }
     }
-    if (m_cachedCameraMask.size() > 10)
-        m_cachedCameraMask.clear();
-    m_cachedCameraMask.insert(key, mask);
-    return mask;
 }
 
 double CompositorLayers::cinematicEase(double x) {
@@ -440,18 +445,21 @@ CameraOverlay CompositorLayers::createRoundedCameraOverlay(const QImage& cameraI
     }
     painter.setClipping(false);
     const double cornerRadius = calculateCameraCornerRadius(w, h, camera.shape);
-    const QImage mask = camera.shape == CameraShape::circle
-                            ? applyCircleMask(frame, renderSize)
-                            : createRoundedRectMaskCached(frame, cornerRadius, renderSize,
-                                                          QStringLiteral("camera"));
-    painter.resetTransform();
-    painter.setCompositionMode(QPainter::CompositionMode_DestinationIn);
-    for (int top = bounds.top(); top <= bounds.bottom(); top += bandHeight) {
-        const QRect band(bounds.left(), top, bounds.width(),
-                         std::min(bandHeight, bounds.bottom() + 1 - top));
-        painter.drawImage(QPoint(0, top - bounds.top()), mask, band);
+    if (camera.shape == CameraShape::circle) {
+        painter.end();
+        applyCircleMask(picture, bounds.topLeft(), frame, renderSize);
+    } else {
+        const QImage mask =
+            createRoundedRectMaskCached(frame, cornerRadius, renderSize, QStringLiteral("camera"));
+        painter.resetTransform();
+        painter.setCompositionMode(QPainter::CompositionMode_DestinationIn);
+        for (int top = bounds.top(); top <= bounds.bottom(); top += bandHeight) {
+            const QRect band(bounds.left(), top, bounds.width(),
+                             std::min(bandHeight, bounds.bottom() + 1 - top));
+            painter.drawImage(QPoint(0, top - bounds.top()), mask, band);
+        }
+        painter.end();
     }
-    painter.end();
 
     overlay.camera = {picture, QPointF(bounds.topLeft())};
     overlay.shadow = createCameraShadow(frame, cornerRadius, renderSize);

@@ -81,8 +81,9 @@ public:
                                        const QString& cacheKey);
     void applyRoundedCornersMask(ScreenLayer& layer, const Rect& frame, double cornerRadius,
                                  Size renderSize);
-    // A disc with a one-pixel soft edge, inscribed in `frame`.
-    QImage applyCircleMask(const Rect& frame, Size renderSize);
+    // Cuts `picture`, whose top-left pixel lies at `origin` of the canvas, to the disc with a
+    // one-pixel soft edge inscribed in `frame`.
+    static void applyCircleMask(QImage& picture, QPoint origin, const Rect& frame, Size renderSize);
 
     // The camera's size factor at `t`: `shrinkFactor` while the screen is zoomed, eased in and
     // out with the zoom segments; overlapping ramps mix by squared weight.

@@ -70,6 +70,7 @@ void RoundedCameraCompositor::renderContextChanged() {
         m_blackBackground = QImage();
         m_scaledCursor = QImage();
         m_scaledCursorFactor = -1.0;
+        m_cursorShadow = CursorShadow();
     });
 }
 
@@ -355,6 +356,19 @@ const QImage& RoundedCameraCompositor::scaledCursorImage(double k) {
     return m_scaledCursor;
 }
 
+const RoundedCameraCompositor::CursorShadow&
+RoundedCameraCompositor::cursorShadow(const QImage& scaledCursor, double sigma) {
+    // The same image and blur give the same shadow: it changes only while a click animates.
+    if (m_cursorShadow.image.isNull() || m_cursorShadow.cursorKey != scaledCursor.cacheKey() ||
+        m_cursorShadow.sigma != sigma) {
+        m_cursorShadow.image = RasterEffects::gaussianBlurred(silhouette(scaledCursor, 0.5), sigma,
+                                                              &m_cursorShadow.offset);
+        m_cursorShadow.cursorKey = scaledCursor.cacheKey();
+        m_cursorShadow.sigma = sigma;
+    }
+    return m_cursorShadow;
+}
+
 void RoundedCameraCompositor::drawCursorOverlay(QImage& canvas, double t, Size renderSize,
                                                 Rect screenSourceExtent) {
     const CursorState state = cursorRenderer().cursorState(t);
@@ -383,12 +397,11 @@ void RoundedCameraCompositor::drawCursorOverlay(QImage& canvas, double t, Size r
 
     QPainter painter(&canvas);
     painter.setRenderHint(QPainter::SmoothPixmapTransform);
-    QPoint blurOffset;
-    const QImage shadow = RasterEffects::gaussianBlurred(silhouette(scaled, 0.5),
-                                                         2.0 * unit * state.scale, &blurOffset);
+    const CursorShadow& shadow = cursorShadow(scaled, 2.0 * unit * state.scale);
     // Right and down by one unit: the light comes from the upper left.
-    painter.drawImage(
-        position + QPointF(blurOffset) + QPointF(unit * state.scale, unit * state.scale), shadow);
+    painter.drawImage(position + QPointF(shadow.offset) +
+                          QPointF(unit * state.scale, unit * state.scale),
+                      shadow.image);
     if (state.motionBlurAmount > 0.01) {
         const double radius = 30.0 * unit * state.motionBlurAmount;
         // The angle of motion is measured with y downward, as image rows run.

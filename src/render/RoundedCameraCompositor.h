@@ -107,6 +107,13 @@ private:
     // Background with the screen's shadow on it, for frames without zoom.
     const QImage& backdrop(const QImage& background, const ScreenLayer& layer);
     const QImage& scaledCursorImage(double k);
+    struct CursorShadow {
+        QImage image;
+        QPoint offset;
+        qint64 cursorKey = 0;
+        double sigma = -1.0;
+    };
+    const CursorShadow& cursorShadow(const QImage& scaledCursor, double sigma);
 
     const RoundedCameraCompositorSettings& m_settings;
     ZoomCameraEngine m_zoomCameraEngine;
@@ -127,6 +134,7 @@ private:
     qint64 m_backdropBackgroundKey = 0;
     qint64 m_backdropShadowKey = 0;
     double m_scaledCursorFactor = -1.0;
+    CursorShadow m_cursorShadow;
     std::atomic<bool> m_isGone{false};
     // Last member: destroyed first, so queued work never outlives the state it reads.
     SerialQueue m_renderContextQueue{renderQueueLabel};
