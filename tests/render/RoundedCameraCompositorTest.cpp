@@ -1,4 +1,5 @@
 #include "render/RoundedCameraCompositor.h"
+#include "render/RoundedCameraCompositionInstruction.h"
 
 #include <QPainter>
 
@@ -129,6 +130,27 @@ TEST_F(RoundedCameraCompositorTest, MissingTracksDegradeToTheLayersThatExist) {
     // Neither: the background alone, still a frame.
     const QImage nothing = compose(compositor, 0.0, {320, 180}, {QImage(), QImage()});
     EXPECT_TRUE(isColor(nothing, 160, 90, Qt::white));
+}
+
+TEST_F(RoundedCameraCompositorTest, InstructionOrdersFramesByItsTrackListNotByIdentifier) {
+    // Screen track 7 listed before camera track 3: the screen is index 0 although its number is
+    // larger, and a track without a frame keeps its place as a null image.
+    const RoundedCameraCompositionInstruction instruction(
+        {MediaTime::zero(), MediaTime::make(10, 1)}, {7, 3});
+    EXPECT_TRUE(instruction.containsTweening);
+    EXPECT_EQ(instruction.passthroughTrackID, RoundedCameraCompositionInstruction::invalidTrackID);
+    const auto frames = instruction.sourceFrames(
+        [](std::int32_t trackID) { return trackID == 3 ? filled(16, 9, Qt::blue) : QImage(); });
+    ASSERT_EQ(frames.size(), 2u);
+    EXPECT_TRUE(frames[0].isNull());
+    EXPECT_EQ(frames[1].pixelColor(0, 0), QColor(Qt::blue));
+
+    settings.cameraSettings = {Point{0.5, 0.5}, 0.25, 1.0, 0.3, CameraShape::rectangle};
+    settings.cameraShadowOpacity = 0.0;
+    RoundedCameraCompositor compositor(settings);
+    const QImage composed = compose(compositor, 0.0, {320, 180}, frames);
+    EXPECT_TRUE(isColor(composed, 160, 90, Qt::blue));
+    EXPECT_TRUE(isColor(composed, 20, 90, Qt::black));
 }
 
 TEST_F(RoundedCameraCompositorTest, ScreenShadowFollowsTheZoom) {
