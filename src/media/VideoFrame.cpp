@@ -26,16 +26,20 @@ VideoFrame VideoFrame::adopt(AVFrame* frame, MediaTime presentationTime, MediaTi
 }
 
 VideoFrame VideoFrame::allocate(int width, int height, MediaTime presentationTime,
-                                MediaTime duration) {
+                                MediaTime duration, Alpha alpha) {
     AVFramePtr frame(av_frame_alloc());
     if (!frame || width <= 0 || height <= 0)
         return {};
-    frame->format = AV_PIX_FMT_BGRA;
+    frame->format = alpha == Alpha::meaningful ? AV_PIX_FMT_BGRA : AV_PIX_FMT_BGR0;
     frame->width = width;
     frame->height = height;
     if (av_frame_get_buffer(frame.get(), rowAlignment) < 0)
         return {};
     return adopt(frame.release(), presentationTime, duration);
+}
+
+bool VideoFrame::hasAlpha() const {
+    return m_frame && m_frame->format != AV_PIX_FMT_BGR0;
 }
 
 int VideoFrame::width() const {

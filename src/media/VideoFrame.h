@@ -18,13 +18,17 @@ enum class FrameStatus { complete, idle, blank, suspended, started, stopped };
 class VideoFrame final {
 public:
     VideoFrame() = default;
-    // Takes ownership of a BGRA AVFrame (its data must be reference-counted buffers).
+    // Takes ownership of a BGRA or BGR0 AVFrame (its data must be reference-counted buffers).
     static VideoFrame adopt(AVFrame* frame, MediaTime presentationTime, MediaTime duration);
+    // Whether the fourth byte of each pixel is alpha. Screen grabs leave it as the server's
+    // padding (BGRX); whoever needs alpha treats such a picture as opaque.
+    enum class Alpha { meaningful, undefined };
     // A frame with a fresh buffer of its own, for tests and one-off pictures.
     static VideoFrame allocate(int width, int height, MediaTime presentationTime,
-                               MediaTime duration);
+                               MediaTime duration, Alpha alpha = Alpha::meaningful);
 
     bool isNull() const { return !m_frame; }
+    bool hasAlpha() const;
     int width() const;
     int height() const;
     int bytesPerRow() const;

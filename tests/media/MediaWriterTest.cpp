@@ -522,6 +522,37 @@ TEST(MediaWriterFile, ProRes4444KeepsTheAlphaPlane) {
     }
 }
 
+// A screen grab's fourth byte is the server's padding, usually 0: with an alpha codec it must
+// come out opaque, not as a transparent recording.
+TEST(MediaWriterFile, PictureWithoutAlphaIsOpaqueInAnAlphaFile) {
+    ScratchFolder folder;
+    std::filesystem::path path = folder.file("grab.mov");
+    WriterConfiguration configuration = smallMovie(path);
+    configuration.videoSettings->width = 64;
+    configuration.videoSettings->height = 48;
+    configuration.videoSettings->hasAlphaChannel = true;
+    configuration.videoSettings->alphaCodec = AlphaVideoCodec::proRes4444;
+    MediaWriter writer;
+    startAt(writer, configuration, MediaTime::zero());
+    VideoFrame grab = VideoFrame::allocate(64, 48, MediaTime::zero(), frameDuration,
+                                           VideoFrame::Alpha::undefined);
+    ASSERT_FALSE(grab.hasAlpha());
+    for (int y = 0; y < 48; ++y)
+        std::memset(grab.mutableBytes() + y * grab.bytesPerRow(), 0x40, 64 * 4);
+    for (int y = 0; y < 48; ++y)
+        for (int x = 0; x < 64; ++x)
+            grab.mutableBytes()[y * grab.bytesPerRow() + x * 4 + 3] = 0;
+    ASSERT_TRUE(appendWaiting(writer, grab));
+    writer.finishWriting();
+    AVFramePtr decoded = decodeFirstPicture(path);
+    ASSERT_TRUE(decoded);
+    // 10-bit opaque alpha decoded to 12 bits, as above.
+    const auto* row =
+        reinterpret_cast<const uint16_t*>(decoded->data[3] + 20 * decoded->linesize[3]);
+    EXPECT_EQ(row[5], 4092);
+    EXPECT_EQ(row[60], 4092);
+}
+
 TEST(MediaWriterFile, CancelRemovesTheFile) {
     ScratchFolder folder;
     std::filesystem::path path = folder.file("gone.mov");

@@ -318,21 +318,12 @@ VideoTrackEncoder::createWith(const Candidate& candidate, const VideoCodecSettin
     else
         encoder->m_conversion = Conversion::swscale;
     if (encoder->m_conversion == Conversion::swscale) {
-        const int width = encoder->m_context->width, height = encoder->m_context->height;
-        encoder->m_scaler.reset(sws_getContext(width, height, AV_PIX_FMT_BGRA, width, height,
-                                               opened->softwareFormat, SWS_BILINEAR, nullptr,
-                                               nullptr, nullptr));
+        encoder->m_scaler = encoder->makeScaler(AV_PIX_FMT_BGRA);
         if (!encoder->m_scaler) {
             error = "no colour conversion to " +
                     std::string(av_get_pix_fmt_name(opened->softwareFormat));
             return nullptr;
         }
-        // Full-range RGB in, studio-range YUV out with the matrix the file is tagged with.
-        bool bt709 = encoder->m_context->colorspace != AVCOL_SPC_SMPTE170M &&
-                     encoder->m_context->colorspace != AVCOL_SPC_BT470BG;
-        sws_setColorspaceDetails(encoder->m_scaler.get(), sws_getCoefficients(SWS_CS_DEFAULT), 1,
-                                 sws_getCoefficients(bt709 ? SWS_CS_ITU709 : SWS_CS_ITU601), 0, 0,
-                                 1 << 16, 1 << 16);
     }
     encoder->m_pictureSize =
         av_image_get_buffer_size(opened->softwareFormat, encoder->m_context->width,
@@ -342,6 +333,21 @@ VideoTrackEncoder::createWith(const Candidate& candidate, const VideoCodecSettin
 }
 
 VideoTrackEncoder::~VideoTrackEncoder() = default;
+
+SwsContextPtr VideoTrackEncoder::makeScaler(AVPixelFormat sourceFormat) const {
+    const int width = m_context->width, height = m_context->height;
+    SwsContextPtr scaler(sws_getContext(width, height, sourceFormat, width, height,
+                                        m_softwareFormat, SWS_BILINEAR, nullptr, nullptr, nullptr));
+    if (!scaler)
+        return scaler;
+    // Full-range RGB in, studio-range YUV out with the matrix the file is tagged with.
+    const bool bt709 =
+        m_context->colorspace != AVCOL_SPC_SMPTE170M && m_context->colorspace != AVCOL_SPC_BT470BG;
+    sws_setColorspaceDetails(scaler.get(), sws_getCoefficients(SWS_CS_DEFAULT), 1,
+                             sws_getCoefficients(bt709 ? SWS_CS_ITU709 : SWS_CS_ITU601), 0, 0,
+                             1 << 16, 1 << 16);
+    return scaler;
+}
 
 AVFramePtr VideoTrackEncoder::convert(const VideoFrame& source) {
     AVFramePtr picture(av_frame_alloc());
@@ -372,9 +378,18 @@ AVFramePtr VideoTrackEncoder::convert(const VideoFrame& source) {
                            height);
         break;
     case Conversion::swscale: {
+        // A screen grab's fourth byte is padding, not transparency: read as opaque.
+        SwsContext* scaler = m_scaler.get();
+        if (!source.hasAlpha()) {
+            if (!m_opaqueScaler)
+                m_opaqueScaler = makeScaler(AV_PIX_FMT_BGR0);
+            scaler = m_opaqueScaler.get();
+        }
+        if (!scaler)
+            return nullptr;
         const uint8_t* planes[1] = {source.bytes()};
         int strides[1] = {source.bytesPerRow()};
-        sws_scale(m_scaler.get(), planes, strides, 0, height, picture->data, picture->linesize);
+        sws_scale(scaler, planes, strides, 0, height, picture->data, picture->linesize);
         break;
     }
     }

@@ -48,6 +48,7 @@ private:
                                                          const EncoderTuning& tuning,
                                                          bool globalHeader, std::string& error);
     AVFramePtr convert(const VideoFrame& frame);
+    SwsContextPtr makeScaler(AVPixelFormat sourceFormat) const;
     int drain(const PacketSink& sink);
 
     AVCodecContextPtr m_context;
@@ -57,5 +58,6 @@ private:
     AVBufferPoolPtr m_picturePool;
     int m_pictureSize = 0;
     SwsContextPtr m_scaler;
+    SwsContextPtr m_opaqueScaler; // for pictures without alpha, made when the first comes
     AVPacketPtr m_packet;
 };

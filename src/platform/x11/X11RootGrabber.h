@@ -1,10 +1,12 @@
 #pragma once
 
+#include "media/VideoFrame.h"
 #include "platform/x11/X11Coordinates.h"
 
 #include <xcb/xcb.h>
 
 #include <cstdint>
+#include <memory>
 #include <string>
 
 // Reads a rectangle of the root window, 32 bits per pixel (BGRX), through a shared memory
@@ -21,12 +23,25 @@ public:
     // Grabs the source now; the pixels stay valid until the next grab. False when the server
     // refused (the rectangle left the screen, the connection broke).
     bool grab();
+    // Grabs the source now straight into a frame of its own size, whose buffer the server
+    // writes through shared memory: no copy on this side. The fourth byte of each pixel is the
+    // server's padding (the frame says it has no alpha). A null frame when shared memory is not
+    // available, all its buffers are still held downstream, or the server refused; then
+    // `grab` and a copy are the way.
+    VideoFrame grabFrame(MediaTime presentationTime, MediaTime duration);
     const uint8_t* pixels() const { return m_pixels; }
     int bytesPerRow() const { return m_source.width * 4; }
     const X11Rect& source() const { return m_source; }
 
+    // How many frame buffers the server may write into; each is made when first needed.
+    static constexpr int maxFrameSegments = 16;
+
+    struct FrameSegments; // defined where used
+
 private:
     bool attachSharedMemory();
+    // A new segment of the frame size attached to the server, or -1.
+    int addFrameSegment();
 
     xcb_connection_t* m_connection;
     xcb_window_t m_root;
@@ -36,4 +51,6 @@ private:
     uint8_t* m_shmAddress = nullptr;
     const uint8_t* m_pixels = nullptr;
     xcb_get_image_reply_t* m_reply = nullptr; // the fallback's last image
+    // Shared with the frames lent out, which may outlive the grabber.
+    std::shared_ptr<FrameSegments> m_frameSegments;
 };

@@ -342,6 +342,7 @@ QCoro::Task<void> X11ScreenCaptureEngine::startCapture() {
     }
     m_delivered = 0;
     m_idle = 0;
+    m_missed = 0;
     m_isCapturing = true;
     m_thread = std::thread([this, stream = *m_stream] { captureLoop(stream); });
     co_return;
@@ -357,6 +358,8 @@ QCoro::Task<void> X11ScreenCaptureEngine::stopCapture() {
     m_wake.notify_all();
     // The loop notices within one grab; a frame interval at most.
     m_thread.join();
+    logLine("📊 Capture: {} frames delivered, {} idle ticks, {} ticks missed", m_delivered.load(),
+            m_idle.load(), m_missed.load());
     m_isCapturing = false;
     m_lastPTS.reset();
     m_frameTimingBuffer.clear();
@@ -372,6 +375,13 @@ void X11ScreenCaptureEngine::reportStop(const StreamError& error) {
     if (m_errorHandler)
         m_errorHandler(error);
 }
+
+namespace {
+
+// How many frame intervals a late capture thread may fall behind and still deliver every tick.
+constexpr int maxCatchUpTicks = 3;
+
+} // namespace
 
 void X11ScreenCaptureEngine::captureLoop(Stream stream) {
     xcb_connection_t* c = m_connection->get();
@@ -409,16 +419,25 @@ void X11ScreenCaptureEngine::captureLoop(Stream stream) {
     bool redraw = false;
     CursorImage lastCursor;
 
+    // At full size the server writes each grab straight into the frame's own buffer.
+    const bool grabsIntoFrames = grabber && stream.size.width == stream.source.width &&
+                                 stream.size.height == stream.source.height;
     auto deliver = [&](CursorImage cursor) {
-        // Off screen for now, or the connection broke (reported at the next tick).
-        if (grabber && !grabber->grab())
-            return true;
-        if (const auto size = configuration();
-            size && (size->width != pool->width() || size->height != pool->height()))
-            pool = std::make_unique<VideoFramePool>(size->width, size->height);
-        VideoFrame frame = pool->makeFrame(MediaTime::hostTimeNow(), frameDuration);
-        if (frame.isNull())
-            return true;
+        VideoFrame frame;
+        if (grabsIntoFrames)
+            frame = grabber->grabFrame(MediaTime::hostTimeNow(), frameDuration);
+        const bool grabbedIntoFrame = !frame.isNull();
+        if (!grabbedIntoFrame) {
+            // Off screen for now, or the connection broke (reported at the next tick).
+            if (grabber && !grabber->grab())
+                return true;
+            if (const auto size = configuration();
+                size && (size->width != pool->width() || size->height != pool->height()))
+                pool = std::make_unique<VideoFramePool>(size->width, size->height);
+            frame = pool->makeFrame(MediaTime::hostTimeNow(), frameDuration);
+            if (frame.isNull())
+                return true;
+        }
         if (compositor) {
             if (const auto gone = compositor->compose(frame.mutableBytes(), frame.bytesPerRow(),
                                                       frame.width(), frame.height())) {
@@ -436,10 +455,11 @@ void X11ScreenCaptureEngine::captureLoop(Stream stream) {
                 redraw = true; // the window at its new size, even if it holds still now
             }
         } else {
-            X11FramePixels::copyOpaque(grabber->pixels(), grabber->bytesPerRow(),
-                                       stream.source.width, stream.source.height,
-                                       frame.mutableBytes(), frame.bytesPerRow(), frame.width(),
-                                       frame.height());
+            if (!grabbedIntoFrame)
+                X11FramePixels::copyOpaque(grabber->pixels(), grabber->bytesPerRow(),
+                                           stream.source.width, stream.source.height,
+                                           frame.mutableBytes(), frame.bytesPerRow(), frame.width(),
+                                           frame.height());
             for (const X11Rect& window : stream.excluded)
                 X11FramePixels::paintOver(under.data(), stream.source.width, stream.source.height,
                                           window.x, window.y, window.width, window.height,
@@ -483,9 +503,15 @@ void X11ScreenCaptureEngine::captureLoop(Stream stream) {
             return;
         }
         deadline += interval;
-        const auto now = std::chrono::steady_clock::now();
-        if (deadline < now)
-            deadline = now; // a late tick is not caught up with a burst
+        // A tick that came late (the thread was not scheduled in time) is followed at once by
+        // the ones it held up, so a short stall costs no frames. Further behind than that, the
+        // ticks in between are given up: a burst of frames all showing the same moment helps
+        // nobody, and they are counted as missed.
+        if (const auto behind = std::chrono::steady_clock::now() - deadline;
+            behind > maxCatchUpTicks * interval) {
+            m_missed += behind / interval;
+            deadline += (behind / interval) * interval;
+        }
 
         if (xcb_connection_has_error(c)) {
             reportStop({QStringLiteral("X11"),

@@ -49,9 +49,11 @@ public:
 
     bool isCapturing() const { return m_isCapturing.load(); }
     bool hasAvailableContent() const { return m_availableContent.has_value(); }
-    // Frames handed on and ticks dropped as idle since the start; for tests and benchmarks.
+    // Frames handed on, ticks dropped as idle, and ticks lost because the thread fell too far
+    // behind to catch up, since the start; for tests and benchmarks.
     int64_t deliveredFrameCount() const { return m_delivered.load(); }
     int64_t idleFrameCount() const { return m_idle.load(); }
+    int64_t missedTickCount() const { return m_missed.load(); }
     bool usesSharedMemory() const { return m_usesSharedMemory.load(); }
 
     // The stream's pixel size for content of `pointSize`: the size is cut to whole points, then
@@ -117,4 +119,5 @@ private:
     std::atomic<bool> m_usesSharedMemory{false};
     std::atomic<int64_t> m_delivered{0};
     std::atomic<int64_t> m_idle{0};
+    std::atomic<int64_t> m_missed{0};
 };

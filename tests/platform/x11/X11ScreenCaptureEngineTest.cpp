@@ -3,6 +3,7 @@
 #include "core/model/RecordingError.h"
 #include "media/VideoFrame.h"
 #include "platform/x11/X11Connection.h"
+#include "platform/x11/X11RootGrabber.h"
 #include "platform/x11/X11ShareableContent.h"
 
 #include "MappedWindow.h"
@@ -45,10 +46,16 @@ struct FrameLog {
     }
 };
 
-uint32_t pixelAt(const VideoFrame& frame, int x, int y) {
+uint32_t rawPixelAt(const VideoFrame& frame, int x, int y) {
     uint32_t value = 0;
     std::memcpy(&value, frame.bytes() + size_t(y) * frame.bytesPerRow() + size_t(x) * 4, 4);
     return value;
+}
+
+// The colour as a consumer sees it: a frame without alpha is opaque whatever its fourth byte.
+uint32_t pixelAt(const VideoFrame& frame, int x, int y) {
+    const uint32_t value = rawPixelAt(frame, x, y);
+    return frame.hasAlpha() ? value : value | 0xff000000u;
 }
 
 constexpr uint32_t opaqueRed = 0xffff0000u; // BGRA in memory reads as 0xAARRGGBB
@@ -148,11 +155,62 @@ TEST(X11ScreenCaptureEngineTest, DisplayFramesWhileTheScreenChanges) {
         ASSERT_LT(log.times[i - 1], log.times[i]) << "frame " << i;
     for (const auto& size : log.sizes)
         ASSERT_EQ(size, std::make_pair(640, 480));
-    // The padding byte of the server's pixels never reaches the file as transparency.
-    EXPECT_EQ(pixelAt(log.last, 5, 5) >> 24, 0xffu);
+    // The padding byte of the server's pixels is never taken for transparency: either it is
+    // made opaque or the frame says it carries no alpha.
+    EXPECT_TRUE(!log.last.hasAlpha() || rawPixelAt(log.last, 5, 5) >> 24 == 0xffu);
     // At 30 frames per second the spacing is about 33 ms; a stall would show as a big gap.
     const double span = (log.times.back() - log.times.front()).seconds();
     EXPECT_LT(span / double(log.times.size() - 1), 0.1);
+}
+
+// Grabs go straight into frame buffers shared with the server. When the writer holds on to all
+// of them the capture goes on by copying, and buffers given back are used again.
+TEST(X11ScreenCaptureEngineTest, FramesHeldDownstreamNeverStallTheCapture) {
+    REQUIRE_XVFB(smallScreen());
+    XvfbSession session(smallScreen());
+    ASSERT_TRUE(session.isReady()) << session.error();
+    ScreenAnimation animation;
+
+    std::mutex mutex;
+    std::vector<VideoFrame> held;
+    bool holding = true;
+    std::vector<bool> direct; // per frame: written by the server into its own buffer
+    auto engine = std::make_unique<X11ScreenCaptureEngine>();
+    engine->updateAvailableContent();
+    const RecordingMode mode = RecordingMode::screen(firstDisplay());
+    engine->configureStream(engine->createFilter(mode, configurationFor(mode)), mode,
+                            ResolutionMode::normal, 60, false, BackgroundType::black, false);
+    engine->setFrameHandler([&](const VideoFrame& frame, const VideoSampleInfo&) {
+        std::lock_guard lock(mutex);
+        direct.push_back(!frame.hasAlpha());
+        if (holding)
+            held.push_back(frame);
+    });
+    const auto frames = [&] {
+        std::lock_guard lock(mutex);
+        return direct.size();
+    };
+    ASSERT_TRUE(runTask(engine->startCapture()).finished);
+    const size_t pastAllBuffers = X11RootGrabber::maxFrameSegments + 8;
+    const bool kept = waitUntil([&] { return frames() >= pastAllBuffers; }, 10s);
+    {
+        std::lock_guard lock(mutex);
+        holding = false;
+        held.clear();
+    }
+    const size_t released = frames();
+    const bool reused = waitUntil([&] { return frames() >= released + 5; }, 10s);
+    ASSERT_TRUE(runTask(engine->stopCapture()).finished);
+    ASSERT_TRUE(kept) << "the capture stopped with every buffer held";
+    ASSERT_TRUE(reused);
+
+    std::lock_guard lock(mutex);
+    ASSERT_TRUE(engine->usesSharedMemory());
+    for (size_t i = 0; i < X11RootGrabber::maxFrameSegments; ++i)
+        EXPECT_TRUE(direct[i]) << "frame " << i;
+    for (size_t i = X11RootGrabber::maxFrameSegments; i < pastAllBuffers; ++i)
+        EXPECT_FALSE(direct[i]) << "frame " << i << " while every buffer was held";
+    EXPECT_TRUE(direct.back()) << "buffers given back are not used again";
 }
 
 // A still screen gives its first frame and then idle ticks, not repeats.
