@@ -60,20 +60,22 @@ XvfbSession::Options smallScreen() {
     return options;
 }
 
-RecordingConfiguration configurationFor(const RecordingMode& mode) {
-    return RecordingConfiguration(mode, QStringLiteral("/tmp"));
+RecordingConfiguration configurationFor(const RecordingMode& mode,
+                                        BackgroundType background = BackgroundType::black) {
+    RecordingConfiguration configuration(mode, QStringLiteral("/tmp"));
+    configuration.backgroundColor = background;
+    return configuration;
 }
 
 // An engine prepared for a mode on the session's X server, frames going to `log`.
-std::unique_ptr<X11ScreenCaptureEngine> prepared(const RecordingMode& mode, FrameLog& log,
-                                                 int frameRate = 30,
-                                                 ResolutionMode resolution = ResolutionMode::normal,
-                                                 bool showCursor = false) {
-    auto engine = std::make_unique<X11ScreenCaptureEngine>();
+std::unique_ptr<X11ScreenCaptureEngine>
+prepared(const RecordingMode& mode, FrameLog& log, int frameRate = 30,
+         ResolutionMode resolution = ResolutionMode::normal, bool showCursor = false,
+         BackgroundType background = BackgroundType::black, QByteArray hiddenApps = {}) {
+    auto engine = std::make_unique<X11ScreenCaptureEngine>(std::move(hiddenApps));
     engine->updateAvailableContent();
-    auto filter = engine->createFilter(mode, configurationFor(mode));
-    engine->configureStream(filter, mode, resolution, frameRate, showCursor, BackgroundType::black,
-                            false);
+    auto filter = engine->createFilter(mode, configurationFor(mode, background));
+    engine->configureStream(filter, mode, resolution, frameRate, showCursor, background, false);
     engine->setFrameHandler(
         [&log](const VideoFrame& frame, const VideoSampleInfo& info) { log.add(frame, info); });
     return engine;
