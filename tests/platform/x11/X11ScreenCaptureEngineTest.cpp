@@ -492,15 +492,14 @@ TEST(X11ScreenCaptureEngineTest, ApplicationModeFollowsTheApplicationsWindows) {
     EXPECT_EQ(engine->configuration(), (SCStreamConfiguration{640, 480}));
     EXPECT_EQ(engine->captureRectInScreenSpace(), Rect(0, 0, 640, 480));
     ASSERT_TRUE(runTask(engine->startCapture()).finished);
-    EXPECT_TRUE(waitUntil([&] { return middleOf(log.lastFrame(), *firstPlace) == opaqueRed; },
-                          5s))
+    EXPECT_TRUE(waitUntil([&] { return middleOf(log.lastFrame(), *firstPlace) == opaqueRed; }, 5s))
         << "the application's window never showed";
 
     ColouredWindow second(0x00ff00, {200, 300, 160, 100}, "painter");
     const auto secondPlace = listedFrame(connection, second.id());
     ASSERT_TRUE(secondPlace) << "the second window never showed";
-    EXPECT_TRUE(waitUntil([&] { return middleOf(log.lastFrame(), *secondPlace) == opaqueGreen; },
-                          5s))
+    EXPECT_TRUE(
+        waitUntil([&] { return middleOf(log.lastFrame(), *secondPlace) == opaqueGreen; }, 5s))
         << "a window opened during the recording never showed";
 
     first.reset();
@@ -534,9 +533,9 @@ TEST(X11ScreenCaptureEngineTest, HiddenApplicationStaysPaintedOutWhereverItGoes)
 
     FrameLog log;
     std::atomic<int> framesWithRed{0};
-    auto engine = prepared(RecordingMode::screen(firstDisplay()), log, 30, ResolutionMode::normal,
-                           false, BackgroundType::black,
-                           R"([{"bundleID":"secret","name":"Secret"}])");
+    auto engine =
+        prepared(RecordingMode::screen(firstDisplay()), log, 30, ResolutionMode::normal, false,
+                 BackgroundType::black, R"([{"bundleID":"secret","name":"Secret"}])");
     engine->setFrameHandler([&](const VideoFrame& frame, const VideoSampleInfo& info) {
         for (int y = 0; y < frame.height(); ++y)
             for (int x = 0; x < frame.width(); ++x)
