@@ -55,6 +55,10 @@ X11WindowTracker::X11WindowTracker(const X11Connection& connection, X11WindowSel
     m_stackingAtom = connection.atom("_NET_CLIENT_LIST_STACKING");
     m_listAtom = connection.atom("_NET_CLIENT_LIST");
     m_wallpaperAtom = connection.atom("_XROOTPMAP_ID");
+    m_utf8Atom = connection.atom("UTF8_STRING");
+    m_netNameAtom = connection.atom("_NET_WM_NAME");
+    m_gtkIDAtom = connection.atom("_GTK_APPLICATION_ID");
+    m_kdeDesktopFileAtom = connection.atom("_KDE_NET_WM_DESKTOP_FILE");
 }
 
 X11WindowTracker::~X11WindowTracker() {
@@ -251,10 +255,6 @@ void X11WindowTracker::discover(const std::vector<xcb_window_t>& clients,
         for (xcb_window_t client : clients)
             (contains(m_selection.windows, client) ? chosen : m_ignored).push_back(client);
     } else {
-        const xcb_atom_t utf8 = m_connection.atom("UTF8_STRING");
-        const xcb_atom_t netName = m_connection.atom("_NET_WM_NAME");
-        const xcb_atom_t gtkID = m_connection.atom("_GTK_APPLICATION_ID");
-        const xcb_atom_t kdeDesktopFile = m_connection.atom("_KDE_NET_WM_DESKTOP_FILE");
         struct Questions {
             xcb_get_property_cookie_t wmClass, gtk, kde, netName, wmName;
         };
@@ -262,9 +262,9 @@ void X11WindowTracker::discover(const std::vector<xcb_window_t>& clients,
         for (xcb_window_t client : clients)
             questions.push_back(
                 {xcb_get_property(c, 0, client, XCB_ATOM_WM_CLASS, XCB_ATOM_STRING, 0, 256),
-                 xcb_get_property(c, 0, client, gtkID, utf8, 0, 256),
-                 xcb_get_property(c, 0, client, kdeDesktopFile, utf8, 0, 256),
-                 xcb_get_property(c, 0, client, netName, utf8, 0, 256),
+                 xcb_get_property(c, 0, client, m_gtkIDAtom, m_utf8Atom, 0, 256),
+                 xcb_get_property(c, 0, client, m_kdeDesktopFileAtom, m_utf8Atom, 0, 256),
+                 xcb_get_property(c, 0, client, m_netNameAtom, m_utf8Atom, 0, 256),
                  xcb_get_property(c, 0, client, XCB_ATOM_WM_NAME, XCB_ATOM_ANY, 0, 256)});
         for (size_t i = 0; i < clients.size(); ++i) {
             const std::string wmClass = propertyBytes(c, questions[i].wmClass);
@@ -293,14 +293,15 @@ void X11WindowTracker::discover(const std::vector<xcb_window_t>& clients,
     std::vector<xcb_window_t> toplevels = chosen;
     std::vector<bool> settled(chosen.size(), false);
     for (int depth = 0; depth < 16; ++depth) {
-        std::vector<xcb_query_tree_cookie_t> trees;
+        std::vector<xcb_query_tree_cookie_t> trees(chosen.size());
         for (size_t i = 0; i < chosen.size(); ++i)
-            trees.push_back(xcb_query_tree(c, toplevels[i]));
+            if (!settled[i])
+                trees[i] = xcb_query_tree(c, toplevels[i]);
         bool allSettled = true;
         for (size_t i = 0; i < chosen.size(); ++i) {
-            ReplyPtr<xcb_query_tree_reply_t> tree(xcb_query_tree_reply(c, trees[i], nullptr));
             if (settled[i])
                 continue;
+            ReplyPtr<xcb_query_tree_reply_t> tree(xcb_query_tree_reply(c, trees[i], nullptr));
             if (!tree || tree->parent == tree->root || tree->parent == XCB_NONE) {
                 settled[i] = true;
                 continue;

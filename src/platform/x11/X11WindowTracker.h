@@ -88,6 +88,10 @@ private:
     xcb_atom_t m_stackingAtom = XCB_ATOM_NONE;
     xcb_atom_t m_listAtom = XCB_ATOM_NONE;
     xcb_atom_t m_wallpaperAtom = XCB_ATOM_NONE;
+    xcb_atom_t m_utf8Atom = XCB_ATOM_NONE;
+    xcb_atom_t m_netNameAtom = XCB_ATOM_NONE;
+    xcb_atom_t m_gtkIDAtom = XCB_ATOM_NONE;
+    xcb_atom_t m_kdeDesktopFileAtom = XCB_ATOM_NONE;
     uint32_t m_previousRootMask = 0;
     bool m_started = false;
 
