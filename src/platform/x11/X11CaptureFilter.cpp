@@ -25,13 +25,6 @@ bool isSystemApplication(const QString& bundleID) {
                        [&](std::string_view name) { return bundleID == fromView(name); });
 }
 
-Rect unionOf(const Rect& a, const Rect& b) {
-    const double minX = std::min(a.minX(), b.minX());
-    const double minY = std::min(a.minY(), b.minY());
-    return Rect(minX, minY, std::max(a.maxX(), b.maxX()) - minX,
-                std::max(a.maxY(), b.maxY()) - minY);
-}
-
 const SCDisplay& firstDisplay(const SCShareableContent& content) {
     if (content.displays.empty())
         throw RecordingError::captureDeviceUnavailable();
@@ -40,17 +33,19 @@ const SCDisplay& firstDisplay(const SCShareableContent& content) {
 
 } // namespace
 
+bool SCContentFilter::isOwnWindowKeptOut(const QString& bundleID, const QString& title) {
+    return bundleID == fromView(Constants::bundleIdentifier) &&
+           title != fromView(Constants::WindowTitle::mousePointer) &&
+           title != fromView(Constants::WindowTitle::screenMagnifier) &&
+           title != fromView(Constants::WindowTitle::cameraOverlay);
+}
+
 std::vector<SCWindow> SCContentFilter::ownWindows(const SCShareableContent& content) {
-    const QString own = fromView(Constants::bundleIdentifier);
     std::vector<SCWindow> windows;
     for (const SCWindow& window : content.windows) {
-        if (!window.owningApplication || window.owningApplication->bundleIdentifier != own)
-            continue;
-        if (window.title == fromView(Constants::WindowTitle::mousePointer) ||
-            window.title == fromView(Constants::WindowTitle::screenMagnifier) ||
-            window.title == fromView(Constants::WindowTitle::cameraOverlay))
-            continue;
-        windows.push_back(window);
+        if (window.owningApplication &&
+            isOwnWindowKeptOut(window.owningApplication->bundleIdentifier, window.title))
+            windows.push_back(window);
     }
     return windows;
 }
@@ -100,36 +95,54 @@ SCContentFilter SCContentFilter::make(const RecordingMode& mode,
             if (std::find(hidden.begin(), hidden.end(), app.bundleIdentifier) != hidden.end())
                 filter.excludedApplications.push_back(app);
         }
+        // Applications started during the recording are kept out as well.
+        for (std::string_view name : systemApplications)
+            filter.excludedBundleIDs.push_back(fromView(name));
+        filter.excludedBundleIDs.insert(filter.excludedBundleIDs.end(), hidden.begin(),
+                                        hidden.end());
         return filter;
     }
 
+    // Windows and applications are shown on the whole display, at their places on it.
     std::vector<SCWindow> windows;
-    if (const auto* one = mode.as<RecordingMode::Window>())
+    if (const auto* one = mode.as<RecordingMode::Window>()) {
         windows.push_back(one->window);
-    else if (const auto* list = mode.as<RecordingMode::Windows>())
+        if (configuration.backgroundColor != BackgroundType::wallpaper) {
+            filter.desktopIndependentWindow = true;
+            filter.contentRect = one->window.frame;
+        }
+    } else if (const auto* list = mode.as<RecordingMode::Windows>()) {
         windows = list->windows;
+    }
     if (!windows.empty()) {
         filter.kind = Kind::windows;
         filter.includedWindows = windows;
-        filter.contentRect = windows.front().frame;
-        for (const SCWindow& window : windows)
-            filter.contentRect = unionOf(filter.contentRect, window.frame);
         return filter;
     }
 
+    // The program's own overlays (pointer, magnifier, camera) belong to the picture; its
+    // other windows never do.
     const auto* apps = mode.as<RecordingMode::Application>();
     filter.kind = Kind::applications;
     if (apps)
         filter.includedApplications = apps->apps;
+    const QString own = fromView(Constants::bundleIdentifier);
+    const auto ownApp =
+        std::find_if(content.applications.begin(), content.applications.end(),
+                     [&](const SCRunningApplication& app) { return app.bundleIdentifier == own; });
+    if (ownApp != content.applications.end()) {
+        filter.includedApplications.push_back(*ownApp);
+        filter.exceptingWindows = ownWindows(content);
+    }
     for (const SCWindow& window : content.windows) {
         if (window.owningApplication &&
             std::any_of(filter.includedApplications.begin(), filter.includedApplications.end(),
                         [&](const SCRunningApplication& app) {
                             return app.bundleIdentifier ==
                                    window.owningApplication->bundleIdentifier;
-                        }))
+                        }) &&
+            !isOwnWindowKeptOut(window.owningApplication->bundleIdentifier, window.title))
             filter.includedWindows.push_back(window);
     }
-    (void)configuration;
     return filter;
 }

@@ -17,6 +17,7 @@
 #include <chrono>
 #include <cstdlib>
 #include <cstring>
+#include <utility>
 
 namespace {
 
@@ -26,6 +27,13 @@ struct Freed {
 };
 template <typename Reply>
 using ReplyPtr = std::unique_ptr<Reply, Freed<Reply>>;
+
+Rect unionOf(const Rect& a, const Rect& b) {
+    const double minX = std::min(a.minX(), b.minX());
+    const double minY = std::min(a.minY(), b.minY());
+    return Rect(minX, minY, std::max(a.maxX(), b.maxX()) - minX,
+                std::max(a.maxY(), b.maxY()) - minY);
+}
 
 bool rectsIntersect(const X11Rect& a, int x, int y, int width, int height) {
     return a.x < x + width && x < a.x + a.width && a.y < y + height && y < a.y + a.height;
@@ -55,30 +63,31 @@ public:
     }
     bool available() const { return m_damage != 0; }
 
-    // Whether anything inside `area` changed since the last call.
-    bool takeDamage(const X11Rect& area) {
-        bool damaged = false;
-        bool any = false;
-        while (xcb_generic_event_t* event = xcb_poll_for_event(m_connection)) {
-            if ((event->response_type & 0x7f) == m_firstEvent + XCB_DAMAGE_NOTIFY) {
-                const auto* notify = reinterpret_cast<xcb_damage_notify_event_t*>(event);
-                any = true;
-                damaged = damaged || rectsIntersect(area, notify->area.x, notify->area.y,
-                                                    notify->area.width, notify->area.height);
-            }
-            std::free(event);
-        }
-        if (any) {
+    // One event from the connection's queue; damage inside `area` is noted.
+    void handle(const xcb_generic_event_t* event, const X11Rect& area) {
+        if (!m_damage || (event->response_type & 0x7f) != m_firstEvent + XCB_DAMAGE_NOTIFY)
+            return;
+        const auto* notify = reinterpret_cast<const xcb_damage_notify_event_t*>(event);
+        m_any = true;
+        m_damaged = m_damaged || rectsIntersect(area, notify->area.x, notify->area.y,
+                                                notify->area.width, notify->area.height);
+    }
+
+    // Whether anything inside the area changed since the last call.
+    bool takeDamage() {
+        if (std::exchange(m_any, false)) {
             xcb_damage_subtract(m_connection, m_damage, XCB_NONE, XCB_NONE);
             xcb_flush(m_connection);
         }
-        return damaged;
+        return std::exchange(m_damaged, false);
     }
 
 private:
     xcb_connection_t* m_connection;
     xcb_damage_damage_t m_damage = 0;
     uint8_t m_firstEvent = 0;
+    bool m_any = false;
+    bool m_damaged = false;
 };
 
 struct CursorImage {
@@ -205,14 +214,25 @@ void X11ScreenCaptureEngine::configureStream(std::shared_ptr<SCContentFilter> fi
     if (!m_connection)
         m_connection = std::make_unique<X11Connection>();
     const int rootHeight = m_connection->rootHeight();
+    stream.backgroundRGB = backgroundRGB(backgroundColor);
     if (filter->kind != SCContentFilter::Kind::display) {
-        // Windows are composed within the rectangle they covered when the filter was made.
+        // Windows are composed on the display, or a lone window makes the whole picture.
         stream.source = X11Coordinates::fromGlobal(filter->contentRect, rootHeight);
-        for (const SCWindow& window : filter->includedWindows)
-            stream.windows.push_back(window.windowID);
-        if (stream.windows.empty())
-            throw RecordingError::captureDeviceUnavailable();
-        stream.backgroundRGB = backgroundRGB(backgroundColor);
+        stream.composesWindows = true;
+        stream.followsWindow = filter->desktopIndependentWindow;
+        if (filter->kind == SCContentFilter::Kind::windows) {
+            for (const SCWindow& window : filter->includedWindows)
+                stream.windows.windows.push_back(window.windowID);
+            if (stream.windows.windows.empty())
+                throw RecordingError::captureDeviceUnavailable();
+        } else {
+            // An application without windows yet shows them once it opens some.
+            for (const SCRunningApplication& app : filter->includedApplications)
+                stream.windows.applications.push_back(app.bundleIdentifier);
+        }
+        if (stream.size.width <= 0 || stream.size.height <= 0 || stream.source.width <= 0 ||
+            stream.source.height <= 0)
+            throw RecordingError::invalidConfiguration(QStringLiteral("The capture area is empty"));
         std::lock_guard lock(m_configurationMutex);
         m_stream = stream;
         m_filter = std::move(filter);
@@ -240,47 +260,27 @@ void X11ScreenCaptureEngine::configureStream(std::shared_ptr<SCContentFilter> fi
     if (stream.size.width <= 0 || stream.size.height <= 0 || stream.source.width <= 0 ||
         stream.source.height <= 0)
         throw RecordingError::invalidConfiguration(QStringLiteral("The capture area is empty"));
-    for (const X11Rect& frame : excludedWindowFrames(*filter, rootHeight)) {
-        const X11Rect inSource{frame.x - stream.source.x, frame.y - stream.source.y, frame.width,
-                               frame.height};
-        if (inSource.x < stream.source.width && inSource.y < stream.source.height &&
-            inSource.x + inSource.width > 0 && inSource.y + inSource.height > 0)
-            stream.excluded.push_back(inSource);
-    }
+    // Kept out wherever they go, and those opened later too.
+    stream.windows.ownWindows = !mode.is<RecordingMode::SystemAudio>();
+    stream.windows.applications = filter->excludedBundleIDs;
+    for (const SCRunningApplication& app : filter->excludedApplications)
+        stream.windows.applications.push_back(app.bundleIdentifier);
     std::lock_guard lock(m_configurationMutex);
     m_stream = stream;
     m_filter = std::move(filter);
 }
 
-std::vector<X11Rect> X11ScreenCaptureEngine::excludedWindowFrames(const SCContentFilter& filter,
-                                                                  int rootHeight) const {
-    std::vector<X11Rect> frames;
-    for (const SCWindow& window : filter.exceptingWindows)
-        frames.push_back(X11Coordinates::fromGlobal(window.frame, rootHeight));
-    if (m_availableContent && !filter.excludedApplications.empty()) {
-        for (const SCWindow& window : m_availableContent->windows) {
-            if (!window.owningApplication)
-                continue;
-            const QString& owner = window.owningApplication->bundleIdentifier;
-            if (std::any_of(
-                    filter.excludedApplications.begin(), filter.excludedApplications.end(),
-                    [&](const SCRunningApplication& app) { return app.bundleIdentifier == owner; }))
-                frames.push_back(X11Coordinates::fromGlobal(window.frame, rootHeight));
-        }
-    }
-    return frames;
-}
-
-std::vector<uint32_t> X11ScreenCaptureEngine::pictureUnderWindows(const Stream& stream) const {
+void X11ScreenCaptureEngine::readPictureUnderWindows(const Stream& stream,
+                                                     std::vector<uint32_t>& picture) const {
     const X11Rect& source = stream.source;
-    std::vector<uint32_t> picture(size_t(source.width) * size_t(source.height),
-                                  0xff000000u | backgroundRGB(stream.background).value_or(0));
+    picture.assign(size_t(source.width) * size_t(source.height),
+                   0xff000000u | backgroundRGB(stream.background).value_or(0));
     xcb_connection_t* c = m_connection->get();
     // Desktop setters publish the wallpaper's pixmap on the root; without one the colour stays.
     const std::string id = m_connection->property(
         m_connection->root(), m_connection->atom("_XROOTPMAP_ID"), XCB_ATOM_PIXMAP);
     if (id.size() < sizeof(xcb_pixmap_t))
-        return picture;
+        return;
     xcb_pixmap_t pixmap = 0;
     std::memcpy(&pixmap, id.data(), sizeof pixmap);
     xcb_get_image_reply_t* image = xcb_get_image_reply(
@@ -291,7 +291,6 @@ std::vector<uint32_t> X11ScreenCaptureEngine::pictureUnderWindows(const Stream& 
     if (image && xcb_get_image_data_length(image) >= source.width * source.height * 4)
         std::memcpy(picture.data(), xcb_get_image_data(image), picture.size() * 4);
     std::free(image);
-    return picture;
 }
 
 std::optional<SCStreamConfiguration> X11ScreenCaptureEngine::configuration() const {
@@ -325,6 +324,15 @@ std::optional<Rect> X11ScreenCaptureEngine::captureRectInScreenSpace() const {
     if (const auto* area = m_mode->as<RecordingMode::ScreenArea>())
         return Rect(base.origin.x + area->rect.origin.x, base.origin.y + area->rect.origin.y,
                     area->rect.width(), area->rect.height());
+    // Window frames are global points with the origin at the bottom left already.
+    if (const auto* one = m_mode->as<RecordingMode::Window>())
+        return one->window.frame;
+    if (const auto* list = m_mode->as<RecordingMode::Windows>(); list && !list->windows.empty()) {
+        Rect joined = list->windows.front().frame;
+        for (const SCWindow& window : list->windows)
+            joined = unionOf(joined, window.frame);
+        return joined;
+    }
     return m_filter->contentRect;
 }
 
@@ -387,9 +395,12 @@ void X11ScreenCaptureEngine::captureLoop(Stream stream) {
     xcb_connection_t* c = m_connection->get();
     std::optional<X11RootGrabber> grabber;
     std::optional<RootDamage> damage;
+    X11WindowTracker tracker(*m_connection, stream.windows);
+    tracker.start();
     std::optional<X11WindowCompositor> compositor;
-    if (!stream.windows.empty()) {
-        compositor.emplace(*m_connection, stream.windows, stream.source, stream.backgroundRGB);
+    if (stream.composesWindows) {
+        compositor.emplace(*m_connection, tracker, stream.source, stream.backgroundRGB,
+                           stream.followsWindow);
         if (!compositor->isAvailable()) {
             reportStop({QStringLiteral("X11"),
                         3,
@@ -403,9 +414,24 @@ void X11ScreenCaptureEngine::captureLoop(Stream stream) {
         m_usesSharedMemory = grabber->usesSharedMemory();
         damage.emplace(c, m_connection->root());
     }
-    // Read once: a wallpaper changes rarely, and the grab must stay cheap at every tick.
-    const std::vector<uint32_t> under =
-        stream.excluded.empty() ? std::vector<uint32_t>{} : pictureUnderWindows(stream);
+    // Read when first needed and kept: a wallpaper changes rarely, and the grab must stay
+    // cheap at every tick.
+    std::vector<uint32_t> under;
+    bool repaint = false; // an excluded window moved: its old place is shown again next
+    // Every event of the connection goes to all that watch it: the tracker, damage, windows.
+    // `queuedOnly` takes just what came in with the last reply, without reading the socket.
+    auto readEvents = [&](bool queuedOnly) {
+        while (xcb_generic_event_t* event =
+                   queuedOnly ? xcb_poll_for_queued_event(c) : xcb_poll_for_event(c)) {
+            tracker.handle(event);
+            if (damage)
+                damage->handle(event, stream.source);
+            if (compositor)
+                compositor->handle(event);
+            std::free(event);
+        }
+        tracker.update();
+    };
     const bool cursorAvailable = stream.showsCursor && initXFixes(c);
     auto pool = std::make_unique<VideoFramePool>(stream.size.width, stream.size.height);
     const double scaleX = double(stream.size.width) / stream.source.width;
@@ -460,11 +486,26 @@ void X11ScreenCaptureEngine::captureLoop(Stream stream) {
                                            stream.source.width, stream.source.height,
                                            frame.mutableBytes(), frame.bytesPerRow(), frame.width(),
                                            frame.height());
-            for (const X11Rect& window : stream.excluded)
+            // Where the excluded windows were when the screen was grabbed: the grab's reply
+            // came after every event sent before it. A window that moved since the last frame
+            // is painted out over all the places it passed, so none of it shows on the way.
+            readEvents(true);
+            if (tracker.takeWallpaperChange())
+                under.clear();
+            auto paintOut = [&](const X11Rect& place) {
+                if (under.empty())
+                    readPictureUnderWindows(stream, under);
                 X11FramePixels::paintOver(under.data(), stream.source.width, stream.source.height,
-                                          window.x, window.y, window.width, window.height,
-                                          frame.mutableBytes(), frame.bytesPerRow(), frame.width(),
-                                          frame.height());
+                                          place.x - stream.source.x, place.y - stream.source.y,
+                                          place.width, place.height, frame.mutableBytes(),
+                                          frame.bytesPerRow(), frame.width(), frame.height());
+            };
+            for (const X11WindowTracker::Window& window : tracker.windows())
+                if (window.shown)
+                    paintOut(window.swept);
+            for (const X11Rect& place : tracker.vanished())
+                paintOut(place);
+            repaint = tracker.takeSweep();
         }
         if (cursor.reply) {
             const auto* pixels = xcb_xfixes_get_cursor_image_cursor_image(cursor.reply.get());
@@ -522,9 +563,10 @@ void X11ScreenCaptureEngine::captureLoop(Stream stream) {
         }
 
         // Without XDamage every tick counts as a change.
-        bool changed = first || redraw ||
-                       (compositor ? compositor->takeDamage()
-                                   : !damage->available() || damage->takeDamage(stream.source));
+        readEvents(false);
+        bool changed =
+            first || redraw || repaint ||
+            (compositor ? compositor->takeDamage() : !damage->available() || damage->takeDamage());
         CursorImage cursor;
         if (cursorAvailable) {
             cursor = readCursor(c);

@@ -5,6 +5,7 @@
 #include "core/time/MediaTime.h"
 #include "platform/x11/X11CaptureFilter.h"
 #include "platform/x11/X11Coordinates.h"
+#include "platform/x11/X11WindowTracker.h"
 
 #include <QByteArray>
 
@@ -74,19 +75,16 @@ private:
         int frameRate = 60;
         bool showsCursor = false;
         BackgroundType background = BackgroundType::black;
-        // Window modes: the windows to compose, and the colour under them (absent: wallpaper).
-        std::vector<uint32_t> windows;
+        // Window modes: the windows composed, over this colour (absent: the wallpaper).
+        // Display modes: the windows kept out, painted over with what lies below them.
+        X11WindowSelection windows;
+        bool composesWindows = false;
+        bool followsWindow = false; // one window by itself, wherever it goes
         std::optional<uint32_t> backgroundRGB;
-        // Display modes: windows kept out of the picture, in pixels of `source` (their frames
-        // when the stream was configured), painted over with what lies below them.
-        std::vector<X11Rect> excluded;
     };
-
-    // Display modes: the windows the filter keeps out, as their frames in root pixels.
-    std::vector<X11Rect> excludedWindowFrames(const SCContentFilter& filter, int rootHeight) const;
     // What lies under excluded windows across the source: the wallpaper the desktop publishes,
     // else the stream's background colour. One row after the other, source.width wide.
-    std::vector<uint32_t> pictureUnderWindows(const Stream& stream) const;
+    void readPictureUnderWindows(const Stream& stream, std::vector<uint32_t>& picture) const;
 
     void captureLoop(Stream stream);
     void reportStop(const StreamError& error);

@@ -9,50 +9,62 @@
 #include <vector>
 
 class X11Connection;
+class X11WindowTracker;
 
 // Pictures of chosen windows without what covers them: each window's top-level frame is
 // redirected off screen (XComposite, automatic mode, so the screen looks as before), and its
-// pixmap is drawn in stacking order over the wallpaper or a background colour, at the window's
-// place within the content rectangle. Used by the capture thread only.
+// pixmap is drawn in stacking order over the wallpaper or a background colour, at the place
+// the tracker last saw it within the content rectangle. Windows the tracker starts following
+// during the recording are redirected as they come. Used by the capture thread only.
 class X11WindowCompositor final {
 public:
-    // `clients` are the windows as listed (client ids); `content` is the captured rectangle in
-    // root pixels. `background` is 0xRRGGBB, or absent for the desktop's wallpaper.
-    X11WindowCompositor(const X11Connection& connection, std::vector<xcb_window_t> clients,
-                        X11Rect content, std::optional<uint32_t> background);
+    // `content` is the captured rectangle in root pixels. `background` is 0xRRGGBB, or absent
+    // for the desktop's wallpaper. With `followsWindow` the tracker's one window is the content
+    // wherever it moves, fitted into the picture whole and keeping its proportions; a window
+    // grown past the picture is shown smaller.
+    X11WindowCompositor(const X11Connection& connection, X11WindowTracker& tracker, X11Rect content,
+                        std::optional<uint32_t> background, bool followsWindow);
     ~X11WindowCompositor();
     X11WindowCompositor(const X11WindowCompositor&) = delete;
     X11WindowCompositor& operator=(const X11WindowCompositor&) = delete;
 
     // False when the server has no Composite extension.
     bool isAvailable() const { return m_available; }
-    // Whether any captured window changed since the last call.
+    // One event from the connection's queue; damage to a captured window is noted.
+    void handle(const xcb_generic_event_t* event);
+    // Whether any captured window changed, moved, came or went since the last call.
     bool takeDamage();
     // Draws the windows into a BGRA picture of any size (scaled from the content rectangle).
-    // Returns the id of a window that no longer exists, if one is gone; nothing is drawn then.
+    // Returns the id of a window named by id that no longer exists; nothing is drawn then.
     std::optional<xcb_window_t> compose(uint8_t* pixels, int stride, int width, int height);
 
-    // One window alone follows it wherever it moves and is fitted into the picture whole,
-    // keeping its proportions; a window grown past the picture is shown smaller. The factor of
-    // the last composition (1 when it fitted) is the content scale.
-    bool followsWindow() const { return m_windows.size() == 1; }
+    bool followsWindow() const { return m_followsWindow; }
+    // The factor of the last composition of a followed window (1 when it fitted).
     double contentScale() const { return m_contentScale; }
 
 private:
     struct Captured {
-        xcb_window_t client = 0;
         xcb_window_t toplevel = 0;
         uint32_t damage = 0;
     };
-    xcb_window_t toplevelOf(xcb_window_t window) const;
-    bool drawWallpaper(std::vector<uint32_t>& canvas);
+    void redirectNewWindows();
+    void release(const Captured& captured);
+    void drawBackground();
+    void composeFollowed(uint8_t* pixels, int stride, int width, int height);
 
     const X11Connection& m_connection;
-    std::vector<Captured> m_windows;
+    X11WindowTracker& m_tracker;
     X11Rect m_content;
     std::optional<uint32_t> m_background;
+    bool m_followsWindow = false;
     bool m_available = false;
+    bool m_hasDamage = false;
     uint8_t m_damageEvent = 0;
-    std::vector<uint32_t> m_canvas; // the content rectangle at its own size
+    bool m_damaged = false;
+    std::vector<Captured> m_captured;
+    uint64_t m_generation = ~uint64_t(0); // of the tracker when windows were last redirected
+    std::vector<uint32_t> m_canvas;       // the content rectangle at its own size
+    std::vector<uint32_t> m_wallpaper;    // the same, read from the desktop; empty when none
+    bool m_wallpaperRead = false;
     double m_contentScale = 1.0;
 };

@@ -4,6 +4,8 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+
 namespace {
 
 SCRunningApplication app(const char* id) {
@@ -52,6 +54,18 @@ TEST(X11CaptureFilterTest, ScreenExcludesOwnWindowsPanelsAndHiddenApps) {
     EXPECT_EQ(filter.excludedApplications[0].bundleIdentifier, QStringLiteral("xfce4-panel"));
     EXPECT_EQ(filter.excludedApplications[1].bundleIdentifier, QStringLiteral("secret"));
     EXPECT_EQ(filter.contentRect, Rect(0, 0, 1280, 720));
+    // Kept out also when they start during the recording: the hidden one and the panels,
+    // whether running now or not.
+    const auto& later = filter.excludedBundleIDs;
+    EXPECT_NE(std::find(later.begin(), later.end(), QStringLiteral("secret")), later.end());
+    EXPECT_NE(std::find(later.begin(), later.end(), QStringLiteral("tint2")), later.end());
+    EXPECT_EQ(std::find(later.begin(), later.end(), QStringLiteral("xterm")), later.end());
+    EXPECT_TRUE(SCContentFilter::isOwnWindowKeptOut(QStringLiteral("com.tavelquiston.app"),
+                                                    QStringLiteral("Recording")));
+    EXPECT_FALSE(SCContentFilter::isOwnWindowKeptOut(QStringLiteral("com.tavelquiston.app"),
+                                                     QStringLiteral("Screen Magnifier")));
+    EXPECT_FALSE(
+        SCContentFilter::isOwnWindowKeptOut(QStringLiteral("xterm"), QStringLiteral("Recording")));
 }
 
 TEST(X11CaptureFilterTest, BrokenOrEmptyHiddenAppsHideNothing) {
@@ -62,23 +76,49 @@ TEST(X11CaptureFilterTest, BrokenOrEmptyHiddenAppsHideNothing) {
               std::vector<QString>{QStringLiteral("a")});
 }
 
-// Windows are captured on the content's first display within the union of their frames;
-// applications bring all their windows.
+// Windows and applications are shown on the whole of the content's first display; only a
+// lone window without the wallpaper is content by itself. Applications bring all their windows,
+// and the program's own overlays but not its other windows.
 TEST(X11CaptureFilterTest, WindowsAndApplications) {
-    const SCShareableContent content = desktop();
+    SCShareableContent content = desktop();
     const RecordingMode windows = RecordingMode::windows({content.windows[3], content.windows[4]});
     const SCContentFilter w =
         SCContentFilter::make(windows, RecordingConfiguration(windows, {}), content, {});
     EXPECT_EQ(w.kind, SCContentFilter::Kind::windows);
     EXPECT_EQ(w.display.displayID, 7u);
-    // x 100...700, y 100...500 by hand from the two frames.
-    EXPECT_EQ(w.contentRect, Rect(100, 100, 600, 400));
+    EXPECT_EQ(w.contentRect, Rect(0, 0, 1280, 720));
+    EXPECT_FALSE(w.desktopIndependentWindow);
+
+    const RecordingMode one = RecordingMode::window(content.windows[4]);
+    RecordingConfiguration onWallpaper(one, {});
+    onWallpaper.backgroundColor = BackgroundType::wallpaper;
+    const SCContentFilter shown = SCContentFilter::make(one, onWallpaper, content, {});
+    EXPECT_EQ(shown.contentRect, Rect(0, 0, 1280, 720));
+    EXPECT_FALSE(shown.desktopIndependentWindow);
+    RecordingConfiguration onColour(one, {});
+    onColour.backgroundColor = BackgroundType::blue;
+    const SCContentFilter alone = SCContentFilter::make(one, onColour, content, {});
+    EXPECT_EQ(alone.contentRect, Rect(500, 100, 200, 400));
+    EXPECT_TRUE(alone.desktopIndependentWindow);
+    EXPECT_EQ(ids(alone.includedWindows), std::vector<uint32_t>{5});
 
     const RecordingMode apps = RecordingMode::application({app("xterm")});
     const SCContentFilter a =
         SCContentFilter::make(apps, RecordingConfiguration(apps, {}), content, {});
     EXPECT_EQ(a.kind, SCContentFilter::Kind::applications);
-    EXPECT_EQ(ids(a.includedWindows), (std::vector<uint32_t>{4, 5}));
+    EXPECT_EQ(a.contentRect, Rect(0, 0, 1280, 720));
+    // Windows 2 and 3 are the program's pointer and camera overlays; 1 is its own panel.
+    EXPECT_EQ(ids(a.includedWindows), (std::vector<uint32_t>{2, 3, 4, 5}));
+    ASSERT_EQ(a.includedApplications.size(), 2u);
+    EXPECT_EQ(a.includedApplications[1].bundleIdentifier, QStringLiteral("com.tavelquiston.app"));
+
+    // Without the program running, only the chosen application is there.
+    content.applications.erase(content.applications.begin());
+    content.windows.erase(content.windows.begin(), content.windows.begin() + 3);
+    const SCContentFilter b =
+        SCContentFilter::make(apps, RecordingConfiguration(apps, {}), content, {});
+    EXPECT_EQ(ids(b.includedWindows), (std::vector<uint32_t>{4, 5}));
+    EXPECT_EQ(b.includedApplications.size(), 1u);
 }
 
 TEST(X11CaptureFilterTest, RefusesDevicesAndMissingDisplays) {

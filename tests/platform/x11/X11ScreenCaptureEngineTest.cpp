@@ -67,20 +67,22 @@ XvfbSession::Options smallScreen() {
     return options;
 }
 
-RecordingConfiguration configurationFor(const RecordingMode& mode) {
-    return RecordingConfiguration(mode, QStringLiteral("/tmp"));
+RecordingConfiguration configurationFor(const RecordingMode& mode,
+                                        BackgroundType background = BackgroundType::black) {
+    RecordingConfiguration configuration(mode, QStringLiteral("/tmp"));
+    configuration.backgroundColor = background;
+    return configuration;
 }
 
 // An engine prepared for a mode on the session's X server, frames going to `log`.
-std::unique_ptr<X11ScreenCaptureEngine> prepared(const RecordingMode& mode, FrameLog& log,
-                                                 int frameRate = 30,
-                                                 ResolutionMode resolution = ResolutionMode::normal,
-                                                 bool showCursor = false) {
-    auto engine = std::make_unique<X11ScreenCaptureEngine>();
+std::unique_ptr<X11ScreenCaptureEngine>
+prepared(const RecordingMode& mode, FrameLog& log, int frameRate = 30,
+         ResolutionMode resolution = ResolutionMode::normal, bool showCursor = false,
+         BackgroundType background = BackgroundType::black, QByteArray hiddenApps = {}) {
+    auto engine = std::make_unique<X11ScreenCaptureEngine>(std::move(hiddenApps));
     engine->updateAvailableContent();
-    auto filter = engine->createFilter(mode, configurationFor(mode));
-    engine->configureStream(filter, mode, resolution, frameRate, showCursor, BackgroundType::black,
-                            false);
+    auto filter = engine->createFilter(mode, configurationFor(mode, background));
+    engine->configureStream(filter, mode, resolution, frameRate, showCursor, background, false);
     engine->setFrameHandler(
         [&log](const VideoFrame& frame, const VideoSampleInfo& info) { log.add(frame, info); });
     return engine;
@@ -431,4 +433,205 @@ TEST(X11ScreenCaptureEngineTest, GrownWindowEnlargesTheStream) {
     EXPECT_GT(after.width, before.width + 60);
     EXPECT_GT(after.height, before.height + 60);
     EXPECT_EQ(log.lastFrame().width(), after.width);
+}
+
+namespace {
+
+constexpr uint32_t opaqueGreen = 0xff00ff00u;
+constexpr uint32_t opaqueBlue = 0xff0000ffu;
+constexpr uint32_t opaqueBlack = 0xff000000u;
+
+XvfbSession::Options managedSmallScreen() {
+    XvfbSession::Options options = smallScreen();
+    options.windowManager = true;
+    return options;
+}
+
+// The pixel of a display-sized frame at the middle of a frame in root pixels. The frames in
+// these tests are at least 100 high, so the middle lies below any title bar, in the client.
+// Nothing (0) before the first frame.
+uint32_t middleOf(const VideoFrame& frame, const X11Rect& place) {
+    if (frame.isNull())
+        return 0;
+    return pixelAt(frame, place.x + place.width / 2, place.y + place.height / 2);
+}
+
+SCWindow listedWindow(X11Connection& connection, xcb_window_t id) {
+    for (const SCWindow& window : X11ShareableContent::fetch(connection).windows)
+        if (window.windowID == id)
+            return window;
+    return SCWindow{};
+}
+
+// Counts the errors an engine reports.
+struct ErrorCount {
+    std::atomic<int> count{0};
+    void watch(X11ScreenCaptureEngine& engine) {
+        engine.setErrorHandler([this](const StreamError&) { ++count; });
+    }
+};
+
+} // namespace
+
+// Recorded windows are shown on the whole display at the place they have now: one moved
+// during the recording shows at its new place, and its old place shows the background.
+TEST(X11ScreenCaptureEngineTest, WindowsModeShowsWindowsWhereTheyAreNow) {
+    REQUIRE_XVFB(managedSmallScreen());
+    XvfbSession session(managedSmallScreen());
+    ASSERT_TRUE(session.isReady()) << session.error();
+    ColouredWindow red(0xff0000, {40, 40, 160, 100}, "painter");
+    ColouredWindow green(0x00ff00, {360, 40, 160, 100}, "painter");
+    X11Connection connection;
+    const auto redPlace = listedFrame(connection, red.id());
+    const auto greenPlace = listedFrame(connection, green.id());
+    ASSERT_TRUE(redPlace && greenPlace) << "the windows never showed";
+
+    const SCWindow redWindow = listedWindow(connection, red.id());
+    const SCWindow greenWindow = listedWindow(connection, green.id());
+    FrameLog log;
+    ErrorCount errors;
+    auto engine = prepared(RecordingMode::windows({redWindow, greenWindow}), log);
+    errors.watch(*engine);
+    EXPECT_EQ(engine->configuration(), (SCStreamConfiguration{640, 480}));
+    // Both frames lie in the top band of the screen: the union spans from the red one's left
+    // to the green one's right, and the taller of the two.
+    const Rect& a = redWindow.frame;
+    const Rect& b = greenWindow.frame;
+    EXPECT_EQ(engine->captureRectInScreenSpace(),
+              Rect(a.minX(), std::min(a.minY(), b.minY()), b.maxX() - a.minX(),
+                   std::max(a.maxY(), b.maxY()) - std::min(a.minY(), b.minY())));
+
+    ASSERT_TRUE(runTask(engine->startCapture()).finished);
+    const bool bothShown = waitUntil(
+        [&] {
+            const VideoFrame frame = log.lastFrame();
+            return !frame.isNull() && middleOf(frame, *redPlace) == opaqueRed &&
+                   middleOf(frame, *greenPlace) == opaqueGreen;
+        },
+        5s);
+    EXPECT_TRUE(bothShown) << "the windows never showed at their places";
+    EXPECT_EQ(log.lastFrame().width(), 640);
+
+    red.moveTo(220, 320);
+    const auto moved = listedFrame(connection, red.id(), redPlace);
+    ASSERT_TRUE(moved) << "the window manager never moved the window";
+    const bool followed = waitUntil(
+        [&] {
+            const VideoFrame frame = log.lastFrame();
+            return middleOf(frame, *moved) == opaqueRed &&
+                   middleOf(frame, *redPlace) == opaqueBlack &&
+                   middleOf(frame, *greenPlace) == opaqueGreen;
+        },
+        5s);
+    ASSERT_TRUE(runTask(engine->stopCapture()).finished);
+    EXPECT_TRUE(followed) << "the moved window did not show at its new place only";
+    EXPECT_EQ(errors.count.load(), 0);
+}
+
+// An application's windows opened during the recording appear, one that closes simply goes,
+// and another application's window never shows.
+TEST(X11ScreenCaptureEngineTest, ApplicationModeFollowsTheApplicationsWindows) {
+    REQUIRE_XVFB(managedSmallScreen());
+    XvfbSession session(managedSmallScreen());
+    ASSERT_TRUE(session.isReady()) << session.error();
+    auto first = std::make_unique<ColouredWindow>(0xff0000, X11Rect{40, 40, 160, 100}, "painter");
+    ColouredWindow other(0x0000ff, {360, 40, 160, 100}, "otherapp");
+    X11Connection connection;
+    const auto firstPlace = listedFrame(connection, first->id());
+    const auto otherPlace = listedFrame(connection, other.id());
+    ASSERT_TRUE(firstPlace && otherPlace) << "the windows never showed";
+
+    FrameLog log;
+    ErrorCount errors;
+    auto engine = prepared(RecordingMode::application({SCRunningApplication{
+                               QStringLiteral("painter"), QStringLiteral("Painter"), 0}}),
+                           log);
+    errors.watch(*engine);
+    EXPECT_EQ(engine->configuration(), (SCStreamConfiguration{640, 480}));
+    EXPECT_EQ(engine->captureRectInScreenSpace(), Rect(0, 0, 640, 480));
+    ASSERT_TRUE(runTask(engine->startCapture()).finished);
+    EXPECT_TRUE(waitUntil([&] { return middleOf(log.lastFrame(), *firstPlace) == opaqueRed; }, 5s))
+        << "the application's window never showed";
+
+    ColouredWindow second(0x00ff00, {200, 300, 160, 100}, "painter");
+    const auto secondPlace = listedFrame(connection, second.id());
+    ASSERT_TRUE(secondPlace) << "the second window never showed";
+    EXPECT_TRUE(
+        waitUntil([&] { return middleOf(log.lastFrame(), *secondPlace) == opaqueGreen; }, 5s))
+        << "a window opened during the recording never showed";
+
+    first.reset();
+    const bool closed = waitUntil(
+        [&] {
+            const VideoFrame frame = log.lastFrame();
+            return middleOf(frame, *firstPlace) == opaqueBlack &&
+                   middleOf(frame, *secondPlace) == opaqueGreen;
+        },
+        5s);
+    EXPECT_TRUE(closed) << "the closed window stayed in the picture";
+    EXPECT_TRUE(engine->isCapturing());
+    EXPECT_NE(middleOf(log.lastFrame(), *otherPlace), opaqueBlue);
+    ASSERT_TRUE(runTask(engine->stopCapture()).finished);
+    EXPECT_EQ(errors.count.load(), 0);
+}
+
+// A hidden application's windows never show in a display recording: not where they were at the
+// start, not on the way while one moves, not at its new place, and not one opened later. The
+// place one left shows what is really there again.
+TEST(X11ScreenCaptureEngineTest, HiddenApplicationStaysPaintedOutWhereverItGoes) {
+    REQUIRE_XVFB(managedSmallScreen());
+    XvfbSession session(managedSmallScreen());
+    ASSERT_TRUE(session.isReady()) << session.error();
+    ColouredWindow backdrop(0x00ff00, {10, 10, 600, 440}, "backdrop");
+    X11Connection connection;
+    ASSERT_TRUE(listedFrame(connection, backdrop.id()));
+    ColouredWindow secret(0xff0000, {100, 100, 160, 100}, "secret");
+    const auto secretPlace = listedFrame(connection, secret.id());
+    ASSERT_TRUE(secretPlace) << "the hidden window never showed";
+
+    FrameLog log;
+    std::atomic<int> framesWithRed{0};
+    auto engine =
+        prepared(RecordingMode::screen(firstDisplay()), log, 30, ResolutionMode::normal, false,
+                 BackgroundType::black, R"([{"bundleID":"secret","name":"Secret"}])");
+    engine->setFrameHandler([&](const VideoFrame& frame, const VideoSampleInfo& info) {
+        for (int y = 0; y < frame.height(); ++y)
+            for (int x = 0; x < frame.width(); ++x)
+                if (pixelAt(frame, x, y) == opaqueRed) {
+                    ++framesWithRed;
+                    y = frame.height();
+                    break;
+                }
+        log.add(frame, info);
+    });
+    ASSERT_TRUE(runTask(engine->startCapture()).finished);
+    ASSERT_TRUE(waitUntil([&] { return log.count() >= 1; }, 5s));
+    // Without a wallpaper the stream's black stands for what lies under hidden windows.
+    EXPECT_EQ(middleOf(log.lastFrame(), *secretPlace), opaqueBlack);
+
+    // Moved in steps, so that frames are taken while it travels.
+    for (int step = 1; step <= 5; ++step) {
+        secret.moveTo(100 + step * 50, 100 + step * 30);
+        processEventsFor(40ms);
+    }
+    const auto moved = listedFrame(connection, secret.id(), secretPlace);
+    ASSERT_TRUE(moved);
+    const bool repainted = waitUntil(
+        [&] {
+            const VideoFrame frame = log.lastFrame();
+            return middleOf(frame, *moved) == opaqueBlack &&
+                   middleOf(frame, *secretPlace) == opaqueGreen;
+        },
+        5s);
+    EXPECT_TRUE(repainted) << "the old place does not show the window below, or the new one "
+                              "shows the hidden window";
+
+    const size_t before = log.count();
+    ColouredWindow later(0xff0000, {60, 300, 120, 100}, "secret");
+    ASSERT_TRUE(listedFrame(connection, later.id()));
+    // Mapping it changed the screen, so frames followed.
+    EXPECT_TRUE(waitUntil([&] { return log.count() > before; }, 5s));
+    processEventsFor(200ms);
+    ASSERT_TRUE(runTask(engine->stopCapture()).finished);
+    EXPECT_EQ(framesWithRed.load(), 0) << "of " << log.count() << " frames";
 }
