@@ -508,10 +508,20 @@ void X11ScreenCaptureEngine::captureLoop(Stream stream) {
             repaint = tracker.takeSweep();
         }
         if (cursor.reply) {
+            // A followed window is the picture wherever it is now, at the scale it was fitted.
+            X11Rect origin = stream.source;
+            double cursorScaleX = scaleX;
+            double cursorScaleY = scaleY;
+            if (const auto followed = compositor && compositor->followsWindow()
+                                          ? compositor->followedFrame()
+                                          : std::nullopt) {
+                origin = *followed;
+                cursorScaleX = cursorScaleY = compositor->contentScale();
+            }
             const auto* pixels = xcb_xfixes_get_cursor_image_cursor_image(cursor.reply.get());
             X11FramePixels::blendCursor(pixels, cursor.reply->width, cursor.reply->height,
-                                        int((cursor.x - stream.source.x) * scaleX),
-                                        int((cursor.y - stream.source.y) * scaleY),
+                                        int((cursor.x - origin.x) * cursorScaleX),
+                                        int((cursor.y - origin.y) * cursorScaleY),
                                         frame.mutableBytes(), frame.bytesPerRow(), frame.width(),
                                         frame.height());
         }

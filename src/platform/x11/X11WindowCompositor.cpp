@@ -237,6 +237,7 @@ void X11WindowCompositor::composeFollowed(uint8_t* pixels, int stride, int width
         return;
     // Fitted whole at the top left, never enlarged; the rest is the background.
     m_contentScale = std::min({1.0, double(width) / w, double(height) / h});
+    m_followedFrame = windows.front().frame;
     const int fittedWidth = std::max(1, int(w * m_contentScale));
     const int fittedHeight = std::max(1, int(h * m_contentScale));
     X11FramePixels::copyOpaque(xcb_get_image_data(image.get()), w * 4, w, h, pixels, stride,

@@ -41,6 +41,9 @@ public:
     bool followsWindow() const { return m_followsWindow; }
     // The factor of the last composition of a followed window (1 when it fitted).
     double contentScale() const { return m_contentScale; }
+    // Where the followed window was at the last composition, in root pixels: its top-left
+    // corner is the picture's.
+    std::optional<X11Rect> followedFrame() const { return m_followedFrame; }
 
 private:
     struct Captured {
@@ -67,4 +70,5 @@ private:
     std::vector<uint32_t> m_wallpaper;    // the same, read from the desktop; empty when none
     bool m_wallpaperRead = false;
     double m_contentScale = 1.0;
+    std::optional<X11Rect> m_followedFrame;
 };

@@ -635,3 +635,42 @@ TEST(X11ScreenCaptureEngineTest, HiddenApplicationStaysPaintedOutWhereverItGoes)
     ASSERT_TRUE(runTask(engine->stopCapture()).finished);
     EXPECT_EQ(framesWithRed.load(), 0) << "of " << log.count() << " frames";
 }
+
+// A lone recorded window is the picture wherever it goes, and so is the pointer over it: after
+// the window has moved, the pointer at 60, 50 from its frame's corner is drawn at 60, 50 of the
+// picture, not where that point was before the move.
+TEST(X11ScreenCaptureEngineTest, PointerOverAFollowedWindowMovesWithIt) {
+    REQUIRE_XVFB(managedSmallScreen());
+    REQUIRE_TOOL("xdotool");
+    XvfbSession session(managedSmallScreen());
+    ASSERT_TRUE(session.isReady()) << session.error();
+    ColouredWindow red(0xff0000, {40, 40, 160, 100}, "painter");
+    X11Connection connection;
+    const auto start = listedFrame(connection, red.id());
+    ASSERT_TRUE(start) << "the window never showed";
+    FrameLog log;
+    auto engine = prepared(RecordingMode::window(listedWindow(connection, red.id())), log, 30,
+                           ResolutionMode::normal, true);
+    ASSERT_TRUE(runTask(engine->startCapture()).finished);
+    red.moveTo(300, 250);
+    const auto moved = listedFrame(connection, red.id(), start);
+    ASSERT_TRUE(moved) << "the window manager never moved the window";
+    ASSERT_TRUE(session.moveTo(moved->x + 60, moved->y + 50));
+
+    // The pointer image around its hot spot differs from the window's red in dozens of pixels.
+    auto pointerPixels = [](const VideoFrame& frame) {
+        int count = 0;
+        for (int y = 38; y < 62 && y < frame.height(); ++y)
+            for (int x = 48; x < 72 && x < frame.width(); ++x)
+                count += pixelAt(frame, x, y) != opaqueRed;
+        return count;
+    };
+    const bool drawn = waitUntil(
+        [&] {
+            const VideoFrame frame = log.lastFrame();
+            return !frame.isNull() && pointerPixels(frame) > 20;
+        },
+        5s);
+    ASSERT_TRUE(runTask(engine->stopCapture()).finished);
+    EXPECT_TRUE(drawn) << "the pointer was not drawn where it is over the moved window";
+}
