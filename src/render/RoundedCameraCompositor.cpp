@@ -34,11 +34,50 @@ QImage silhouette(const QImage& image, double alpha) {
     return out;
 }
 
-// The whole canvas replaced by `image`.
-void paintOpaque(QImage& canvas, const QImage& image) {
+// The whole canvas replaced by `image`, except inside `hole`, which something opaque covers
+// next anyway.
+void paintOpaque(QImage& canvas, const QImage& image, QRect hole = {}) {
     QPainter painter(&canvas);
     painter.setCompositionMode(QPainter::CompositionMode_Source);
-    painter.drawImage(QPoint(0, 0), image);
+    hole = hole.intersected(canvas.rect());
+    if (hole.isEmpty()) {
+        painter.drawImage(QPoint(0, 0), image);
+        return;
+    }
+    const int width = canvas.width();
+    const int height = canvas.height();
+    for (const QRect& band :
+         {QRect(0, 0, width, hole.top()),
+          QRect(0, hole.bottom() + 1, width, height - hole.bottom() - 1),
+          QRect(0, hole.top(), hole.left(), hole.height()),
+          QRect(hole.right() + 1, hole.top(), width - hole.right() - 1, hole.height())}) {
+        if (!band.isEmpty())
+            painter.drawImage(band.topLeft(), image, band);
+    }
+}
+
+// The whole canvas pixels that an opaque screen picture covers completely once drawn, so that
+// nothing under them needs painting: inside the rounded frame clear of its corners, or inside
+// the unframed picture, in both cases a pixel in from the edges that resampling blends. Empty
+// when the picture may be translucent.
+QRect coveredByScreen(const ScreenLayer& layer) {
+    if (layer.image.isNull() || layer.image.hasAlphaChannel())
+        return {};
+    QRectF covered;
+    if (layer.frame) {
+        const double inset = layer.cornerRadius + 2.0;
+        covered = layer.zoom.mapRect(layer.frame->adjusted(inset, inset, -inset, -inset));
+    } else {
+        covered = (layer.toCanvas * layer.zoom)
+                      .mapRect(QRectF(layer.image.rect()).adjusted(1.0, 1.0, -1.0, -1.0));
+    }
+    const int left = static_cast<int>(std::ceil(covered.left()));
+    const int top = static_cast<int>(std::ceil(covered.top()));
+    const int right = static_cast<int>(std::floor(covered.right()));
+    const int bottom = static_cast<int>(std::floor(covered.bottom()));
+    if (right <= left || bottom <= top)
+        return {};
+    return QRect(QPoint(left, top), QPoint(right - 1, bottom - 1));
 }
 
 } // namespace
@@ -107,7 +146,10 @@ CompositionResult RoundedCameraCompositor::processRequest(const CompositionReque
                 logLine("   ❌ No frame for trackID={}", index);
             continue;
         }
-        const QImage converted = frame.format() == QImage::Format_ARGB32_Premultiplied
+        // Drawn as they come when the painter reads them directly; an opaque picture is best
+        // given without alpha, which lets the canvas skip what it hides.
+        const QImage converted = frame.format() == QImage::Format_ARGB32_Premultiplied ||
+                                         frame.format() == QImage::Format_RGB32
                                      ? frame
                                      : frame.convertToFormat(QImage::Format_ARGB32_Premultiplied);
         (index == 0 ? screenImage : cameraImage) = converted;
@@ -141,12 +183,13 @@ CompositionResult RoundedCameraCompositor::processRequest(const CompositionReque
                 QTransform::fromTranslate(0.0, renderSize.height - screenImage.height());
         }
         applyZoomTransform(layer, t, renderSize);
+        const QRect hidden = coveredByScreen(layer);
         if (layer.zoom.isIdentity() && !layer.shadow.isNull()) {
             // Unzoomed, background and shadow stand still: one copy of both together.
-            paintOpaque(canvas, backdrop(background, layer));
+            paintOpaque(canvas, backdrop(background, layer), hidden);
             layer.shadow = QImage();
         } else {
-            paintOpaque(canvas, background);
+            paintOpaque(canvas, background, hidden);
         }
         LayerPainter::drawScreenLayer(canvas, layer);
         if (m_settings.cursorOverlaySettings.enabled)

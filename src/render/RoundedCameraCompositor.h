@@ -32,7 +32,9 @@ struct CompositionResult {
 };
 
 // One output frame to compose. Source frames come by track index: index 0 is the screen, any
-// later index the camera; a null image means the track has no frame at this time.
+// later index the camera; a null image means the track has no frame at this time. Opaque
+// pictures (decoded video) are best given as Format_RGB32, translucent ones premultiplied;
+// other formats are converted first.
 struct CompositionRequest {
     double compositionTime = 0.0; // seconds on the composition's time line
     Size renderSize;

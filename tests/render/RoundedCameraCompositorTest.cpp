@@ -171,6 +171,31 @@ TEST_F(RoundedCameraCompositorTest, ScreenShadowFollowsTheZoom) {
     EXPECT_TRUE(isColor(zoomed, 160, 163, Qt::red));
 }
 
+// An opaque screen (no alpha channel) lets the canvas skip painting what it hides; the frames
+// must come out exactly as with the same picture given with alpha, which paints everything.
+// Checked through a zoom's ease in and out, padded and unpadded, over reused canvases.
+TEST_F(RoundedCameraCompositorTest, OpaqueScreenComposesLikeTheSamePictureWithAlpha) {
+    QImage withAlpha(160, 90, QImage::Format_ARGB32_Premultiplied);
+    for (int y = 0; y < 90; ++y)
+        for (int x = 0; x < 160; ++x)
+            withAlpha.setPixel(x, y, qRgb(x * 255 / 159, y * 255 / 89, (x ^ y) & 0xff));
+    const QImage opaque = withAlpha.convertToFormat(QImage::Format_RGB32);
+    settings.zoomSegments = {zoomOn({0.3, 0.6}, 2.5)};
+    for (const bool padded : {true, false}) {
+        settings.backgroundEnabled = padded;
+        settings.backgroundSettings = BackgroundSettings{
+            StudioBackgroundType::gradient, gradientSettings(GradientPreset::ocean), {}, {}, 1.0};
+        RoundedCameraCompositor painted(settings);
+        RoundedCameraCompositor skipping(settings);
+        for (const double t : {0.2, 0.7, 0.9, 1.0, 5.0, 9.2, 9.4, 9.8}) {
+            // Copies, so that each compositor paints over its own previous canvas.
+            const QImage expected = compose(painted, t, {320, 180}, {withAlpha}).copy();
+            const QImage actual = compose(skipping, t, {320, 180}, {opaque}).copy();
+            ASSERT_EQ(actual, expected) << (padded ? "padded" : "unpadded") << " at " << t;
+        }
+    }
+}
+
 TEST_F(RoundedCameraCompositorTest, NoOutputBufferIsTheOnlyFailure) {
     RoundedCameraCompositor compositor(settings);
     CompositionRequest r = request(0.0, {320, 180}, {filled(16, 9, Qt::red)});
