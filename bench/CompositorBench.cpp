@@ -10,8 +10,9 @@
 
 namespace {
 
+// A decoded video frame: opaque, so it comes without alpha.
 QImage screenFrame() {
-    QImage screen(1920, 1080, QImage::Format_ARGB32_Premultiplied);
+    QImage screen(1920, 1080, QImage::Format_RGB32);
     screen.fill(QColor(230, 230, 235));
     QPainter painter(&screen);
     for (int i = 0; i < 40; ++i)
@@ -63,7 +64,8 @@ const QImage& sharedCamera() {
 
 // Times during the zoom's ease in (scale, camera size and cursor all change every frame), or
 // one time held on the zoom's body with the cursor at rest (what the caches are for).
-void composeFrames(benchmark::State& state, Size renderSize, bool moving, bool zoomed = true) {
+void composeFrames(benchmark::State& state, Size renderSize, bool moving, bool zoomed = true,
+                   const QImage& screen = sharedScreen()) {
     auto settings = styledSettings();
     if (!zoomed)
         settings->zoomSegments.clear();
@@ -74,7 +76,7 @@ void composeFrames(benchmark::State& state, Size renderSize, bool moving, bool z
     RoundedCameraCompositor compositor(*settings);
     CompositionRequest request;
     request.renderSize = renderSize;
-    request.sourceFrames = {sharedScreen(), sharedCamera()};
+    request.sourceFrames = {screen, sharedCamera()};
     double t = moving ? 0.5 : 5.0;
     // An export composes thousands of frames: the shadows and masks its first frame builds are
     // measured on their own (BM_StyledFirstFrame), not spread over these.
@@ -94,6 +96,14 @@ void composeFrames(benchmark::State& state, Size renderSize, bool moving, bool z
 
 void BM_StyledMoving(benchmark::State& state) {
     composeFrames(state, {double(state.range(0)), double(state.range(1))}, true);
+}
+
+// The same with a screen picture that has alpha (a recording with a transparent background):
+// everything under it must be painted.
+void BM_StyledMovingTranslucent(benchmark::State& state) {
+    static const QImage translucent =
+        sharedScreen().convertToFormat(QImage::Format_ARGB32_Premultiplied);
+    composeFrames(state, {double(state.range(0)), double(state.range(1))}, true, true, translucent);
 }
 
 // A new compositor's first frame: background, screen shadow and masks built from nothing.
@@ -156,6 +166,10 @@ BENCHMARK(BM_StyledMoving)
     ->Args({1920, 1920})
     ->Args({3840, 2160})
     ->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_StyledMovingTranslucent)
+    ->MeasureProcessCPUTime()
+    ->Args({1920, 1080})
+    ->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_StyledFirstFrame)->MeasureProcessCPUTime()->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_StyledStill)
     ->MeasureProcessCPUTime()
@@ -188,6 +202,8 @@ int main(int argc, char** argv) {
                         "BM_Baseline_PaddedScaledCopy/process_time");
     reporter.printRatio("  still vs moving ", "BM_StyledStill/1920/1080/process_time", "moving",
                         "BM_StyledMoving/1920/1080/process_time");
+    reporter.printRatio("  translucent screen", "BM_StyledMovingTranslucent/1920/1080/process_time",
+                        "moving", "BM_StyledMoving/1920/1080/process_time");
     reporter.printRatio("  first frame     ", "BM_StyledFirstFrame/process_time", "moving",
                         "BM_StyledMoving/1920/1080/process_time");
     reporter.printRatio("  1080x1920 moving", "BM_StyledMoving/1080/1920/process_time",
