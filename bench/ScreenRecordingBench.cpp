@@ -8,7 +8,10 @@
 // colours, 1 moves a detailed full-screen pattern by a few pixels every 16 ms, standing for a
 // video played full screen. One more ffmpeg run keeps ffmpeg's own defaults (constant quality,
 // key frames 250 apart) for reference. TQ_BENCH_SECONDS sets the length of each run (5 s unless
-// given; the figures worth quoting come from 30). Needs Xvfb and ffmpeg; skips otherwise.
+// given; the figures worth quoting come from 30). TQ_BENCH_PAIRS repeats every pair of runs that
+// many times, interleaved, and the ratios are reported per pair and as their median: this
+// machine's speed drifts by tens of percent within minutes, so one pair can mislead. Needs Xvfb
+// and ffmpeg; skips otherwise.
 
 #include "media/FFmpegHandles.h"
 #include "media/MediaWriter.h"
@@ -245,7 +248,8 @@ std::optional<CaptureCounts> captureCounts(const std::string& log) {
     return CaptureCounts{std::stoll(match[1]), std::stoll(match[2]), std::stoll(match[3])};
 }
 
-std::map<std::string, double> cpuPerSecond; // by "<tool>/<fps>[/video]"
+// Every run's CPU seconds per recorded second, in run order, by "<tool>/<fps>[/video]".
+std::map<std::string, std::vector<double>> cpuPerSecond;
 
 std::string key(const char* tool, const benchmark::State& state) {
     return fmt::format("{}/{}{}", tool, state.range(0), state.range(1) ? "/video" : "");
@@ -254,7 +258,7 @@ std::string key(const char* tool, const benchmark::State& state) {
 void report(benchmark::State& state, const std::string& key, const Outcome& outcome, int frames,
             int fps) {
     const double perSecond = outcome.cpuSeconds / recordSeconds;
-    cpuPerSecond[key] = perSecond;
+    cpuPerSecond[key].push_back(perSecond);
     state.counters["frames"] = frames;
     state.counters["dropped"] = std::max(0.0, std::round(recordSeconds * fps) - frames);
     state.counters["cpu_s_per_s"] = perSecond;
@@ -361,32 +365,62 @@ void FfmpegX11grabDefaults(benchmark::State& state) {
 
 } // namespace
 
-// Each recorder right after the other on the same scene, so the two see the same machine.
-BENCHMARK(Tavelquiston)->Args({60, 0})->Iterations(1)->Unit(benchmark::kSecond);
-BENCHMARK(FfmpegX11grab)->Args({60, 0})->Iterations(1)->Unit(benchmark::kSecond);
-BENCHMARK(FfmpegX11grabDefaults)->Args({60, 0})->Iterations(1)->Unit(benchmark::kSecond);
-BENCHMARK(Tavelquiston)->Args({30, 0})->Iterations(1)->Unit(benchmark::kSecond);
-BENCHMARK(FfmpegX11grab)->Args({30, 0})->Iterations(1)->Unit(benchmark::kSecond);
-BENCHMARK(Tavelquiston)->Args({60, 1})->Iterations(1)->Unit(benchmark::kSecond);
-BENCHMARK(FfmpegX11grab)->Args({60, 1})->Iterations(1)->Unit(benchmark::kSecond);
-
 int main(int argc, char** argv) {
     benchmark::Initialize(&argc, argv);
-    benchmark::RunSpecifiedBenchmarks();
-    for (const char* run : {"60", "30", "60/video"}) {
-        const auto ours = cpuPerSecond.find(fmt::format("tavelquiston/{}", run));
-        const auto theirs = cpuPerSecond.find(fmt::format("ffmpeg/{}", run));
-        if (ours != cpuPerSecond.end() && theirs != cpuPerSecond.end() && theirs->second > 0)
-            fmt::print("CPU per recorded second at {}: {:.3f} s = {:.2f} x ffmpeg -f x11grab "
-                       "({:.3f} s)\n",
-                       run, ours->second, ours->second / theirs->second, theirs->second);
+    const char* givenPairs = std::getenv("TQ_BENCH_PAIRS");
+    const int pairs = givenPairs && std::atoi(givenPairs) > 0 ? std::atoi(givenPairs) : 1;
+    // Each recorder right after the other on the same scene, so the two see the same machine.
+    for (int pair = 0; pair < pairs; ++pair) {
+        auto add = [](const char* name, void (*run)(benchmark::State&), int fps, int video) {
+            benchmark::RegisterBenchmark(name, run)
+                ->Args({fps, video})
+                ->Iterations(1)
+                ->Unit(benchmark::kSecond);
+        };
+        add("Tavelquiston", Tavelquiston, 60, 0);
+        add("FfmpegX11grab", FfmpegX11grab, 60, 0);
+        add("FfmpegX11grabDefaults", FfmpegX11grabDefaults, 60, 0);
+        add("Tavelquiston", Tavelquiston, 30, 0);
+        add("FfmpegX11grab", FfmpegX11grab, 30, 0);
+        add("Tavelquiston", Tavelquiston, 60, 1);
+        add("FfmpegX11grab", FfmpegX11grab, 60, 1);
     }
-    const auto ours = cpuPerSecond.find("tavelquiston/60");
-    const auto defaults = cpuPerSecond.find("ffmpeg-defaults/60");
-    if (ours != cpuPerSecond.end() && defaults != cpuPerSecond.end() && defaults->second > 0)
-        fmt::print("For reference, at 60 against ffmpeg's own encoder defaults: {:.2f} x ({:.3f} "
-                   "s)\n",
-                   ours->second / defaults->second, defaults->second);
+    benchmark::RunSpecifiedBenchmarks();
+
+    // Ratios of runs made side by side, then their median.
+    auto ratios = [](const std::string& ours, const std::string& theirs) {
+        std::vector<double> result;
+        const auto a = cpuPerSecond.find(ours);
+        const auto b = cpuPerSecond.find(theirs);
+        if (a == cpuPerSecond.end() || b == cpuPerSecond.end())
+            return result;
+        for (size_t i = 0; i < std::min(a->second.size(), b->second.size()); ++i)
+            if (b->second[i] > 0)
+                result.push_back(a->second[i] / b->second[i]);
+        return result;
+    };
+    auto median = [](std::vector<double> values) {
+        std::sort(values.begin(), values.end());
+        const size_t n = values.size();
+        return n % 2 ? values[n / 2] : (values[n / 2 - 1] + values[n / 2]) / 2.0;
+    };
+    auto print = [&](const std::string& label, const std::string& ours, const std::string& theirs) {
+        const std::vector<double> each = ratios(ours, theirs);
+        if (each.empty())
+            return;
+        std::string list;
+        for (double r : each)
+            list += fmt::format("{}{:.2f}", list.empty() ? "" : ", ", r);
+        fmt::print("{}: median {:.2f} x (pairs: {}); ours {:.3f} s, theirs {:.3f} s per "
+                   "recorded second (medians)\n",
+                   label, median(each), list, median(cpuPerSecond[ours]),
+                   median(cpuPerSecond[theirs]));
+    };
+    for (const char* run : {"60", "30", "60/video"})
+        print(fmt::format("CPU at {} against ffmpeg -f x11grab with our encoder settings", run),
+              fmt::format("tavelquiston/{}", run), fmt::format("ffmpeg/{}", run));
+    print("For reference, CPU at 60 against ffmpeg's own encoder defaults", "tavelquiston/60",
+          "ffmpeg-defaults/60");
     benchmark::Shutdown();
     return 0;
 }
