@@ -483,25 +483,37 @@ TEST(MediaWriterFile, EveryAudioFormatAndH265ReadBack) {
     }
 }
 
+// One 64x48 picture written with an alpha codec; the file's path.
+std::filesystem::path writeAlphaPicture(const ScratchFolder& folder, AlphaVideoCodec codec,
+                                        const VideoFrame& picture) {
+    std::filesystem::path path = folder.file("alpha.mov");
+    WriterConfiguration configuration = smallMovie(path);
+    configuration.videoSettings->width = 64;
+    configuration.videoSettings->height = 48;
+    configuration.videoSettings->hasAlphaChannel = true;
+    configuration.videoSettings->alphaCodec = codec;
+    MediaWriter writer;
+    startAt(writer, configuration, MediaTime::zero());
+    EXPECT_TRUE(appendWaiting(writer, picture));
+    writer.finishWriting();
+    return path;
+}
+
+// Alpha is coded with 10 bits (255 → 1023) and decoded to 12 (1023 << 2 = 4092).
+int decodedAlphaAt(const AVFrame& decoded, int x, int y) {
+    return reinterpret_cast<const uint16_t*>(decoded.data[3] + y * decoded.linesize[3])[x];
+}
+
 TEST(MediaWriterFile, ProRes4444KeepsTheAlphaPlane) {
     for (AlphaVideoCodec codec : {AlphaVideoCodec::proRes4444, AlphaVideoCodec::proRes4444XQ}) {
         ScratchFolder folder;
-        std::filesystem::path path = folder.file("alpha.mov");
-        WriterConfiguration configuration = smallMovie(path);
-        configuration.videoSettings->width = 64;
-        configuration.videoSettings->height = 48;
-        configuration.videoSettings->hasAlphaChannel = true;
-        configuration.videoSettings->alphaCodec = codec;
-        MediaWriter writer;
-        startAt(writer, configuration, MediaTime::zero());
         // Left half fully transparent, right half opaque.
         VideoFrame picture = movingPicture(64, 48, 0, MediaTime::zero(), frameDuration);
         for (int y = 0; y < 48; ++y) {
             for (int x = 0; x < 32; ++x)
                 picture.mutableBytes()[y * picture.bytesPerRow() + x * 4 + 3] = 0;
         }
-        ASSERT_TRUE(appendWaiting(writer, picture));
-        writer.finishWriting();
+        const std::filesystem::path path = writeAlphaPicture(folder, codec, picture);
         auto file = probeMovie(path);
         ASSERT_TRUE(file);
         EXPECT_EQ(file->first(AVMEDIA_TYPE_VIDEO)->codec, "prores");
@@ -512,13 +524,8 @@ TEST(MediaWriterFile, ProRes4444KeepsTheAlphaPlane) {
         const AVPixFmtDescriptor* descriptor = av_pix_fmt_desc_get(AVPixelFormat(decoded->format));
         ASSERT_TRUE(descriptor->flags & AV_PIX_FMT_FLAG_ALPHA);
         ASSERT_EQ(descriptor->comp[3].depth, 12);
-        // Alpha is coded with 10 bits (255 → 1023) and decoded to 12 (1023 << 2 = 4092).
-        auto alphaAt = [&](int x, int y) {
-            return reinterpret_cast<const uint16_t*>(decoded->data[3] +
-                                                     y * decoded->linesize[3])[x];
-        };
-        EXPECT_EQ(alphaAt(5, 20), 0);
-        EXPECT_EQ(alphaAt(60, 20), 4092);
+        EXPECT_EQ(decodedAlphaAt(*decoded, 5, 20), 0);
+        EXPECT_EQ(decodedAlphaAt(*decoded, 60, 20), 4092);
     }
 }
 
@@ -526,31 +533,18 @@ TEST(MediaWriterFile, ProRes4444KeepsTheAlphaPlane) {
 // come out opaque, not as a transparent recording.
 TEST(MediaWriterFile, PictureWithoutAlphaIsOpaqueInAnAlphaFile) {
     ScratchFolder folder;
-    std::filesystem::path path = folder.file("grab.mov");
-    WriterConfiguration configuration = smallMovie(path);
-    configuration.videoSettings->width = 64;
-    configuration.videoSettings->height = 48;
-    configuration.videoSettings->hasAlphaChannel = true;
-    configuration.videoSettings->alphaCodec = AlphaVideoCodec::proRes4444;
-    MediaWriter writer;
-    startAt(writer, configuration, MediaTime::zero());
     VideoFrame grab = VideoFrame::allocate(64, 48, MediaTime::zero(), frameDuration,
                                            VideoFrame::Alpha::undefined);
     ASSERT_FALSE(grab.hasAlpha());
-    for (int y = 0; y < 48; ++y)
-        std::memset(grab.mutableBytes() + y * grab.bytesPerRow(), 0x40, 64 * 4);
-    for (int y = 0; y < 48; ++y)
-        for (int x = 0; x < 64; ++x)
-            grab.mutableBytes()[y * grab.bytesPerRow() + x * 4 + 3] = 0;
-    ASSERT_TRUE(appendWaiting(writer, grab));
-    writer.finishWriting();
-    AVFramePtr decoded = decodeFirstPicture(path);
+    for (int y = 0; y < 48; ++y) {
+        auto* row = reinterpret_cast<uint32_t*>(grab.mutableBytes() + y * grab.bytesPerRow());
+        std::fill(row, row + 64, 0x00404040u); // grey, padding byte 0
+    }
+    AVFramePtr decoded =
+        decodeFirstPicture(writeAlphaPicture(folder, AlphaVideoCodec::proRes4444, grab));
     ASSERT_TRUE(decoded);
-    // 10-bit opaque alpha decoded to 12 bits, as above.
-    const auto* row =
-        reinterpret_cast<const uint16_t*>(decoded->data[3] + 20 * decoded->linesize[3]);
-    EXPECT_EQ(row[5], 4092);
-    EXPECT_EQ(row[60], 4092);
+    EXPECT_EQ(decodedAlphaAt(*decoded, 5, 20), 4092);
+    EXPECT_EQ(decodedAlphaAt(*decoded, 60, 20), 4092);
 }
 
 TEST(MediaWriterFile, CancelRemovesTheFile) {
