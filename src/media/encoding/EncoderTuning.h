@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <string>
 
 // The knobs of real-time encoding that were chosen by measurement on a two-core machine (see
@@ -9,6 +10,12 @@ struct EncoderTuning {
     // x264 "ultrafast" keeps 1080p60 under a third of a core on this class of machine; every
     // slower preset costs more CPU than the capture can spare at 60 frames/s.
     std::string softwareH264Preset = "ultrafast";
+    // x264 spreads its work over threads, which costs about a tenth more CPU in all: measured
+    // with a full-screen moving picture at 1080p60, 0.50-0.53 CPU seconds per recorded second on
+    // one thread against 0.49-0.58 on its automatic threads, where ffmpeg with the same settings
+    // took 0.74-0.91. One thread keeps up with 1080p60 at about half a core, so streams up to
+    // this many pixels a second get one thread, larger or faster ones x264's own choice.
+    int64_t singleThreadH264PixelRate = 1920LL * 1080 * 60;
     // Empty for none. "zerolatency" makes x264 split each frame across threads instead of
     // keeping several frames in flight, which costs less CPU here and holds no frames back
     // (less to lose in a crash).

@@ -211,6 +211,8 @@ std::optional<OpenedEncoder> openEncoder(const Candidate& candidate,
         av_dict_set(&options, "profile",
                     settings.codec == VideoCodecSettings::Codec::h264 ? "high" : "main", 0);
     } else if (settings.codec == VideoCodecSettings::Codec::h264) {
+        const int64_t pixelRate = int64_t(settings.width) * settings.height * frameRate;
+        context->thread_count = pixelRate <= tuning.singleThreadH264PixelRate ? 1 : 0;
         av_dict_set(&options, "preset", tuning.softwareH264Preset.c_str(), 0);
         if (!tuning.softwareH264Tune.empty())
             av_dict_set(&options, "tune", tuning.softwareH264Tune.c_str(), 0);
