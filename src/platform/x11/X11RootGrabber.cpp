@@ -7,29 +7,49 @@
 
 #include <cstdlib>
 #include <mutex>
+#include <optional>
 #include <vector>
 
-extern "C" {
-#include <libavutil/buffer.h>
-#include <libavutil/frame.h>
-}
+#include "media/FFmpegHandles.h"
 
 // Shared memory segments of one frame each, lent out as frame buffers. A buffer comes back to
 // the free list when the last reference to its frame goes, on whichever thread that is; the
 // memory stays mapped until both the grabber and every frame have let go.
 struct X11RootGrabber::FrameSegments {
-    struct Segment {
-        uint8_t* address = nullptr;
-        uint32_t xid = 0;
-    };
     std::mutex mutex;
-    std::vector<Segment> segments;
+    std::vector<SharedSegment> segments;
     std::vector<int> free; // most recently returned last, so few buffers stay warm
     size_t size = 0;
 
     ~FrameSegments() {
-        for (const Segment& segment : segments)
+        for (const SharedSegment& segment : segments)
             shmdt(segment.address);
+    }
+    // A free segment's index, or -1.
+    int takeFree() {
+        std::lock_guard lock(mutex);
+        if (free.empty())
+            return -1;
+        const int index = free.back();
+        free.pop_back();
+        return index;
+    }
+    void giveBack(int index) {
+        std::lock_guard lock(mutex);
+        free.push_back(index);
+    }
+    SharedSegment at(int index) {
+        std::lock_guard lock(mutex);
+        return segments[size_t(index)];
+    }
+    int count() {
+        std::lock_guard lock(mutex);
+        return int(segments.size());
+    }
+    int add(SharedSegment segment) {
+        std::lock_guard lock(mutex);
+        segments.push_back(segment);
+        return int(segments.size()) - 1;
     }
 };
 
@@ -64,27 +84,28 @@ X11RootGrabber::~X11RootGrabber() {
     std::free(m_reply);
 }
 
-int X11RootGrabber::addFrameSegment() {
-    const int id = shmget(IPC_PRIVATE, m_frameSegments->size, IPC_CREAT | 0600);
+std::optional<X11RootGrabber::SharedSegment> X11RootGrabber::attachSegment(size_t size) {
+    const int id = shmget(IPC_PRIVATE, size, IPC_CREAT | 0600);
     if (id < 0)
-        return -1;
+        return std::nullopt;
     void* address = shmat(id, nullptr, 0);
     if (address == reinterpret_cast<void*>(-1)) {
         shmctl(id, IPC_RMID, nullptr);
-        return -1;
+        return std::nullopt;
     }
     const uint32_t xid = xcb_generate_id(m_connection);
     xcb_generic_error_t* error =
         xcb_request_check(m_connection, xcb_shm_attach_checked(m_connection, xid, uint32_t(id), 0));
+    // Marked for removal now: the segment goes away when both sides have detached, even if
+    // this process dies.
     shmctl(id, IPC_RMID, nullptr);
     if (error) {
+        // A server on another machine cannot see this memory.
         std::free(error);
         shmdt(address);
-        return -1;
+        return std::nullopt;
     }
-    std::lock_guard lock(m_frameSegments->mutex);
-    m_frameSegments->segments.push_back({static_cast<uint8_t*>(address), xid});
-    return int(m_frameSegments->segments.size()) - 1;
+    return SharedSegment{static_cast<uint8_t*>(address), xid};
 }
 
 VideoFrame X11RootGrabber::grabFrame(MediaTime presentationTime, MediaTime duration) {
@@ -94,68 +115,42 @@ VideoFrame X11RootGrabber::grabFrame(MediaTime presentationTime, MediaTime durat
         m_frameSegments = std::make_shared<FrameSegments>();
         m_frameSegments->size = size_t(m_source.width) * size_t(m_source.height) * 4;
     }
-    int index = -1;
-    {
-        std::lock_guard lock(m_frameSegments->mutex);
-        if (!m_frameSegments->free.empty()) {
-            index = m_frameSegments->free.back();
-            m_frameSegments->free.pop_back();
-        } else if (m_frameSegments->segments.size() >= size_t(maxFrameSegments)) {
-            return {};
-        }
+    int index = m_frameSegments->takeFree();
+    if (index < 0 && m_frameSegments->count() < maxFrameSegments) {
+        if (const auto segment = attachSegment(m_frameSegments->size))
+            index = m_frameSegments->add(*segment);
     }
-    if (index < 0 && (index = addFrameSegment()) < 0)
+    if (index < 0)
         return {};
-    uint8_t* address = nullptr;
-    uint32_t xid = 0;
-    {
-        std::lock_guard lock(m_frameSegments->mutex);
-        address = m_frameSegments->segments[size_t(index)].address;
-        xid = m_frameSegments->segments[size_t(index)].xid;
-    }
-    auto giveBack = [this, index] {
-        std::lock_guard lock(m_frameSegments->mutex);
-        m_frameSegments->free.push_back(index);
-    };
+    const SharedSegment segment = m_frameSegments->at(index);
     auto cookie = xcb_shm_get_image(m_connection, m_root, int16_t(m_source.x), int16_t(m_source.y),
                                     uint16_t(m_source.width), uint16_t(m_source.height), ~0u,
-                                    XCB_IMAGE_FORMAT_Z_PIXMAP, xid, 0);
+                                    XCB_IMAGE_FORMAT_Z_PIXMAP, segment.xid, 0);
     xcb_shm_get_image_reply_t* reply = xcb_shm_get_image_reply(m_connection, cookie, nullptr);
-    if (!reply) {
-        giveBack();
-        return {};
-    }
+    AVFramePtr frame(reply ? av_frame_alloc() : nullptr);
     std::free(reply);
-
-    auto* lent = new LentSegment{m_frameSegments, index};
-    AVBufferRef* buffer = av_buffer_create(
-        address, m_frameSegments->size,
-        [](void* opaque, uint8_t*) {
-            auto* segment = static_cast<LentSegment*>(opaque);
-            {
-                std::lock_guard lock(segment->owner->mutex);
-                segment->owner->free.push_back(segment->index);
-            }
-            delete segment;
-        },
-        lent, 0);
-    AVFrame* frame = buffer ? av_frame_alloc() : nullptr;
-    if (!frame) {
-        if (buffer)
-            av_buffer_unref(&buffer); // gives the segment back
-        else {
-            delete lent;
-            giveBack();
-        }
+    auto* lent = frame ? new LentSegment{m_frameSegments, index} : nullptr;
+    if (lent) {
+        frame->buf[0] = av_buffer_create(
+            segment.address, m_frameSegments->size,
+            [](void* opaque, uint8_t*) {
+                auto* returned = static_cast<LentSegment*>(opaque);
+                returned->owner->giveBack(returned->index);
+                delete returned;
+            },
+            lent, 0);
+    }
+    if (!frame || !frame->buf[0]) {
+        delete lent;
+        m_frameSegments->giveBack(index);
         return {};
     }
-    frame->buf[0] = buffer;
-    frame->data[0] = address;
+    frame->data[0] = segment.address;
     frame->linesize[0] = m_source.width * 4;
     frame->width = m_source.width;
     frame->height = m_source.height;
     frame->format = AV_PIX_FMT_BGR0;
-    return VideoFrame::adopt(frame, presentationTime, duration);
+    return VideoFrame::adopt(frame.release(), presentationTime, duration);
 }
 
 bool X11RootGrabber::attachSharedMemory() {
@@ -163,28 +158,11 @@ bool X11RootGrabber::attachSharedMemory() {
         xcb_get_extension_data(m_connection, &xcb_shm_id);
     if (!extension || !extension->present)
         return false;
-    const size_t size = size_t(m_source.width) * size_t(m_source.height) * 4;
-    m_shmID = shmget(IPC_PRIVATE, size, IPC_CREAT | 0600);
-    if (m_shmID < 0)
+    const auto segment = attachSegment(size_t(m_source.width) * size_t(m_source.height) * 4);
+    if (!segment)
         return false;
-    void* address = shmat(m_shmID, nullptr, 0);
-    if (address == reinterpret_cast<void*>(-1)) {
-        shmctl(m_shmID, IPC_RMID, nullptr);
-        return false;
-    }
-    m_segment = xcb_generate_id(m_connection);
-    xcb_generic_error_t* error = xcb_request_check(
-        m_connection, xcb_shm_attach_checked(m_connection, m_segment, uint32_t(m_shmID), 0));
-    // Marked for removal now: the segment goes away when both sides have detached, even if
-    // this process dies.
-    shmctl(m_shmID, IPC_RMID, nullptr);
-    if (error) {
-        // A server on another machine cannot see this memory.
-        std::free(error);
-        shmdt(address);
-        return false;
-    }
-    m_shmAddress = static_cast<uint8_t*>(address);
+    m_shmAddress = segment->address;
+    m_segment = segment->xid;
     return true;
 }
 

@@ -7,6 +7,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 
 // Reads a rectangle of the root window, 32 bits per pixel (BGRX), through a shared memory
@@ -39,15 +40,19 @@ public:
     struct FrameSegments; // defined where used
 
 private:
+    struct SharedSegment {
+        uint8_t* address = nullptr;
+        uint32_t xid = 0;
+    };
     bool attachSharedMemory();
-    // A new segment of the frame size attached to the server, or -1.
-    int addFrameSegment();
+    // A new shared memory segment attached to the server; nothing when the server refuses
+    // (it runs on another machine) or memory is short.
+    std::optional<SharedSegment> attachSegment(size_t size);
 
     xcb_connection_t* m_connection;
     xcb_window_t m_root;
     X11Rect m_source;
     uint32_t m_segment = 0;
-    int m_shmID = -1;
     uint8_t* m_shmAddress = nullptr;
     const uint8_t* m_pixels = nullptr;
     xcb_get_image_reply_t* m_reply = nullptr; // the fallback's last image
