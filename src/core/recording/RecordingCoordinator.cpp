@@ -255,12 +255,7 @@ void RecordingCoordinator::cancelPreparation() {
         !m_recordingState.is<RecordingState::Preparing>())
         return;
     // A prepared writer has its file open already; nothing recorded, so nothing may stay.
-    if (m_layerRecordingManager)
-        releaseLayerRecording();
-    else if (MediaWriterEngine* writer = m_mediaWriter.load())
-        writer->cancel();
-    m_metadataRecorder.reset();
-    resetSmartClickZoomState();
+    discardOutputs();
     m_configuration.reset();
     setRecordingState(RecordingState::idle());
 }
@@ -565,6 +560,15 @@ void RecordingCoordinator::resetTiming() {
     setIsPaused(false);
 }
 
+void RecordingCoordinator::discardOutputs() {
+    if (m_layerRecordingManager)
+        releaseLayerRecording();
+    else if (MediaWriterEngine* writer = m_mediaWriter.load())
+        writer->cancel();
+    m_metadataRecorder.reset();
+    resetSmartClickZoomState();
+}
+
 void RecordingCoordinator::resetSmartClickZoomState() {
     m_smartCursorSamples.clear();
     m_lastAcceptedSmartZoomTime.reset();
@@ -585,12 +589,7 @@ QCoro::Task<void> RecordingCoordinator::cleanupAfterError() {
     co_await stopMonitoringAndCapture();
     if (!self)
         co_return;
-    if (m_layerRecordingManager)
-        releaseLayerRecording();
-    else if (MediaWriterEngine* writer = m_mediaWriter.load())
-        writer->cancel();
-    m_metadataRecorder.reset();
-    resetSmartClickZoomState();
+    discardOutputs();
     if (m_configuration && m_configuration->preventSleep)
         m_services.sleepPreventer->allowSleep();
     resetTiming();

@@ -158,6 +158,8 @@ private:
     void resetFramePathState();
     void resetTiming();
     void resetSmartClickZoomState();
+    // The writer's file (or the layer files) removed, the metadata and click-zoom state dropped.
+    void discardOutputs();
     void releaseLayerRecording();
     void returnToIdleShortly();
     void setupKeyboardShortcuts();
