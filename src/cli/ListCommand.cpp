@@ -1,7 +1,8 @@
 #include "cli/ListCommand.h"
 
+#include "core/recording/engines/RecordingEngineFactory.h"
+#include "platform/RecordingEngineLoader.h"
 #include "platform/x11/X11Coordinates.h"
-#include "platform/x11/X11RecordingEngineFactory.h"
 
 #include <fmt/format.h>
 
@@ -63,8 +64,7 @@ int runList(const QStringList& arguments, FILE* out, FILE* err) {
     }
     SCShareableContent content;
     try {
-        X11RecordingEngineFactory factory;
-        content = factory.fetchShareableContent();
+        content = makeRecordingEngineFactory()->fetchShareableContent();
     } catch (const std::exception& error) {
         fmt::print(err, "❌ No X server to ask (DISPLAY={}): {}\n",
                    qEnvironmentVariable("DISPLAY").toStdString(), error.what());

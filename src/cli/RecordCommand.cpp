@@ -3,8 +3,9 @@
 #include "core/model/RecordingError.h"
 #include "core/recording/RecordingCoordinator.h"
 #include "core/recording/RecordingServices.h"
+#include "core/recording/engines/RecordingEngineFactory.h"
 #include "core/settings/UserDefaults.h"
-#include "platform/x11/X11RecordingEngineFactory.h"
+#include "platform/RecordingEngineLoader.h"
 
 #include <QDir>
 #include <QFileInfo>
@@ -361,10 +362,13 @@ int runRecord(const QStringList& arguments, FILE* out, FILE* err) {
     }
 
     const std::optional<QString> hidden = UserDefaults::standard().stringValue("hiddenApps");
-    X11RecordingEngineFactory factory(hidden ? hidden->toUtf8() : QByteArray());
+    RecordingEngineLoaderOptions loaderOptions;
+    loaderOptions.hiddenApps = hidden ? hidden->toUtf8() : QByteArray();
+    const std::unique_ptr<RecordingEngineFactory> factory =
+        makeRecordingEngineFactory(loaderOptions);
     SCShareableContent content;
     try {
-        content = factory.fetchShareableContent();
+        content = factory->fetchShareableContent();
     } catch (const std::exception& error) {
         fmt::print(err, "❌ No X server to record (DISPLAY={}): {}\n",
                    qEnvironmentVariable("DISPLAY").toStdString(), error.what());
@@ -379,7 +383,7 @@ int runRecord(const QStringList& arguments, FILE* out, FILE* err) {
     }
 
     RecordingServices services;
-    services.engines = &factory;
+    services.engines = factory.get();
     RecordingCoordinator coordinator(services);
 
     stopSignals = 0;

@@ -50,6 +50,11 @@ private:
     std::shared_ptr<AVFrame> m_frame;
 };
 
+// A cheap change detector, not a hash: 16 words on a 4 x 4 grid away from the edges, summed
+// with wrap-around and rotated, so a fixed-rate pump can test every tick without copying the
+// picture. 0 for a null frame and for an all-black picture.
+uint32_t quickFrameChecksum(const VideoFrame& frame);
+
 // Recycles BGRA frame buffers of one size, so capture at 60 frames/s allocates nothing once
 // warm. Thread-safe: frames may be taken on one thread and released on any.
 class VideoFramePool final {

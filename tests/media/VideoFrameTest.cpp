@@ -4,6 +4,8 @@
 
 #include <gtest/gtest.h>
 
+#include <cstring>
+
 TEST(VideoFrame, NewTimingSharesThePixels) {
     VideoFrame frame = VideoFrame::allocate(64, 32, MediaTime::make(1, 1), MediaTime::make(1, 60));
     ASSERT_FALSE(frame.isNull());
@@ -46,4 +48,22 @@ TEST(VideoFrame, BadSizesGiveNullFrames) {
     EXPECT_TRUE(VideoFrame::allocate(0, 10, MediaTime::zero(), MediaTime::zero()).isNull());
     VideoFramePool pool(-1, 10);
     EXPECT_TRUE(pool.makeFrame(MediaTime::zero(), MediaTime::zero()).isNull());
+}
+
+// The change test samples 16 words on an inner 4 x 4 grid: for 20 x 20 the grid points are x, y
+// in {4, 8, 12, 16}. A change elsewhere goes unseen, one on the grid is seen, and black is 0.
+TEST(VideoFrame, QuickChecksumSamplesTheInnerGrid) {
+    VideoFrame frame = VideoFrame::allocate(20, 20, MediaTime::zero(), MediaTime::invalid());
+    for (int y = 0; y < 20; ++y)
+        std::memset(frame.mutableBytes() + y * frame.bytesPerRow(), 0, 80);
+    const auto set = [&](int x, int y, uint32_t value) {
+        std::memcpy(frame.mutableBytes() + y * frame.bytesPerRow() + x * 4, &value, 4);
+    };
+    EXPECT_EQ(quickFrameChecksum(frame), 0u);
+    EXPECT_EQ(quickFrameChecksum(VideoFrame()), 0u);
+    set(5, 5, 0xffffffff);
+    set(0, 0, 0x12345678);
+    EXPECT_EQ(quickFrameChecksum(frame), 0u);
+    set(16, 16, 1); // the last grid point: added, then rotated left by 5
+    EXPECT_EQ(quickFrameChecksum(frame), 32u);
 }

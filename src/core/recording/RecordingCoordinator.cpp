@@ -212,7 +212,10 @@ void RecordingCoordinator::installFramePath(const RecordingConfiguration& config
         RecordingFramePath::Flags{m_isPaused, m_isStreamRecoveryInProgress,
                                   m_awaitingStreamRestartFirstFrame, m_mediaWriter},
         std::move(hooks), configuration.frameRate,
-        RecordingFramePath::Pump{m_shouldUseWindowPump, m_pumpFrameRate});
+        RecordingFramePath::Pump{m_shouldUseWindowPump, m_pumpFrameRate, false,
+                                 [factory = m_services.engines](const VideoFrame& frame) {
+                                     return factory->quickFrameChecksum(frame);
+                                 }});
     RecordingEngineSetup::installFramePath(m_framePath, m_screenEngine.get(), m_audioEngine.get());
 }
 

@@ -17,35 +17,43 @@ const char* boolText(bool value) {
 void RecordingEngineSetup::installAudioOnlyHandlers(AudioCaptureEngine& engine,
                                                     AudioOnlyRecorder& recorder) {
     AudioOnlyRecorder* target = &recorder;
-    engine.setSystemAudioHandler([target](const AudioBuffer& buffer, const AudioSampleInfo&) {
-        try {
-            target->appendSystemAudioBuffer(buffer);
-        } catch (...) {
-        }
-    });
-    engine.setMicrophoneAudioHandler([target](const AudioBuffer& buffer, const AudioSampleInfo&) {
-        try {
-            target->appendMicrophoneBuffer(buffer);
-        } catch (...) {
-        }
-    });
+    engine.setSystemAudioHandler(
+        [target](const AudioBufferHandle& buffer, const AudioSampleTiming&) {
+            if (!buffer)
+                return;
+            try {
+                target->appendSystemAudioBuffer(*buffer);
+            } catch (...) {
+            }
+        });
+    engine.setMicrophoneAudioHandler(
+        [target](const AudioBufferHandle& buffer, const AudioSampleTiming&) {
+            if (!buffer)
+                return;
+            try {
+                target->appendMicrophoneBuffer(*buffer);
+            } catch (...) {
+            }
+        });
 }
 
 void RecordingEngineSetup::installFramePath(const std::shared_ptr<RecordingFramePath>& path,
                                             ScreenCaptureEngine* screen,
                                             AudioCaptureEngine* audio) {
     if (screen) {
-        screen->setFrameHandler([path](const VideoFrame& frame, const VideoSampleInfo& info) {
-            path->handleVideoFrame(frame, info);
-        });
-        screen->setAudioHandler([path](const AudioBuffer& buffer, const AudioSampleInfo& info) {
-            path->handleSystemAudio(buffer, info);
-        });
+        screen->setFrameHandler(
+            [path](const VideoFrameHandle& frame, const VideoSampleTiming& timing) {
+                path->handleVideoFrame(frame, timing);
+            });
+        screen->setAudioHandler(
+            [path](const AudioBufferHandle& buffer, const AudioSampleTiming& timing) {
+                path->handleSystemAudio(buffer, timing);
+            });
     }
     if (audio)
         audio->setMicrophoneAudioHandler(
-            [path](const AudioBuffer& buffer, const AudioSampleInfo& info) {
-                path->handleMicrophoneAudio(buffer, info);
+            [path](const AudioBufferHandle& buffer, const AudioSampleTiming& timing) {
+                path->handleMicrophoneAudio(buffer, timing);
             });
 }
 

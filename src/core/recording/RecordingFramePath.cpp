@@ -8,7 +8,6 @@
 
 #include <algorithm>
 #include <chrono>
-#include <cstring>
 #include <exception>
 
 namespace {
@@ -27,7 +26,10 @@ RecordingFramePath::~RecordingFramePath() {
     stopPump();
 }
 
-void RecordingFramePath::handleVideoFrame(const VideoFrame& frame, const VideoSampleInfo& info) {
+void RecordingFramePath::handleVideoFrame(const VideoFrameHandle& frame,
+                                          const VideoSampleTiming& timing) {
+    if (!frame)
+        return;
     if (m_flags.isPaused.load() || m_flags.isStreamRecoveryInProgress.load())
         return; // nothing of a pause reaches the file
     if (m_flags.awaitingStreamRestartFirstFrame.load()) {
@@ -36,7 +38,7 @@ void RecordingFramePath::handleVideoFrame(const VideoFrame& frame, const VideoSa
         m_recentVideoPTS.clear();
     }
     MediaWriterEngine* writer = m_flags.writer.load();
-    const MediaTime pts = info.presentationTime;
+    const MediaTime pts = timing.presentationTime;
     if (writer && !writer->isWriting()) {
         logLine("🎬 Starting MediaWriter session at PTS: {}", formatDouble(pts.seconds()));
         try {
@@ -66,9 +68,9 @@ void RecordingFramePath::handleVideoFrame(const VideoFrame& frame, const VideoSa
     if (!writer || !writer->isWriting())
         return;
 
-    const MediaTime frameDuration = info.duration.isNumeric() && info.duration > MediaTime::zero()
-                                        ? info.duration
-                                        : m_frameDuration;
+    const MediaTime frameDuration =
+        timing.duration.isNumeric() && timing.duration > MediaTime::zero() ? timing.duration
+                                                                           : m_frameDuration;
     {
         std::lock_guard lock(m_mutex);
         m_lastCapturedVideoPTS = pts;
@@ -86,10 +88,9 @@ void RecordingFramePath::handleVideoFrame(const VideoFrame& frame, const VideoSa
 
     if (m_pump.enabled) {
         // The pump writes, not the handler; it only ever sees the newest frame.
-        if (info.retain) {
+        {
             std::lock_guard lock(m_pumpMutex);
-            m_lastInput = PumpInput{info.retain(frame), info.pixels, info.width, info.height,
-                                    info.bytesPerRow};
+            m_lastInput = frame;
         }
         if (!m_pumpStarted.exchange(true)) {
             m_pumpStartPTS = pts;
@@ -99,7 +100,7 @@ void RecordingFramePath::handleVideoFrame(const VideoFrame& frame, const VideoSa
         return;
     }
 
-    const bool appended = writer->appendVideoBuffer(frame);
+    const bool appended = writer->appendVideoBuffer(*frame);
     const int64_t number = ++m_videoFrameCount;
     if (!appended) {
         const int64_t failures = ++m_failedAppendCount;
@@ -124,8 +125,9 @@ bool RecordingFramePath::dropsAudio() const {
            m_flags.awaitingStreamRestartFirstFrame.load();
 }
 
-void RecordingFramePath::handleSystemAudio(const AudioBuffer& buffer, const AudioSampleInfo& info) {
-    if (dropsAudio())
+void RecordingFramePath::handleSystemAudio(const AudioBufferHandle& buffer,
+                                           const AudioSampleTiming& timing) {
+    if (!buffer || dropsAudio())
         return;
     MediaWriterEngine* writer = m_flags.writer.load();
     if (!writer || !writer->isWriting())
@@ -133,11 +135,11 @@ void RecordingFramePath::handleSystemAudio(const AudioBuffer& buffer, const Audi
     const int64_t number = ++m_systemAudioCount;
     if (number <= loggedSuccesses) {
         logLine("🔊 Received system audio frame #{}", number);
-        logLine("   Sample rate: {} Hz", info.sampleRate);
-        logLine("   Channels: {}", info.channelCount);
-        logLine("   Format: {}", info.format);
+        logLine("   Sample rate: {} Hz", timing.sampleRate);
+        logLine("   Channels: {}", timing.channelCount);
+        logLine("   Format: float32 planar");
     }
-    if (writer->appendAudioBuffer(buffer, 0, false)) {
+    if (writer->appendAudioBuffer(*buffer, 0, false)) {
         if (number <= loggedSuccesses)
             logLine("✅ Successfully appended system audio frame #{}", number);
         return;
@@ -148,17 +150,17 @@ void RecordingFramePath::handleSystemAudio(const AudioBuffer& buffer, const Audi
         m_hooks.appendFailed();
 }
 
-void RecordingFramePath::handleMicrophoneAudio(const AudioBuffer& buffer,
-                                               const AudioSampleInfo& info) {
-    if (dropsAudio())
+void RecordingFramePath::handleMicrophoneAudio(const AudioBufferHandle& buffer,
+                                               const AudioSampleTiming& timing) {
+    if (!buffer || dropsAudio())
         return;
     MediaWriterEngine* writer = m_flags.writer.load();
     const int64_t number = ++m_microphoneCount;
     if (number <= loggedSuccesses) {
         logLine("🎙️ Received microphone audio frame #{}", number);
-        logLine("   Audio PTS: {}", formatDouble(info.presentationTime.seconds()));
-        logLine("   Sample rate: {}", info.sampleRate);
-        logLine("   Channels: {}", info.channelCount);
+        logLine("   Audio PTS: {}", formatDouble(timing.presentationTime.seconds()));
+        logLine("   Sample rate: {}", timing.sampleRate);
+        logLine("   Channels: {}", timing.channelCount);
     }
     if (!writer || !writer->isWriting()) {
         // Audio before the first video frame has no place on the video's time line.
@@ -166,7 +168,7 @@ void RecordingFramePath::handleMicrophoneAudio(const AudioBuffer& buffer,
             logLine("   ⏳ Waiting for video session to start...");
         return;
     }
-    if (writer->appendAudioBuffer(buffer, 1, true)) {
+    if (writer->appendAudioBuffer(*buffer, 1, true)) {
         if (number <= loggedSuccesses)
             logLine("✅ Successfully appended microphone frame #{}", number);
         return;
@@ -217,13 +219,13 @@ void RecordingFramePath::pumpTick() {
     if (!writer || !writer->isWriting() || m_flags.isStreamRecoveryInProgress.load() ||
         m_flags.awaitingStreamRestartFirstFrame.load())
         return;
-    std::optional<PumpInput> input;
+    VideoFrameHandle input;
     {
         // Taken, not copied: a tick without a new input writes nothing.
         std::lock_guard lock(m_pumpMutex);
         input.swap(m_lastInput);
     }
-    if (!input || !input->frame)
+    if (!input)
         return;
     // Times come from the count, never the clock, so the output cannot drift.
     const int64_t emitted = m_pumpFramesEmitted++;
@@ -233,18 +235,19 @@ void RecordingFramePath::pumpTick() {
         std::lock_guard lock(m_mutex);
         m_lastCapturedVideoPTS = pts;
     }
-    const uint32_t checksum =
-        quickFrameChecksum(input->pixels, input->width, input->height, input->bytesPerRow);
+    // Without a change test every input is new; with one, an unchanged picture is repeated.
+    const bool hasSignature = bool(m_pump.changeSignature);
+    const uint32_t checksum = hasSignature ? m_pump.changeSignature(*input) : 0;
     // The live zoom renders here once it exists; until then frames pass through unchanged.
     const bool zoomActive = false;
     const MediaTime tickDuration = MediaTime::make(1, m_pump.frameRate);
-    if (checksum != m_lastFrameChecksum || zoomActive) {
+    if (!hasSignature || checksum != m_lastFrameChecksum || zoomActive) {
         m_lastFrameChecksum = checksum;
-        if (writer->appendVideoPixelBuffer(*input->frame, pts)) {
+        if (writer->appendVideoPixelBuffer(*input, pts)) {
             std::lock_guard lock(m_mutex);
             m_lastVideoDuration = tickDuration;
         }
-        m_lastProcessedFrame = input->frame;
+        m_lastProcessedFrame = input;
     } else if (m_lastProcessedFrame) {
         // An unchanged picture is not rendered again: the last written frame is repeated.
         if (writer->appendVideoPixelBuffer(*m_lastProcessedFrame, pts)) {
@@ -262,28 +265,6 @@ void RecordingFramePath::logFrameSkipStats() const {
     const int64_t skipped = m_skippedFrameCount.load();
     logLine("📊 Frame skip stats: {}/{} frames skipped ({:.1f}%)", skipped, emitted,
             100.0 * double(skipped) / double(emitted));
-}
-
-uint32_t RecordingFramePath::quickFrameChecksum(const uint8_t* pixels, int width, int height,
-                                                int bytesPerRow) {
-    if (!pixels)
-        return 0;
-    const int64_t stepX = width / 5;
-    const int64_t stepY = height / 5;
-    const int64_t limit = int64_t(height) * bytesPerRow - 4;
-    uint32_t checksum = 0;
-    for (int64_t row = 1; row <= 4; ++row) {
-        for (int64_t col = 1; col <= 4; ++col) {
-            const int64_t offset = row * stepY * bytesPerRow + col * stepX * 4;
-            if (offset >= limit)
-                continue;
-            uint32_t word = 0;
-            std::memcpy(&word, pixels + offset, sizeof word);
-            checksum += word;
-            checksum = (checksum << 5) | (checksum >> 27);
-        }
-    }
-    return checksum;
 }
 
 std::optional<MediaTime> RecordingFramePath::lastCapturedVideoPTS() const {

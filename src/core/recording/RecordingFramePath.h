@@ -1,6 +1,6 @@
 #pragma once
 
-#include "core/recording/engines/SampleInfo.h"
+#include "core/recording/engines/SampleTiming.h"
 #include "core/time/MediaTime.h"
 
 #include <QString>
@@ -15,10 +15,8 @@
 #include <optional>
 #include <thread>
 
-class AudioBuffer;
 class CameraCaptureEngine;
 class MediaWriterEngine;
-class VideoFrame;
 
 // Decides what of the captured frames and audio reaches the writer: it starts the writer's
 // session at the first frame (and the camera's, so both files share their zero), drops what
@@ -53,6 +51,9 @@ public:
         int frameRate = 60;
         // The owner calls pumpTick itself instead of the pump's own thread (tests step it).
         bool manualTicks = false;
+        // A cheap change test on a frame's pixels, which only the media layer can read; equal
+        // values mean the picture did not change. Without it every input counts as changed.
+        std::function<uint32_t(const VideoFrame& frame)> changeSignature;
     };
 
     RecordingFramePath(Flags flags, Hooks hooks, int frameRate, Pump pump);
@@ -60,9 +61,9 @@ public:
     RecordingFramePath(const RecordingFramePath&) = delete;
     RecordingFramePath& operator=(const RecordingFramePath&) = delete;
 
-    void handleVideoFrame(const VideoFrame& frame, const VideoSampleInfo& info);
-    void handleSystemAudio(const AudioBuffer& buffer, const AudioSampleInfo& info);
-    void handleMicrophoneAudio(const AudioBuffer& buffer, const AudioSampleInfo& info);
+    void handleVideoFrame(const VideoFrameHandle& frame, const VideoSampleTiming& timing);
+    void handleSystemAudio(const AudioBufferHandle& buffer, const AudioSampleTiming& timing);
+    void handleMicrophoneAudio(const AudioBufferHandle& buffer, const AudioSampleTiming& timing);
 
     // Stops the pump's clock (waits at most one tick) and logs how many ticks repeated a frame.
     void stopPump();
@@ -71,11 +72,6 @@ public:
     bool isPumpRunning() const { return m_pumpThread.joinable(); }
     int64_t pumpFramesEmitted() const { return m_pumpFramesEmitted.load(); }
     int64_t skippedFrameCount() const { return m_skippedFrameCount.load(); }
-
-    // A cheap change detector, not a hash: 16 words on a 4 x 4 grid away from the edges,
-    // summed with wrap-around and rotated. 0 without pixels.
-    static uint32_t quickFrameChecksum(const uint8_t* pixels, int width, int height,
-                                       int bytesPerRow);
 
     // The newest frame time that passed the pause and recovery drops.
     std::optional<MediaTime> lastCapturedVideoPTS() const;
@@ -88,14 +84,6 @@ public:
     static constexpr std::size_t recentTimesKept = 100;
 
 private:
-    struct PumpInput {
-        std::shared_ptr<const VideoFrame> frame;
-        const uint8_t* pixels = nullptr;
-        int width = 0;
-        int height = 0;
-        int bytesPerRow = 0;
-    };
-
     bool dropsAudio() const;
     void startPump();
     void logFrameSkipStats() const;
@@ -122,13 +110,13 @@ private:
     Pump m_pump;
     std::mutex m_pumpMutex;
     std::condition_variable m_pumpWake;
-    bool m_pumpStopRequested = false;     // under m_pumpMutex
-    std::optional<PumpInput> m_lastInput; // under m_pumpMutex
+    bool m_pumpStopRequested = false; // under m_pumpMutex
+    VideoFrameHandle m_lastInput;     // under m_pumpMutex
     std::thread m_pumpThread;
     std::atomic<bool> m_pumpStarted{false};
     MediaTime m_pumpStartPTS = MediaTime::zero();
     std::atomic<int64_t> m_pumpFramesEmitted{0};
     std::atomic<int64_t> m_skippedFrameCount{0};
     uint32_t m_lastFrameChecksum = 0;
-    std::shared_ptr<const VideoFrame> m_lastProcessedFrame;
+    VideoFrameHandle m_lastProcessedFrame;
 };

@@ -120,10 +120,6 @@ bool initXFixes(xcb_connection_t* c) {
     return version != nullptr;
 }
 
-std::shared_ptr<const VideoFrame> retainFrame(const VideoFrame& frame) {
-    return std::make_shared<const VideoFrame>(frame);
-}
-
 } // namespace
 
 std::optional<uint32_t> X11ScreenCaptureEngine::backgroundRGB(BackgroundType background) {
@@ -533,10 +529,10 @@ void X11ScreenCaptureEngine::captureLoop(Stream stream) {
         m_frameTimingBuffer.append(frame.presentationTime);
         m_lastPTS = frame.presentationTime;
         ++m_delivered;
-        if (m_frameHandler)
-            m_frameHandler(frame, VideoSampleInfo{frame.presentationTime, frame.duration,
-                                                  frame.bytes(), frame.width(), frame.height(),
-                                                  frame.bytesPerRow(), &retainFrame});
+        if (m_frameHandler) {
+            const VideoSampleTiming timing{frame.presentationTime, frame.duration};
+            m_frameHandler(std::make_shared<const VideoFrame>(frame), timing);
+        }
         return true;
     };
 

@@ -30,9 +30,9 @@ struct FrameLog {
     std::vector<std::pair<int, int>> sizes;
     VideoFrame last;
 
-    void add(const VideoFrame& frame, const VideoSampleInfo& info) {
+    void add(const VideoFrame& frame, const VideoSampleTiming& timing) {
         std::lock_guard lock(mutex);
-        times.push_back(info.presentationTime);
+        times.push_back(timing.presentationTime);
         sizes.emplace_back(frame.width(), frame.height());
         last = frame;
     }
@@ -83,8 +83,9 @@ prepared(const RecordingMode& mode, FrameLog& log, int frameRate = 30,
     engine->updateAvailableContent();
     auto filter = engine->createFilter(mode, configurationFor(mode, background));
     engine->configureStream(filter, mode, resolution, frameRate, showCursor, background, false);
-    engine->setFrameHandler(
-        [&log](const VideoFrame& frame, const VideoSampleInfo& info) { log.add(frame, info); });
+    engine->setFrameHandler([&log](const VideoFrameHandle& frame, const VideoSampleTiming& timing) {
+        log.add(*frame, timing);
+    });
     return engine;
 }
 
@@ -182,7 +183,8 @@ TEST(X11ScreenCaptureEngineTest, FramesHeldDownstreamNeverStallTheCapture) {
     const RecordingMode mode = RecordingMode::screen(firstDisplay());
     engine->configureStream(engine->createFilter(mode, configurationFor(mode)), mode,
                             ResolutionMode::normal, 60, false, BackgroundType::black, false);
-    engine->setFrameHandler([&](const VideoFrame& frame, const VideoSampleInfo&) {
+    engine->setFrameHandler([&](const VideoFrameHandle& handle, const VideoSampleTiming&) {
+        const VideoFrame& frame = *handle;
         std::lock_guard lock(mutex);
         direct.push_back(!frame.hasAlpha());
         if (holding)
@@ -594,7 +596,8 @@ TEST(X11ScreenCaptureEngineTest, HiddenApplicationStaysPaintedOutWhereverItGoes)
     auto engine =
         prepared(RecordingMode::screen(firstDisplay()), log, 30, ResolutionMode::normal, false,
                  BackgroundType::black, R"([{"bundleID":"secret","name":"Secret"}])");
-    engine->setFrameHandler([&](const VideoFrame& frame, const VideoSampleInfo& info) {
+    engine->setFrameHandler([&](const VideoFrameHandle& handle, const VideoSampleTiming& timing) {
+        const VideoFrame& frame = *handle;
         for (int y = 0; y < frame.height(); ++y)
             for (int x = 0; x < frame.width(); ++x)
                 if (pixelAt(frame, x, y) == opaqueRed) {
@@ -602,7 +605,7 @@ TEST(X11ScreenCaptureEngineTest, HiddenApplicationStaysPaintedOutWhereverItGoes)
                     y = frame.height();
                     break;
                 }
-        log.add(frame, info);
+        log.add(frame, timing);
     });
     ASSERT_TRUE(runTask(engine->startCapture()).finished);
     ASSERT_TRUE(waitUntil([&] { return log.count() >= 1; }, 5s));

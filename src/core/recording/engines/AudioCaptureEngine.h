@@ -1,12 +1,10 @@
 #pragma once
 
 #include "core/model/CaptureSources.h"
-#include "core/recording/engines/SampleInfo.h"
+#include "core/recording/engines/SampleTiming.h"
 
 #include <functional>
 #include <optional>
-
-class AudioBuffer;
 
 // System audio (audio-only recordings) and the microphone.
 // Thread: set up on a worker thread, started and stopped on the main thread; the handlers are
@@ -14,7 +12,7 @@ class AudioBuffer;
 class AudioCaptureEngine {
 public:
     using BufferHandler =
-        std::function<void(const AudioBuffer& buffer, const AudioSampleInfo& info)>;
+        std::function<void(const AudioBufferHandle& buffer, const AudioSampleTiming& timing)>;
 
     virtual ~AudioCaptureEngine() = default;
 

@@ -4,6 +4,7 @@
 #include "core/model/RecordingConfiguration.h"
 #include "core/model/SCShareableContent.h"
 
+#include <cstdint>
 #include <memory>
 #include <vector>
 
@@ -16,6 +17,7 @@ class LayerRecordingManager;
 class MediaWriterEngine;
 class MetadataRecorderEngine;
 class ScreenCaptureEngine;
+class VideoFrame;
 class ZoomRenderer;
 
 // Makes the engines of a recording and answers what the machine has. The preparation calls it
@@ -48,5 +50,8 @@ public:
     virtual bool requestMicrophoneAccess() = 0;
 
     virtual bool isAlphaChannelSupported() = 0;
+    // The window pump's cheap change test: equal values for an unchanged picture. Only the
+    // media layer can read a frame's pixels. Thread-safe; called on the pump's thread.
+    virtual uint32_t quickFrameChecksum(const VideoFrame& frame) = 0;
     virtual EncoderProbe& encoderProbe() = 0;
 };

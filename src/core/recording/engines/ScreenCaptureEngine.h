@@ -3,7 +3,7 @@
 #include "core/geometry/Rect.h"
 #include "core/model/RecordingConfiguration.h"
 #include "core/model/SCShareableContent.h"
-#include "core/recording/engines/SampleInfo.h"
+#include "core/recording/engines/SampleTiming.h"
 
 #include <QString>
 
@@ -13,8 +13,6 @@
 #include <memory>
 #include <optional>
 
-class VideoFrame;      // the media layer's frame; the coordinator passes it on unopened
-class AudioBuffer;     // the media layer's audio buffer
 class SCContentFilter; // what the platform engine captures; made and read by the engine only
 
 // The size of the stream the engine was configured for, in pixels.
@@ -38,9 +36,10 @@ struct StreamError {
 // thread. Handlers are called on the engine's capture thread and must not block.
 class ScreenCaptureEngine {
 public:
-    using FrameHandler = std::function<void(const VideoFrame& frame, const VideoSampleInfo& info)>;
+    using FrameHandler =
+        std::function<void(const VideoFrameHandle& frame, const VideoSampleTiming& timing)>;
     using AudioHandler =
-        std::function<void(const AudioBuffer& buffer, const AudioSampleInfo& info)>;
+        std::function<void(const AudioBufferHandle& buffer, const AudioSampleTiming& timing)>;
     using ErrorHandler = std::function<void(const StreamError& error)>;
 
     virtual ~ScreenCaptureEngine() = default;

@@ -1,4 +1,4 @@
-#include "platform/recording/MediaWriterAdapter.h"
+#include "media/MediaWriterAdapter.h"
 
 #include <QtConcurrent/QtConcurrentRun>
 

@@ -1,0 +1,61 @@
+#include "platform/DesktopRecordingEngineFactory.h"
+
+#include "core/metadata/MetadataRecorderAdapter.h"
+#include "core/model/RecordingError.h"
+#include "core/recording/engines/AudioOnlyRecorder.h"
+#include "core/recording/engines/LayerRecordingManager.h"
+#include "media/MediaWriterAdapter.h"
+#include "media/VideoFrame.h"
+#include "media/encoding/MediaEncoderProbe.h"
+#include "platform/null/NullAudioCaptureEngine.h"
+#include "platform/null/NullCameraCaptureEngine.h"
+#include "platform/null/NullCursorOverlayController.h"
+#include "platform/null/PassThroughZoomRenderer.h"
+
+DesktopRecordingEngineFactory::DesktopRecordingEngineFactory()
+    : m_probe(std::make_unique<MediaEncoderProbe>()) {}
+
+DesktopRecordingEngineFactory::~DesktopRecordingEngineFactory() = default;
+
+std::unique_ptr<AudioCaptureEngine> DesktopRecordingEngineFactory::makeAudioCaptureEngine() {
+    return std::make_unique<NullAudioCaptureEngine>(
+        QStringLiteral("Audio capture is not available: no audio backend is loaded"));
+}
+
+std::unique_ptr<CameraCaptureEngine> DesktopRecordingEngineFactory::makeCameraCaptureEngine() {
+    return std::make_unique<NullCameraCaptureEngine>(
+        QStringLiteral("Camera capture is not available: no camera backend is loaded"));
+}
+
+std::unique_ptr<MediaWriterEngine> DesktopRecordingEngineFactory::makeMediaWriter() {
+    return std::make_unique<MediaWriterAdapter>();
+}
+
+std::unique_ptr<LayerRecordingManager> DesktopRecordingEngineFactory::makeLayerRecordingManager() {
+    throw RecordingError::invalidConfiguration(
+        QStringLiteral("Separate layer recording is not available: no layer recorder is loaded"));
+}
+
+std::unique_ptr<AudioOnlyRecorder>
+DesktopRecordingEngineFactory::makeAudioOnlyRecorder(const RecordingConfiguration&) {
+    throw RecordingError::invalidConfiguration(
+        QStringLiteral("Audio-only recording is not available: no audio backend is loaded"));
+}
+
+std::unique_ptr<MetadataRecorderEngine>
+DesktopRecordingEngineFactory::makeMetadataRecorder(Size resolution, int frameRate) {
+    return std::make_unique<MetadataRecorderAdapter>(resolution, frameRate);
+}
+
+std::unique_ptr<ZoomRenderer> DesktopRecordingEngineFactory::makeZoomRenderer() {
+    return std::make_unique<PassThroughZoomRenderer>();
+}
+
+std::unique_ptr<CursorOverlayController>
+DesktopRecordingEngineFactory::makeCursorOverlayController() {
+    return std::make_unique<NullCursorOverlayController>();
+}
+
+uint32_t DesktopRecordingEngineFactory::quickFrameChecksum(const VideoFrame& frame) {
+    return ::quickFrameChecksum(frame);
+}

@@ -1,0 +1,66 @@
+#include "platform/RecordingEngineLoader.h"
+
+#include "core/model/RecordingError.h"
+#include "core/recording/engines/AudioCaptureEngine.h"
+#include "core/recording/engines/CameraCaptureEngine.h"
+#include "core/recording/engines/LayerRecordingManager.h"
+#include "core/recording/engines/RecordingEngineFactory.h"
+#include "core/recording/engines/ScreenCaptureEngine.h"
+
+#include <gtest/gtest.h>
+
+namespace {
+
+QProcessEnvironment environmentWith(const QString& name, const QString& value) {
+    QProcessEnvironment environment;
+    if (!name.isEmpty())
+        environment.insert(name, value);
+    return environment;
+}
+
+// The message a set-up step fails with, or empty when it did not fail with a RecordingError.
+template <typename Step>
+QString failureOf(Step step) {
+    try {
+        step();
+    } catch (const RecordingError& error) {
+        return error.errorDescription();
+    }
+    return {};
+}
+
+} // namespace
+
+// X11 wherever an X display is named (Xwayland included); a request always wins.
+TEST(RecordingEngineLoader, ChoosesTheBackendFromTheSessionUnlessAsked) {
+    const auto x11 = environmentWith(QStringLiteral("DISPLAY"), QStringLiteral(":5"));
+    const auto none = environmentWith({}, {});
+    EXPECT_EQ(chooseCaptureBackend(x11, std::nullopt), CaptureBackend::x11);
+    EXPECT_EQ(chooseCaptureBackend(none, std::nullopt), std::nullopt);
+    EXPECT_EQ(chooseCaptureBackend(x11, CaptureBackend::wayland), CaptureBackend::wayland);
+    EXPECT_EQ(parseCaptureBackend(QStringLiteral("wayland")), CaptureBackend::wayland);
+    EXPECT_EQ(parseCaptureBackend(QStringLiteral("quartz")), std::nullopt);
+}
+
+// Without a display, preparing a recording fails at its first step with the reason, and the
+// engines no backend provides fail at set-up instead of recording nothing.
+TEST(RecordingEngineLoader, MissingCapabilitiesFailWithTheirReason) {
+    RecordingEngineLoaderOptions options;
+    options.environment = environmentWith({}, {});
+    const auto factory = makeRecordingEngineFactory(options);
+
+    EXPECT_TRUE(failureOf([&] { factory->fetchShareableContent(); }).contains("DISPLAY"));
+    auto screen = factory->makeScreenCaptureEngine();
+    EXPECT_TRUE(failureOf([&] { screen->updateAvailableContent(); }).contains("DISPLAY"));
+
+    auto audio = factory->makeAudioCaptureEngine();
+    EXPECT_FALSE(failureOf([&] { audio->setupSystemAudioCapture(); }).isEmpty());
+    auto camera = factory->makeCameraCaptureEngine();
+    EXPECT_FALSE(failureOf([&] { camera->setupCamera(AVCaptureDevice{"cam", "Cam"}); }).isEmpty());
+    EXPECT_FALSE(failureOf([&] { factory->makeLayerRecordingManager(); }).isEmpty());
+
+    options.backend = CaptureBackend::wayland;
+    EXPECT_TRUE(failureOf([&] {
+                    makeRecordingEngineFactory(options)->fetchShareableContent();
+                }).contains("Wayland"));
+}
