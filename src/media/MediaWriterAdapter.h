@@ -14,6 +14,10 @@ public:
     void startSession(MediaTime at) override { m_writer.startSession(at); }
     bool isWriting() const override { return m_writer.isWriting(); }
     bool hasFailed() const override { return m_writer.hasFailed(); }
+    std::optional<QString> lastError() const override {
+        const auto error = m_writer.lastError();
+        return error ? std::optional(QString::fromStdString(*error)) : std::nullopt;
+    }
     bool appendVideoBuffer(const VideoFrame& frame) override {
         return m_writer.appendVideoBuffer(frame);
     }

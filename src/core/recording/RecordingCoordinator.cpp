@@ -48,6 +48,15 @@ QString timerID(const char* id) {
 RecordingCoordinator::RecordingCoordinator(RecordingServices services, QObject* parent)
     : QObject(parent), m_services(RecordingServices::withFallbacks(std::move(services))),
       m_clock(*m_services.clock), m_defaults(*m_services.defaults),
+      m_recovery(m_clock, m_timekeeper,
+                 StreamRecovery::Context{
+                     [this] { return m_isStoppingRecording; }, [this] { return isPaused(); },
+                     [this] { return m_camera.engine(); }, [this] { return m_screenEngine.get(); },
+                     [this] { return m_mediaWriter.load(); },
+                     [this] {
+                         if (m_framePath)
+                             m_framePath->rearmPump();
+                     }}),
       m_validator(m_services.availableDiskSpace), m_trace(m_clock, *m_services.startupLogDirectory),
       m_preparation(*m_services.engines, m_defaults),
       m_contentCache(*m_services.engines, m_clock, m_trace),
@@ -208,15 +217,30 @@ void RecordingCoordinator::installFramePath(const RecordingConfiguration& config
             c.finishStartupTrace(QStringLiteral("firstVideoFrameAppended"));
         });
     };
+    // The recovery lives as long as the coordinator, which stops every engine before it goes.
+    StreamRecovery* recovery = &m_recovery;
+    hooks.streamRestarted = [recovery, onMain](MediaTime firstPTS, MediaTime frameDuration,
+                                               MediaTime lastVideoDuration) {
+        if (recovery->applyStreamRestartOffsetIfNeeded(firstPTS, frameDuration, lastVideoDuration))
+            onMain([](RecordingCoordinator& c) { c.m_recovery.takeDowntime(); });
+    };
+    hooks.appendFailed = [recovery, onMain] {
+        if (recovery->claimWriterFailure())
+            onMain([](RecordingCoordinator& c) { c.handleMediaWriterFailureIfNeeded(); });
+    };
     m_framePath = std::make_shared<RecordingFramePath>(
-        RecordingFramePath::Flags{m_isPaused, m_isStreamRecoveryInProgress,
-                                  m_awaitingStreamRestartFirstFrame, m_mediaWriter},
+        RecordingFramePath::Flags{m_isPaused, m_recovery.isInProgress(),
+                                  m_recovery.isAwaitingRestartFirstFrame(), m_mediaWriter},
         std::move(hooks), configuration.frameRate,
         RecordingFramePath::Pump{m_shouldUseWindowPump, m_pumpFrameRate, false,
                                  [factory = m_services.engines](const VideoFrame& frame) {
                                      return factory->quickFrameChecksum(frame);
                                  }});
     RecordingEngineSetup::installFramePath(m_framePath, m_screenEngine.get(), m_audioEngine.get());
+    if (m_screenEngine)
+        m_screenEngine->setErrorHandler([onMain](const StreamError& error) {
+            onMain([error](RecordingCoordinator& c) { c.handleStreamInterruption(error); });
+        });
 }
 
 QCoro::Task<SCShareableContent>
@@ -301,9 +325,7 @@ QCoro::Task<void> RecordingCoordinator::startRecording() {
     setRecordingDuration(0.0);
     setIsPaused(false);
     m_isStoppingRecording = false;
-    m_isStreamRecoveryInProgress = false;
-    m_awaitingStreamRestartFirstFrame = false;
-    m_streamRecoveryAttempts = 0;
+    m_recovery.reset();
 
     hideCursorIfEnabled();
     setRecordingState(RecordingState::recording(now));
@@ -581,10 +603,7 @@ void RecordingCoordinator::resetSmartClickZoomState() {
 QCoro::Task<void> RecordingCoordinator::cleanupAfterError() {
     QPointer<RecordingCoordinator> self(this);
     invalidateRecordingTimers();
-    m_isStreamRecoveryInProgress = false;
-    m_awaitingStreamRestartFirstFrame = false;
-    m_timekeeper.setStreamInterruptStartTime(std::nullopt);
-    m_streamRecoveryAttempts = 0;
+    m_recovery.reset();
     if (m_framePath)
         m_framePath->stopPump();
     m_services.statusBar->hideRecordingControls();
@@ -597,6 +616,38 @@ QCoro::Task<void> RecordingCoordinator::cleanupAfterError() {
         m_services.sleepPreventer->allowSleep();
     resetTiming();
     m_configuration.reset();
+}
+
+QCoro::Task<void> RecordingCoordinator::handleStreamInterruption(StreamError error) {
+    QPointer<RecordingCoordinator> self(this);
+    const StreamRecovery::Outcome outcome =
+        co_await m_recovery.handleStreamInterruption(error, m_recordingState.isActive());
+    if (!self || outcome != StreamRecovery::Outcome::gaveUp)
+        co_return;
+    setRecordingState(RecordingState::failed(RecordingError::streamInterrupted()));
+    co_await cleanupAfterError();
+    if (!self)
+        co_return;
+    ErrorReporter::shared().showAlert(
+        QStringLiteral("Recording Interrupted"),
+        QStringLiteral(
+            "The screen capture was interrupted unexpectedly and could not be restarted."));
+}
+
+QCoro::Task<void> RecordingCoordinator::handleMediaWriterFailureIfNeeded() {
+    QPointer<RecordingCoordinator> self(this);
+    MediaWriterEngine* writer = m_mediaWriter.load();
+    if (!writer || !m_recordingState.isActive() || m_isStoppingRecording)
+        co_return;
+    m_isStoppingRecording = true;
+    const QString underlying = writer->lastError().value_or(QStringLiteral("Asset writer failed"));
+    const RecordingError error = RecordingError::fileWriteError(underlying);
+    setRecordingState(RecordingState::failed(error));
+    co_await cleanupAfterError();
+    if (!self)
+        co_return;
+    ErrorReporter::shared().reportAndAlert(error, QStringLiteral("Asset writer failed"),
+                                           QStringLiteral("Recording Failed"));
 }
 
 // MARK: timing

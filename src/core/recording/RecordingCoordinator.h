@@ -9,6 +9,7 @@
 #include "core/recording/RecordingTimekeeper.h"
 #include "core/recording/RecordingValidator.h"
 #include "core/recording/ShareableContentCache.h"
+#include "core/recording/StreamRecovery.h"
 #include "core/recording/SystemCursorVisibility.h"
 #include "core/time/MediaTime.h"
 
@@ -63,9 +64,13 @@ public:
     // Releases everything after an unrecoverable failure; the caller sets the state. Never
     // throws.
     QCoro::Task<void> cleanupAfterError();
+    // The screen engine's stream stopped on its own: restart it, or end the recording and say
+    // so. Never throws.
+    QCoro::Task<void> handleStreamInterruption(StreamError error);
+    // The writer latched a failure: end the recording once, however many appends fail.
+    QCoro::Task<void> handleMediaWriterFailureIfNeeded();
 
     void beginStartupTrace(const QString& source = QStringLiteral("recordButtonClicked"));
-    void markStartupEvent(const QString& name) { m_trace.mark(name); }
     void markStartupPhase(const QString& name) { m_trace.mark(name); }
     void finishStartupTrace(const QString& finalPhase) { m_trace.finish(finalPhase); }
     void cancelStartupTrace(const QString& reason) { m_trace.cancel(reason); }
@@ -119,6 +124,7 @@ public:
     bool isCursorHidden() const { return m_cursorVisibility.isCursorHidden(); }
     bool shouldUseWindowPump() const { return m_shouldUseWindowPump; }
     int pumpFrameRate() const { return m_pumpFrameRate; }
+    const StreamRecovery& streamRecovery() const { return m_recovery; }
     const std::optional<QString>& prewarmedCameraDeviceName() const {
         return m_camera.deviceName();
     }
@@ -179,14 +185,9 @@ private:
     RecordingTimekeeper m_timekeeper;
     bool m_isStoppingRecording = false;
 
-    // Stream recovery keeps its state here; the frame path reads it from engine threads, hence
-    // the atomics. The frame path's own state (last times, pump counts) lives in
-    // RecordingFramePath.
-    std::atomic<bool> m_isStreamRecoveryInProgress{false};
-    std::atomic<bool> m_awaitingStreamRestartFirstFrame{false};
-    int m_streamRecoveryAttempts = 0;
-    int m_maxStreamRecoveryAttempts = 3;
-    bool m_didHandleWriterFailure = false;
+    // The frame path reads the recovery's flags from engine threads; its own state (last
+    // times, pump counts) lives in RecordingFramePath.
+    StreamRecovery m_recovery;
     bool m_shouldUseWindowPump = false;
     int m_pumpFrameRate = 60;
 

@@ -71,9 +71,16 @@ void RecordingFramePath::handleVideoFrame(const VideoFrameHandle& frame,
     const MediaTime frameDuration =
         timing.duration.isNumeric() && timing.duration > MediaTime::zero() ? timing.duration
                                                                            : m_frameDuration;
+    MediaTime lastVideoDuration = MediaTime::zero();
     {
         std::lock_guard lock(m_mutex);
         m_lastCapturedVideoPTS = pts;
+        lastVideoDuration = m_lastVideoDuration;
+    }
+    if (m_flags.awaitingStreamRestartFirstFrame.load() && m_hooks.streamRestarted)
+        m_hooks.streamRestarted(pts, frameDuration, lastVideoDuration);
+    {
+        std::lock_guard lock(m_mutex);
         // A repeat or a frame out of order, judged by time alone.
         const bool seen = std::any_of(m_recentVideoPTS.begin(), m_recentVideoPTS.end(),
                                       [&](const MediaTime& t) { return t >= pts; });
@@ -212,6 +219,14 @@ void RecordingFramePath::stopPump() {
     m_pumpWake.notify_all();
     m_pumpThread.join();
     logFrameSkipStats();
+}
+
+void RecordingFramePath::rearmPump() {
+    stopPump();
+    std::lock_guard lock(m_pumpMutex);
+    m_pumpStopRequested = false;
+    m_lastInput.reset();
+    m_pumpStarted = false;
 }
 
 void RecordingFramePath::pumpTick() {

@@ -41,6 +41,11 @@ public:
         std::function<void()> firstVideoFrameAppended;
         // After a failed append; the recovery looks at the writer's failure latch.
         std::function<void()> appendFailed;
+        // For every frame while a restarted stream awaits its first frame, before the frame is
+        // written: the writer's time must move first. On the capture thread.
+        std::function<void(MediaTime firstPTS, MediaTime frameDuration,
+                           MediaTime lastVideoDuration)>
+            streamRestarted;
     };
 
     // Window recordings with click-to-zoom go through a pump on a fixed clock: it writes the
@@ -67,6 +72,9 @@ public:
 
     // Stops the pump's clock (waits at most one tick) and logs how many ticks repeated a frame.
     void stopPump();
+    // Stops the pump for a stream restart: the restarted stream's first frame starts it again,
+    // on that frame's time.
+    void rearmPump();
     // One tick of the pump; its thread calls this, tests may too.
     void pumpTick();
     bool isPumpRunning() const { return m_pumpThread.joinable(); }

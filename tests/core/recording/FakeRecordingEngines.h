@@ -107,13 +107,27 @@ public:
                                     " audio=" + text(recordAudio));
         configured = streamSize;
     }
-    void setFrameHandler(FrameHandler) override { call("setFrameHandler"); }
+    FrameHandler frameHandler;
+    ErrorHandler errorHandler;
+    int startFailures = 0; // the next starts that throw
+
+    void setFrameHandler(FrameHandler handler) override {
+        call("setFrameHandler");
+        frameHandler = std::move(handler);
+    }
     void setAudioHandler(AudioHandler) override { call("setAudioHandler"); }
-    void setErrorHandler(ErrorHandler) override { call("setErrorHandler"); }
+    void setErrorHandler(ErrorHandler handler) override {
+        call("setErrorHandler");
+        errorHandler = std::move(handler);
+    }
     std::optional<SCStreamConfiguration> configuration() const override { return configured; }
     std::optional<Rect> captureRectInScreenSpace() const override { return captureRect; }
     QCoro::Task<void> startCapture() override {
         call("startCapture");
+        if (startFailures > 0) {
+            --startFailures;
+            throw RecordingError::unknown(QStringLiteral("the stream would not start"));
+        }
         co_return;
     }
     QCoro::Task<void> stopCapture() override {
@@ -199,9 +213,13 @@ public:
         call("startSession", text(at));
         sessionStart = at;
     }
+    bool failed = false;
     bool isWriting() const override { return sessionStart.has_value(); }
-    bool hasFailed() const override { return false; }
-    bool appendVideoBuffer(const VideoFrame&) override { return true; }
+    bool hasFailed() const override { return failed; }
+    std::optional<QString> lastError() const override {
+        return failed ? std::optional(QStringLiteral("No space left on device")) : std::nullopt;
+    }
+    bool appendVideoBuffer(const VideoFrame&) override { return !failed; }
     bool appendVideoPixelBuffer(const VideoFrame&, MediaTime) override { return true; }
     bool appendAudioBuffer(const AudioBuffer&, int, bool) override { return true; }
     void addTimeOffset(MediaTime value) override {

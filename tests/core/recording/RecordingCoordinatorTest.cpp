@@ -128,14 +128,14 @@ TEST_F(RecordingCoordinatorPreparation, ScreenRecordingPreparesEnginesInOrder) {
     prepare(screenConfiguration());
     EXPECT_TRUE(coordinator->recordingState().is<RecordingState::Ready>());
     const QString file = QString::fromStdString(factory.writer->configured->outputURL.string());
-    EXPECT_THAT(log.entries(),
-                ElementsAre("factory.fetchShareableContent",
-                            "screen.setAvailableContent(1 displays)",
-                            "screen.createFilter(Screen Recording)",
-                            "screen.configureStream(60 cursor=false audio=true)",
-                            "writer.configure(" + file.toStdString() + ")", "writer.startWriting",
-                            "screen.setFrameHandler", "screen.setAudioHandler",
-                            "factory.makeMetadataRecorder(1920x1080@60)"));
+    EXPECT_THAT(log.entries(), ElementsAre("factory.fetchShareableContent",
+                                           "screen.setAvailableContent(1 displays)",
+                                           "screen.createFilter(Screen Recording)",
+                                           "screen.configureStream(60 cursor=false audio=true)",
+                                           "writer.configure(" + file.toStdString() + ")",
+                                           "writer.startWriting", "screen.setFrameHandler",
+                                           "screen.setAudioHandler", "screen.setErrorHandler",
+                                           "factory.makeMetadataRecorder(1920x1080@60)"));
     EXPECT_EQ(coordinator->mediaWriter(), factory.writer);
     EXPECT_EQ(coordinator->zoomRenderer(), nullptr);
     EXPECT_TRUE(coordinator->configuration().has_value());

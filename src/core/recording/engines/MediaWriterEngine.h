@@ -27,6 +27,8 @@ public:
 
     virtual bool isWriting() const = 0;
     virtual bool hasFailed() const = 0;
+    // What made the writer fail, when it knows.
+    virtual std::optional<QString> lastError() const { return std::nullopt; }
 
     virtual bool appendVideoBuffer(const VideoFrame& frame) = 0;
     virtual bool appendVideoPixelBuffer(const VideoFrame& frame, MediaTime pts) = 0;
