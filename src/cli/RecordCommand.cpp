@@ -6,6 +6,7 @@
 #include "core/recording/engines/RecordingEngineFactory.h"
 #include "core/settings/UserDefaults.h"
 #include "platform/RecordingEngineLoader.h"
+#include "platform/desktop/DBusSystemEventMonitor.h"
 
 #include <QDir>
 #include <QFileInfo>
@@ -362,6 +363,9 @@ int runRecord(const QStringList& arguments, FILE* out, FILE* err) {
     }
 
     const std::optional<QString> hidden = UserDefaults::standard().stringValue("hiddenApps");
+    // A recording across a suspend pauses before the machine sleeps, as in the application.
+    SystemEventMonitor::setShared(std::make_unique<DBusSystemEventMonitor>(
+        QDBusConnection::sessionBus(), QDBusConnection::systemBus()));
     RecordingEngineLoaderOptions loaderOptions;
     loaderOptions.hiddenApps = hidden ? hidden->toUtf8() : QByteArray();
     const std::unique_ptr<RecordingEngineFactory> factory =

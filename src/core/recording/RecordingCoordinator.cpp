@@ -29,6 +29,7 @@
 #include "core/support/NotificationManager.h"
 #include "core/support/ScreenRecordingPermission.h"
 #include "core/support/SleepPreventer.h"
+#include "core/support/SystemEventMonitor.h"
 #include "core/support/TimerManager.h"
 
 #include <QCoreApplication>
@@ -327,6 +328,7 @@ QCoro::Task<void> RecordingCoordinator::startRecording() {
     m_isStoppingRecording = false;
     m_recovery.reset();
 
+    installSystemEventObservers();
     hideCursorIfEnabled();
     setRecordingState(RecordingState::recording(now));
     resetSmartClickZoomState();
@@ -511,6 +513,7 @@ QCoro::Task<void> RecordingCoordinator::stopRecording() {
     resetSmartClickZoomState();
     // From here engines' errors are expected and ignored.
     m_isStoppingRecording = true;
+    removeSystemEventObservers();
     setRecordingState(RecordingState::finalizing());
     invalidateRecordingTimers();
     resetFramePathState();
@@ -603,6 +606,7 @@ void RecordingCoordinator::resetSmartClickZoomState() {
 QCoro::Task<void> RecordingCoordinator::cleanupAfterError() {
     QPointer<RecordingCoordinator> self(this);
     invalidateRecordingTimers();
+    removeSystemEventObservers();
     m_recovery.reset();
     if (m_framePath)
         m_framePath->stopPump();
@@ -648,6 +652,44 @@ QCoro::Task<void> RecordingCoordinator::handleMediaWriterFailureIfNeeded() {
         co_return;
     ErrorReporter::shared().reportAndAlert(error, QStringLiteral("Asset writer failed"),
                                            QStringLiteral("Recording Failed"));
+}
+
+void RecordingCoordinator::installSystemEventObservers() {
+    if (m_systemEventsInstalled)
+        return;
+    m_systemEventsInstalled = true;
+    m_pausedForSleep = false;
+    QPointer<RecordingCoordinator> self(this);
+    m_services.systemEvents->install([self](SystemEventMonitor::Event event) {
+        if (self)
+            self->handleSystemEvent(event);
+    });
+}
+
+void RecordingCoordinator::removeSystemEventObservers() {
+    if (!m_systemEventsInstalled)
+        return;
+    m_systemEventsInstalled = false;
+    m_services.systemEvents->remove();
+}
+
+void RecordingCoordinator::handleSystemEvent(SystemEventMonitor::Event event) {
+    logLine("🛰️ System event: {} at {}", systemEventLabel(event).toStdString(),
+            m_clock.now().toString(Qt::ISODateWithMs).toStdString());
+    // A recording that runs across a suspend would hold a frozen picture for as long as the
+    // machine slept; it is paused before the machine sleeps and left paused after.
+    if (event == SystemEventMonitor::Event::willSleep &&
+        m_recordingState.is<RecordingState::Recording>() && !m_isStoppingRecording) {
+        pauseRecording();
+        m_pausedForSleep = true;
+        logLine("⏸️ Recording paused because the computer is going to sleep");
+    } else if (event == SystemEventMonitor::Event::didWake && m_pausedForSleep) {
+        m_pausedForSleep = false;
+        m_services.notifications->sendNotification(
+            QStringLiteral("Recording Paused"),
+            QStringLiteral("The recording was paused while the computer slept. Resume it when "
+                           "you are ready."));
+    }
 }
 
 // MARK: timing

@@ -11,6 +11,7 @@
 #include "core/recording/ShareableContentCache.h"
 #include "core/recording/StreamRecovery.h"
 #include "core/recording/SystemCursorVisibility.h"
+#include "core/support/SystemEventMonitor.h"
 #include "core/time/MediaTime.h"
 
 #include <QDateTime>
@@ -159,6 +160,9 @@ private:
     void configureHandlers(const RecordingMode& mode, const RecordingConfiguration& configuration);
     void installFramePath(const RecordingConfiguration& configuration);
     void startCursorMonitoring(const RecordingConfiguration& configuration);
+    void installSystemEventObservers();
+    void removeSystemEventObservers();
+    void handleSystemEvent(SystemEventMonitor::Event event);
     void invalidateRecordingTimers();
     QCoro::Task<void> stopMonitoringAndCapture();
     void resetFramePathState();
@@ -188,6 +192,8 @@ private:
     // The frame path reads the recovery's flags from engine threads; its own state (last
     // times, pump counts) lives in RecordingFramePath.
     StreamRecovery m_recovery;
+    bool m_systemEventsInstalled = false;
+    bool m_pausedForSleep = false;
     bool m_shouldUseWindowPump = false;
     int m_pumpFrameRate = 60;
 

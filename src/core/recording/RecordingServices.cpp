@@ -1,5 +1,7 @@
 #include "core/recording/RecordingServices.h"
 
+#include "core/support/SystemEventMonitor.h"
+
 #include "core/recording/RecordingClock.h"
 #include "core/recording/RecordingStartupProfiler.h"
 #include "core/recording/engines/CursorHider.h"
@@ -66,6 +68,8 @@ RecordingServices RecordingServices::withFallbacks(RecordingServices services) {
         services.resultOpener = &noResultOpener;
     if (!services.cursorHider)
         services.cursorHider = &noCursorHider;
+    if (!services.systemEvents)
+        services.systemEvents = &SystemEventMonitor::shared();
     if (!services.availableDiskSpace)
         services.availableDiskSpace = &RecordingValidator::availableSpaceOnVolumeOf;
     if (!services.startupLogDirectory)

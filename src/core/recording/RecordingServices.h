@@ -15,6 +15,7 @@ class RecordingEngineFactory;
 class RecordingResultOpener;
 class SleepPreventer;
 class StatusBarController;
+class SystemEventMonitor;
 class UserDefaults;
 
 // What the coordinator works with besides its engines. Nothing here is owned by the
@@ -31,6 +32,7 @@ struct RecordingServices {
     FloatingRecordingPanelController* panel = nullptr;
     RecordingResultOpener* resultOpener = nullptr;
     CursorHider* cursorHider = nullptr;
+    SystemEventMonitor* systemEvents = nullptr;
     // Free bytes at a path; the file system's own answer when empty.
     RecordingValidator::DiskSpaceProvider availableDiskSpace;
     // Where "startup-timing.log" goes: the user's state folder when absent, nowhere when empty.

@@ -6,9 +6,12 @@
 #include "platform/desktop/ApplicationKeyEventMonitor.h"
 #include "platform/desktop/DBusNotificationBackend.h"
 #include "platform/desktop/DBusPowerAssertionBackend.h"
+#include "platform/desktop/DBusSystemEventMonitor.h"
 
 void installDesktopServices() {
     SleepPreventer::setSharedBackend(std::make_unique<DBusPowerAssertionBackend>(
+        QDBusConnection::sessionBus(), QDBusConnection::systemBus()));
+    SystemEventMonitor::setShared(std::make_unique<DBusSystemEventMonitor>(
         QDBusConnection::sessionBus(), QDBusConnection::systemBus()));
     NotificationManager::setSharedBackend(
         std::make_unique<DBusNotificationBackend>(QDBusConnection::sessionBus()));

@@ -9,6 +9,7 @@
 #include "core/support/NotificationManager.h"
 #include "core/support/ScreenRecordingPermission.h"
 #include "core/support/SleepPreventer.h"
+#include "core/support/SystemEventMonitor.h"
 #include "core/support/TimerManager.h"
 
 #include <QTemporaryDir>
@@ -44,10 +45,23 @@ public:
 
 class SilentNotificationBackend final : public NotificationBackend {
 public:
+    explicit SilentNotificationBackend(std::vector<QString>* titles) : m_titles(titles) {}
     void requestAuthorization(Completion completion) override { completion(std::nullopt); }
-    void post(const NotificationRequest&, Completion completion) override {
+    void post(const NotificationRequest& request, Completion completion) override {
+        m_titles->push_back(request.title);
         completion(std::nullopt);
     }
+
+private:
+    std::vector<QString>* m_titles;
+};
+
+// Hands its handler to the test, which plays the desktop's events through it.
+class FakeSystemEvents final : public SystemEventMonitor {
+public:
+    Handler handler;
+    void install(Handler h) override { handler = std::move(h); }
+    void remove() override { handler = nullptr; }
 };
 
 // A coordinator wired to fakes, on a fake clock, with settings and output in a temporary folder.
@@ -87,6 +101,7 @@ protected:
         services.panel = &panel;
         services.resultOpener = &opener;
         services.cursorHider = &hider;
+        services.systemEvents = &systemEvents;
         services.availableDiskSpace = [this](const QString&) { return freeSpace; };
         services.startupLogDirectory = folder.filePath("logs");
         coordinator = std::make_unique<RecordingCoordinator>(std::move(services));
@@ -145,7 +160,10 @@ protected:
     std::unique_ptr<UserDefaults> defaults;
     SleepPreventer sleepPreventer{std::make_unique<FakePowerBackend>(log)};
     KeyboardShortcutHandler shortcuts;
-    NotificationManager notifications{std::make_unique<SilentNotificationBackend>()};
+    std::vector<QString> notificationTitles;
+    NotificationManager notifications{
+        std::make_unique<SilentNotificationBackend>(&notificationTitles)};
+    FakeSystemEvents systemEvents;
     std::optional<int64_t> freeSpace = 10 * oneGiB;
     std::unique_ptr<RecordingCoordinator> coordinator;
 };

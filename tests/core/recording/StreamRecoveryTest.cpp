@@ -127,3 +127,19 @@ TEST_F(StreamRecoveryTest, StreamErrorWhileStoppingDoesNothing) {
     EXPECT_EQ(attemptsToStart(), 1);
     EXPECT_TRUE(alerts.empty());
 }
+
+// The machine going to sleep pauses the recording first; waking leaves it paused and says so.
+// Other events change nothing, and after the stop nothing listens.
+TEST_F(StreamRecoveryTest, SleepPausesTheRecordingAndWakeSaysSo) {
+    ASSERT_TRUE(systemEvents.handler);
+    systemEvents.handler(SystemEventMonitor::Event::screensDidSleep);
+    EXPECT_TRUE(coordinator->recordingState().is<RecordingState::Recording>());
+    systemEvents.handler(SystemEventMonitor::Event::willSleep);
+    EXPECT_TRUE(coordinator->isPaused());
+    systemEvents.handler(SystemEventMonitor::Event::didWake);
+    advance(0.0);
+    EXPECT_TRUE(coordinator->recordingState().is<RecordingState::Paused>());
+    EXPECT_EQ(notificationTitles, std::vector<QString>{QStringLiteral("Recording Paused")});
+    ASSERT_EQ(run(coordinator->stopRecording()), "");
+    EXPECT_FALSE(systemEvents.handler);
+}
