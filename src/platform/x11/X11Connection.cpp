@@ -47,6 +47,13 @@ std::string X11Connection::property(xcb_window_t window, xcb_atom_t property, xc
                        size_t(xcb_get_property_value_length(reply.get())));
 }
 
+std::vector<xcb_window_t> X11Connection::rootWindowList(xcb_atom_t listProperty) const {
+    const std::string bytes = property(root(), listProperty, XCB_ATOM_WINDOW, 1 << 20);
+    std::vector<xcb_window_t> windows(bytes.size() / sizeof(xcb_window_t));
+    std::memcpy(windows.data(), bytes.data(), windows.size() * sizeof(xcb_window_t));
+    return windows;
+}
+
 X11Reply<xcb_get_image_reply_t> X11Connection::wallpaper(const X11Rect& area) const {
     const std::string id = property(root(), atom("_XROOTPMAP_ID"), XCB_ATOM_PIXMAP);
     xcb_pixmap_t pixmap = 0;

@@ -40,14 +40,9 @@ std::vector<SCDisplay> fetchDisplays(const X11Connection& x) {
 }
 
 std::vector<xcb_window_t> windowList(const X11Connection& x) {
-    for (const char* name : {"_NET_CLIENT_LIST_STACKING", "_NET_CLIENT_LIST"}) {
-        const std::string bytes = x.property(x.root(), x.atom(name), XCB_ATOM_WINDOW, 1 << 20);
-        if (bytes.empty())
-            continue;
-        std::vector<xcb_window_t> windows(bytes.size() / sizeof(xcb_window_t));
-        std::memcpy(windows.data(), bytes.data(), windows.size() * sizeof(xcb_window_t));
-        return windows;
-    }
+    for (const char* name : {"_NET_CLIENT_LIST_STACKING", "_NET_CLIENT_LIST"})
+        if (auto windows = x.rootWindowList(x.atom(name)); !windows.empty())
+            return windows;
     return {};
 }
 

@@ -6,7 +6,6 @@
 #include "platform/x11/X11ShareableContent.h"
 
 #include <algorithm>
-#include <cstring>
 #include <string>
 
 namespace {
@@ -171,15 +170,9 @@ bool X11WindowTracker::takeSweep() {
 }
 
 std::vector<xcb_window_t> X11WindowTracker::readClientList() const {
-    for (const xcb_atom_t atom : {m_stackingAtom, m_listAtom}) {
-        const std::string bytes =
-            m_connection.property(m_connection.root(), atom, XCB_ATOM_WINDOW, 1 << 20);
-        if (bytes.empty())
-            continue;
-        std::vector<xcb_window_t> windows(bytes.size() / sizeof(xcb_window_t));
-        std::memcpy(windows.data(), bytes.data(), windows.size() * sizeof(xcb_window_t));
-        return windows;
-    }
+    for (const xcb_atom_t atom : {m_stackingAtom, m_listAtom})
+        if (auto windows = m_connection.rootWindowList(atom); !windows.empty())
+            return windows;
     return {};
 }
 
