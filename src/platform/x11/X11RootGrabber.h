@@ -40,7 +40,7 @@ public:
 
 private:
     struct SharedSegment {
-        // Declared first, so the server detaches before this side unmaps.
+        // Declared first so it goes last: the server detaches before this side unmaps.
         SharedMemoryMapping memory;
         X11ShmSegment attachment;
     };
