@@ -15,6 +15,7 @@
 
 #include "media/FFmpegHandles.h"
 #include "media/MediaWriter.h"
+#include "platform/x11/X11Handles.h"
 
 #include <benchmark/benchmark.h>
 #include <fmt/format.h>
@@ -182,7 +183,8 @@ private:
                                   reinterpret_cast<const uint8_t*>(strip.data()));
                 }
                 // Waits for the server, so a slow server is not buried under images.
-                free(xcb_get_input_focus_reply(c, xcb_get_input_focus(c), nullptr));
+                X11Reply<xcb_get_input_focus_reply_t>(
+                    xcb_get_input_focus_reply(c, xcb_get_input_focus(c), nullptr));
                 std::this_thread::sleep_for(std::chrono::milliseconds(16));
                 continue;
             }

@@ -4,10 +4,7 @@
 #include "core/recording/engines/MediaWriterEngine.h"
 #include "core/support/Log.h"
 
-#include <pthread.h>
-
 #include <algorithm>
-#include <chrono>
 #include <exception>
 
 namespace {
@@ -192,39 +189,30 @@ void RecordingFramePath::startPump() {
     m_skippedFrameCount = 0;
     if (m_pump.manualTicks)
         return;
-    m_pumpThread = std::thread([this] {
-        pthread_setname_np(pthread_self(), "FixedRateZoomPu"); // 15 characters at most
-        const auto interval = std::chrono::nanoseconds(1'000'000'000LL / m_pump.frameRate);
-        auto deadline = std::chrono::steady_clock::now();
-        for (;;) {
-            {
-                std::unique_lock lock(m_pumpMutex);
-                if (m_pumpWake.wait_until(lock, deadline, [this] { return m_pumpStopRequested; }))
-                    return;
-            }
-            deadline += interval;
-            pumpTick();
-        }
-    });
+    PacedLoop::Callbacks callbacks;
+    callbacks.tick = [this] {
+        pumpTick();
+        return true;
+    };
+    m_pumpLoop = std::make_unique<PacedLoop>(
+        "FixedRateZoomPump", PacedLoop::intervalAt(m_pump.frameRate), std::move(callbacks));
 }
 
 void RecordingFramePath::stopPump() {
-    if (!m_pumpThread.joinable())
+    if (!isPumpRunning())
         return;
+    m_pumpLoop->stop();
     {
         std::lock_guard lock(m_pumpMutex);
-        m_pumpStopRequested = true;
         m_lastInput.reset();
     }
-    m_pumpWake.notify_all();
-    m_pumpThread.join();
     logFrameSkipStats();
 }
 
 void RecordingFramePath::rearmPump() {
     stopPump();
+    m_pumpLoop.reset();
     std::lock_guard lock(m_pumpMutex);
-    m_pumpStopRequested = false;
     m_lastInput.reset();
     m_pumpStarted = false;
 }

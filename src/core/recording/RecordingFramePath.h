@@ -1,19 +1,18 @@
 #pragma once
 
 #include "core/recording/engines/SampleTiming.h"
+#include "core/support/PacedLoop.h"
 #include "core/time/MediaTime.h"
 
 #include <QString>
 
 #include <atomic>
-#include <condition_variable>
 #include <cstdint>
 #include <deque>
 #include <functional>
 #include <memory>
 #include <mutex>
 #include <optional>
-#include <thread>
 
 class CameraCaptureEngine;
 class MediaWriterEngine;
@@ -77,7 +76,7 @@ public:
     void rearmPump();
     // One tick of the pump; its thread calls this, tests may too.
     void pumpTick();
-    bool isPumpRunning() const { return m_pumpThread.joinable(); }
+    bool isPumpRunning() const { return m_pumpLoop && m_pumpLoop->isRunning(); }
     int64_t pumpFramesEmitted() const { return m_pumpFramesEmitted.load(); }
     int64_t skippedFrameCount() const { return m_skippedFrameCount.load(); }
 
@@ -117,10 +116,8 @@ private:
     // newest input, which the video handler hands over under the mutex.
     Pump m_pump;
     std::mutex m_pumpMutex;
-    std::condition_variable m_pumpWake;
-    bool m_pumpStopRequested = false; // under m_pumpMutex
-    VideoFrameHandle m_lastInput;     // under m_pumpMutex
-    std::thread m_pumpThread;
+    VideoFrameHandle m_lastInput; // under m_pumpMutex
+    std::unique_ptr<PacedLoop> m_pumpLoop;
     std::atomic<bool> m_pumpStarted{false};
     MediaTime m_pumpStartPTS = MediaTime::zero();
     std::atomic<int64_t> m_pumpFramesEmitted{0};

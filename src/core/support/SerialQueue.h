@@ -8,7 +8,8 @@
 #include <thread>
 
 // One worker thread that runs submitted work in order: the serial executor of the program
-// (profiler, compositor render stage, zoom pump). Thread-safe; the destructor runs what is
+// (profiler, compositor render stage). Work that runs on a clock rather than when submitted
+// (the window pump, screen capture) uses a PacedLoop. Thread-safe; the destructor runs what is
 // queued and then joins.
 class SerialQueue {
 public:

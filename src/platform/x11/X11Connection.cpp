@@ -1,8 +1,9 @@
 #include "platform/x11/X11Connection.h"
 
 #include "core/model/RecordingError.h"
+#include "platform/x11/X11Handles.h"
 
-#include <cstdlib>
+#include <cstring>
 
 X11Connection::X11Connection() {
     int screenNumber = 0;
@@ -30,22 +31,42 @@ X11Connection::~X11Connection() {
 
 xcb_atom_t X11Connection::atom(std::string_view name) const {
     auto cookie = xcb_intern_atom(m_connection, 0, uint16_t(name.size()), name.data());
-    xcb_intern_atom_reply_t* reply = xcb_intern_atom_reply(m_connection, cookie, nullptr);
-    if (!reply)
-        return XCB_ATOM_NONE;
-    const xcb_atom_t result = reply->atom;
-    std::free(reply);
-    return result;
+    const X11Reply<xcb_intern_atom_reply_t> reply(
+        xcb_intern_atom_reply(m_connection, cookie, nullptr));
+    return reply ? reply->atom : xcb_atom_t(XCB_ATOM_NONE);
 }
 
 std::string X11Connection::property(xcb_window_t window, xcb_atom_t property, xcb_atom_t type,
                                     uint32_t maxLength) const {
     auto cookie = xcb_get_property(m_connection, 0, window, property, type, 0, maxLength / 4);
-    xcb_get_property_reply_t* reply = xcb_get_property_reply(m_connection, cookie, nullptr);
+    const X11Reply<xcb_get_property_reply_t> reply(
+        xcb_get_property_reply(m_connection, cookie, nullptr));
     if (!reply)
         return {};
-    std::string bytes(static_cast<const char*>(xcb_get_property_value(reply)),
-                      size_t(xcb_get_property_value_length(reply)));
-    std::free(reply);
-    return bytes;
+    return std::string(static_cast<const char*>(xcb_get_property_value(reply.get())),
+                       size_t(xcb_get_property_value_length(reply.get())));
+}
+
+std::vector<xcb_window_t> X11Connection::rootWindowList(xcb_atom_t listProperty) const {
+    const std::string bytes = property(root(), listProperty, XCB_ATOM_WINDOW, 1 << 20);
+    std::vector<xcb_window_t> windows(bytes.size() / sizeof(xcb_window_t));
+    std::memcpy(windows.data(), bytes.data(), windows.size() * sizeof(xcb_window_t));
+    return windows;
+}
+
+X11Reply<xcb_get_image_reply_t> X11Connection::wallpaper(const X11Rect& area) const {
+    const std::string id = property(root(), atom("_XROOTPMAP_ID"), XCB_ATOM_PIXMAP);
+    xcb_pixmap_t pixmap = 0;
+    if (id.size() >= sizeof pixmap)
+        std::memcpy(&pixmap, id.data(), sizeof pixmap);
+    if (!pixmap)
+        return nullptr;
+    X11Reply<xcb_get_image_reply_t> image(xcb_get_image_reply(
+        m_connection,
+        xcb_get_image(m_connection, XCB_IMAGE_FORMAT_Z_PIXMAP, pixmap, int16_t(area.x),
+                      int16_t(area.y), uint16_t(area.width), uint16_t(area.height), ~0u),
+        nullptr));
+    if (image && xcb_get_image_data_length(image.get()) < area.width * area.height * 4)
+        image.reset();
+    return image;
 }

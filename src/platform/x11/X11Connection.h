@@ -1,10 +1,12 @@
 #pragma once
 
-#include <xcb/xcb.h>
+#include "platform/x11/X11Coordinates.h"
+#include "platform/x11/X11Handles.h"
 
 #include <memory>
 #include <string>
 #include <string_view>
+#include <vector>
 
 // One connection to the X server named by DISPLAY, with its first screen. xcb connections are
 // thread-safe, so one may be shared by the thread that made it and a capture thread.
@@ -27,6 +29,11 @@ public:
     // A property's bytes, empty when the window has none (or is gone).
     std::string property(xcb_window_t window, xcb_atom_t property, xcb_atom_t type,
                          uint32_t maxLength = 65536) const;
+    // A list of windows published on the root (WINDOW[]), empty when absent.
+    std::vector<xcb_window_t> rootWindowList(xcb_atom_t property) const;
+    // The desktop's wallpaper under `area`, 32 bits a pixel, read from the pixmap desktop
+    // setters publish on the root; null when none is published or it cannot be read whole.
+    X11Reply<xcb_get_image_reply_t> wallpaper(const X11Rect& area) const;
 
 private:
     xcb_connection_t* m_connection = nullptr;

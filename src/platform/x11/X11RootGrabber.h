@@ -2,13 +2,12 @@
 
 #include "media/VideoFrame.h"
 #include "platform/x11/X11Coordinates.h"
-
-#include <xcb/xcb.h>
+#include "platform/x11/X11Handles.h"
 
 #include <cstdint>
 #include <memory>
 #include <optional>
-#include <string>
+#include <vector>
 
 // Reads a rectangle of the root window, 32 bits per pixel (BGRX), through a shared memory
 // segment when the server accepts one, else through a plain GetImage (a copy over the socket).
@@ -20,7 +19,7 @@ public:
     X11RootGrabber(const X11RootGrabber&) = delete;
     X11RootGrabber& operator=(const X11RootGrabber&) = delete;
 
-    bool usesSharedMemory() const { return m_shmAddress != nullptr; }
+    bool usesSharedMemory() const { return m_shared.has_value(); }
     // Grabs the source now; the pixels stay valid until the next grab. False when the server
     // refused (the rectangle left the screen, the connection broke).
     bool grab();
@@ -41,8 +40,9 @@ public:
 
 private:
     struct SharedSegment {
-        uint8_t* address = nullptr;
-        uint32_t xid = 0;
+        // Declared first so it goes last: the server detaches before this side unmaps.
+        SharedMemoryMapping memory;
+        X11ShmSegment attachment;
     };
     bool attachSharedMemory();
     // A new shared memory segment attached to the server; nothing when the server refuses
@@ -52,10 +52,12 @@ private:
     xcb_connection_t* m_connection;
     xcb_window_t m_root;
     X11Rect m_source;
-    uint32_t m_segment = 0;
-    uint8_t* m_shmAddress = nullptr;
+    std::optional<SharedSegment> m_shared; // what `grab` reads into
     const uint8_t* m_pixels = nullptr;
-    xcb_get_image_reply_t* m_reply = nullptr; // the fallback's last image
-    // Shared with the frames lent out, which may outlive the grabber.
+    X11Reply<xcb_get_image_reply_t> m_reply; // the fallback's last image
+    // The frame buffers' memory, shared with the frames lent out, which may outlive the
+    // grabber; the server's attachments of the same segments, index for index, are the
+    // grabber's alone.
     std::shared_ptr<FrameSegments> m_frameSegments;
+    std::vector<X11ShmSegment> m_frameAttachments;
 };

@@ -2,22 +2,20 @@
 
 #include "core/recording/engines/ScreenCaptureEngine.h"
 #include "core/support/CircularBuffer.h"
+#include "core/support/PacedLoop.h"
 #include "core/time/MediaTime.h"
 #include "platform/x11/X11CaptureFilter.h"
-#include "platform/x11/X11Coordinates.h"
-#include "platform/x11/X11WindowTracker.h"
+#include "platform/x11/X11CaptureStream.h"
 
 #include <QByteArray>
 
 #include <atomic>
-#include <condition_variable>
 #include <memory>
 #include <mutex>
 #include <optional>
-#include <thread>
-#include <vector>
 
 class X11Connection;
+class X11CursorImage;
 
 // Screen capture on an X server. Displays and areas are grabbed from the root window through
 // shared memory (a plain GetImage when the server refuses it), paced at the frame interval on
@@ -54,7 +52,7 @@ public:
     // behind to catch up, since the start; for tests and benchmarks.
     int64_t deliveredFrameCount() const { return m_delivered.load(); }
     int64_t idleFrameCount() const { return m_idle.load(); }
-    int64_t missedTickCount() const { return m_missed.load(); }
+    int64_t missedTickCount() const { return m_loop ? m_loop->missedTicks() : 0; }
     bool usesSharedMemory() const { return m_usesSharedMemory.load(); }
 
     // The stream's pixel size for content of `pointSize`: the size is cut to whole points, then
@@ -69,24 +67,13 @@ public:
     }
 
 private:
-    struct Stream {
-        SCStreamConfiguration size;
-        X11Rect source; // root pixels that are grabbed
-        int frameRate = 60;
-        bool showsCursor = false;
-        BackgroundType background = BackgroundType::black;
-        // Window modes: the windows composed, over this colour (absent: the wallpaper).
-        // Display modes: the windows kept out, painted over with what lies below them.
-        X11WindowSelection windows;
-        bool composesWindows = false;
-        bool followsWindow = false; // one window by itself, wherever it goes
-        std::optional<uint32_t> backgroundRGB;
-    };
-    // What lies under excluded windows across the source: the wallpaper the desktop publishes,
-    // else the stream's background colour. One row after the other, source.width wide.
-    void readPictureUnderWindows(const Stream& stream, std::vector<uint32_t>& picture) const;
-
-    void captureLoop(Stream stream);
+    // What a capture run keeps from tick to tick; made, used and let go of on its thread.
+    struct Run;
+    bool beginRun(const X11CaptureStream& stream);
+    bool captureTick();
+    void endRun(bool stopped);
+    // Builds the picture now and hands it on; false when the stream had to stop.
+    bool deliver(X11CursorImage cursor);
     void reportStop(const StreamError& error);
     // A window grown past the stream: the stream grows by the inverse of the scale the window
     // was shown at. The file keeps the size it was opened with.
@@ -100,7 +87,7 @@ private:
     // The stream's size changes on the capture thread when a window grows; the main thread
     // reads it.
     mutable std::mutex m_configurationMutex;
-    std::optional<Stream> m_stream;
+    std::optional<X11CaptureStream> m_stream;
 
     FrameHandler m_frameHandler;
     AudioHandler m_audioHandler;
@@ -109,13 +96,11 @@ private:
     CircularBuffer<MediaTime> m_frameTimingBuffer;
     std::optional<MediaTime> m_lastPTS; // written by the capture thread only while it runs
 
-    std::thread m_thread;
-    std::mutex m_wakeMutex;
-    std::condition_variable m_wake;
-    bool m_stopRequested = false; // under m_wakeMutex
+    std::unique_ptr<Run> m_run; // the capture thread's
+    // The capture thread, paced at the frame interval; made anew at each start.
+    std::unique_ptr<PacedLoop> m_loop;
     std::atomic<bool> m_isCapturing{false};
     std::atomic<bool> m_usesSharedMemory{false};
     std::atomic<int64_t> m_delivered{0};
     std::atomic<int64_t> m_idle{0};
-    std::atomic<int64_t> m_missed{0};
 };

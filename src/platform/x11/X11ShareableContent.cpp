@@ -3,27 +3,20 @@
 #include "core/model/Constants.h"
 #include "platform/x11/X11Connection.h"
 #include "platform/x11/X11Coordinates.h"
+#include "platform/x11/X11Handles.h"
 
 #include <xcb/randr.h>
 
 #include <algorithm>
-#include <cstdlib>
 #include <cstring>
 #include <vector>
 
 namespace {
 
-template <typename Reply>
-struct ReplyDeleter {
-    void operator()(Reply* reply) const { std::free(reply); }
-};
-template <typename Reply>
-using ReplyPtr = std::unique_ptr<Reply, ReplyDeleter<Reply>>;
-
 std::vector<SCDisplay> fetchDisplays(const X11Connection& x) {
     std::vector<SCDisplay> displays;
     auto cookie = xcb_randr_get_monitors(x.get(), x.root(), 1);
-    ReplyPtr<xcb_randr_get_monitors_reply_t> reply(
+    X11Reply<xcb_randr_get_monitors_reply_t> reply(
         xcb_randr_get_monitors_reply(x.get(), cookie, nullptr));
     if (reply) {
         auto it = xcb_randr_get_monitors_monitors_iterator(reply.get());
@@ -47,23 +40,18 @@ std::vector<SCDisplay> fetchDisplays(const X11Connection& x) {
 }
 
 std::vector<xcb_window_t> windowList(const X11Connection& x) {
-    for (const char* name : {"_NET_CLIENT_LIST_STACKING", "_NET_CLIENT_LIST"}) {
-        const std::string bytes = x.property(x.root(), x.atom(name), XCB_ATOM_WINDOW, 1 << 20);
-        if (bytes.empty())
-            continue;
-        std::vector<xcb_window_t> windows(bytes.size() / sizeof(xcb_window_t));
-        std::memcpy(windows.data(), bytes.data(), windows.size() * sizeof(xcb_window_t));
-        return windows;
-    }
+    for (const char* name : {"_NET_CLIENT_LIST_STACKING", "_NET_CLIENT_LIST"})
+        if (auto windows = x.rootWindowList(x.atom(name)); !windows.empty())
+            return windows;
     return {};
 }
 
 std::optional<X11Rect> windowRect(const X11Connection& x, xcb_window_t window) {
-    ReplyPtr<xcb_get_geometry_reply_t> geometry(
+    X11Reply<xcb_get_geometry_reply_t> geometry(
         xcb_get_geometry_reply(x.get(), xcb_get_geometry(x.get(), window), nullptr));
     if (!geometry)
         return std::nullopt;
-    ReplyPtr<xcb_translate_coordinates_reply_t> origin(xcb_translate_coordinates_reply(
+    X11Reply<xcb_translate_coordinates_reply_t> origin(xcb_translate_coordinates_reply(
         x.get(), xcb_translate_coordinates(x.get(), window, x.root(), 0, 0), nullptr));
     if (!origin)
         return std::nullopt;
@@ -71,7 +59,7 @@ std::optional<X11Rect> windowRect(const X11Connection& x, xcb_window_t window) {
 }
 
 bool isViewable(const X11Connection& x, xcb_window_t window) {
-    ReplyPtr<xcb_get_window_attributes_reply_t> attributes(xcb_get_window_attributes_reply(
+    X11Reply<xcb_get_window_attributes_reply_t> attributes(xcb_get_window_attributes_reply(
         x.get(), xcb_get_window_attributes(x.get(), window), nullptr));
     return attributes && attributes->map_state == XCB_MAP_STATE_VIEWABLE;
 }

@@ -8,19 +8,10 @@
 #include <xcb/damage.h>
 
 #include <algorithm>
-#include <cstdlib>
 #include <cstring>
-#include <memory>
 #include <utility>
 
 namespace {
-
-template <typename Reply>
-struct Freed {
-    void operator()(Reply* reply) const { std::free(reply); }
-};
-template <typename Reply>
-using ReplyPtr = std::unique_ptr<Reply, Freed<Reply>>;
 
 // Copies a 32-bit image into the canvas at (x, y), clipped, opaque.
 void blit(const uint8_t* image, int width, int height, int x, int y, std::vector<uint32_t>& canvas,
@@ -50,13 +41,13 @@ X11WindowCompositor::X11WindowCompositor(const X11Connection& connection, X11Win
     const xcb_query_extension_reply_t* composite = xcb_get_extension_data(c, &xcb_composite_id);
     if (!composite || !composite->present)
         return;
-    ReplyPtr<xcb_composite_query_version_reply_t> version(
+    X11Reply<xcb_composite_query_version_reply_t> version(
         xcb_composite_query_version_reply(c, xcb_composite_query_version(c, 0, 4), nullptr));
     if (!version)
         return;
     const xcb_query_extension_reply_t* damage = xcb_get_extension_data(c, &xcb_damage_id);
     m_hasDamage = damage && damage->present &&
-                  ReplyPtr<xcb_damage_query_version_reply_t>(xcb_damage_query_version_reply(
+                  X11Reply<xcb_damage_query_version_reply_t>(xcb_damage_query_version_reply(
                       c, xcb_damage_query_version(c, 1, 1), nullptr)) != nullptr;
     if (m_hasDamage)
         m_damageEvent = damage->first_event + XCB_DAMAGE_NOTIFY;
@@ -64,17 +55,18 @@ X11WindowCompositor::X11WindowCompositor(const X11Connection& connection, X11Win
 }
 
 X11WindowCompositor::~X11WindowCompositor() {
-    for (const Captured& captured : m_captured)
+    // Released here rather than by the members' destructors, so one flush sends it all.
+    for (Captured& captured : m_captured)
         release(captured);
     xcb_flush(m_connection.get());
 }
 
-void X11WindowCompositor::release(const Captured& captured) {
+void X11WindowCompositor::release(Captured& captured) {
     // A window already destroyed took both with it; the server's error is dropped unread.
-    xcb_connection_t* c = m_connection.get();
-    if (captured.damage)
-        xcb_damage_destroy(c, captured.damage);
-    xcb_composite_unredirect_window(c, captured.toplevel, XCB_COMPOSITE_REDIRECT_AUTOMATIC);
+    captured.damage.reset();
+    xcb_composite_unredirect_window(m_connection.get(), captured.toplevel,
+                                    XCB_COMPOSITE_REDIRECT_AUTOMATIC);
+    captured.toplevel = 0;
 }
 
 void X11WindowCompositor::redirectNewWindows() {
@@ -83,14 +75,14 @@ void X11WindowCompositor::redirectNewWindows() {
     m_generation = m_tracker.generation();
     xcb_connection_t* c = m_connection.get();
     const auto& windows = m_tracker.windows();
-    std::erase_if(m_captured, [&](const Captured& captured) {
+    for (Captured& captured : m_captured) {
         const bool kept = std::any_of(windows.begin(), windows.end(), [&](const auto& window) {
             return window.toplevel == captured.toplevel;
         });
         if (!kept)
             release(captured);
-        return !kept;
-    });
+    }
+    std::erase_if(m_captured, [](const Captured& captured) { return captured.toplevel == 0; });
     for (const X11WindowTracker::Window& window : windows) {
         if (std::any_of(m_captured.begin(), m_captured.end(),
                         [&](const Captured& c) { return c.toplevel == window.toplevel; }))
@@ -101,11 +93,11 @@ void X11WindowCompositor::redirectNewWindows() {
         // screen picture of its own, unaffected by what lies above it.
         xcb_composite_redirect_window(c, captured.toplevel, XCB_COMPOSITE_REDIRECT_AUTOMATIC);
         if (m_hasDamage) {
-            captured.damage = xcb_generate_id(c);
-            xcb_damage_create(c, captured.damage, captured.toplevel,
+            captured.damage = X11Damage(c, xcb_generate_id(c));
+            xcb_damage_create(c, captured.damage.id(), captured.toplevel,
                               XCB_DAMAGE_REPORT_LEVEL_BOUNDING_BOX);
         }
-        m_captured.push_back(captured);
+        m_captured.push_back(std::move(captured));
     }
     xcb_flush(c);
 }
@@ -126,7 +118,7 @@ bool X11WindowCompositor::takeDamage() {
         xcb_connection_t* c = m_connection.get();
         for (const Captured& captured : m_captured)
             if (captured.damage)
-                xcb_damage_subtract(c, captured.damage, XCB_NONE, XCB_NONE);
+                xcb_damage_subtract(c, captured.damage.id(), XCB_NONE, XCB_NONE);
         xcb_flush(c);
     }
     return damaged || moved;
@@ -145,21 +137,7 @@ void X11WindowCompositor::drawBackground() {
     if (!m_wallpaperRead || m_tracker.takeWallpaperChange()) {
         m_wallpaperRead = true;
         m_wallpaper.clear();
-        xcb_connection_t* c = m_connection.get();
-        // Desktop setters publish the wallpaper's pixmap on the root.
-        const std::string id = m_connection.property(
-            m_connection.root(), m_connection.atom("_XROOTPMAP_ID"), XCB_ATOM_PIXMAP);
-        xcb_pixmap_t pixmap = 0;
-        if (id.size() >= sizeof(xcb_pixmap_t))
-            std::memcpy(&pixmap, id.data(), sizeof pixmap);
-        ReplyPtr<xcb_get_image_reply_t> image(
-            pixmap ? xcb_get_image_reply(c,
-                                         xcb_get_image(c, XCB_IMAGE_FORMAT_Z_PIXMAP, pixmap,
-                                                       int16_t(m_content.x), int16_t(m_content.y),
-                                                       uint16_t(width), uint16_t(height), ~0u),
-                                         nullptr)
-                   : nullptr);
-        if (image && xcb_get_image_data_length(image.get()) >= width * height * 4) {
+        if (const auto image = m_connection.wallpaper(m_content)) {
             m_wallpaper.assign(size_t(width) * size_t(height), 0);
             blit(xcb_get_image_data(image.get()), width, height, 0, 0, m_wallpaper, width, height);
         }
@@ -175,22 +153,21 @@ namespace {
 
 // The window's picture as it is now, at the size of its pixmap (which is named anew each
 // time: a resized window gets a new one). Absent when the window is not drawable now.
-ReplyPtr<xcb_get_image_reply_t> windowImage(xcb_connection_t* c, xcb_window_t toplevel, int& width,
+X11Reply<xcb_get_image_reply_t> windowImage(xcb_connection_t* c, xcb_window_t toplevel, int& width,
                                             int& height) {
-    const xcb_pixmap_t pixmap = xcb_generate_id(c);
-    xcb_composite_name_window_pixmap(c, toplevel, pixmap);
-    ReplyPtr<xcb_get_geometry_reply_t> geometry(
-        xcb_get_geometry_reply(c, xcb_get_geometry(c, pixmap), nullptr));
-    ReplyPtr<xcb_get_image_reply_t> image;
+    const X11Pixmap pixmap(c, xcb_generate_id(c));
+    xcb_composite_name_window_pixmap(c, toplevel, pixmap.id());
+    X11Reply<xcb_get_geometry_reply_t> geometry(
+        xcb_get_geometry_reply(c, xcb_get_geometry(c, pixmap.id()), nullptr));
+    X11Reply<xcb_get_image_reply_t> image;
     if (geometry) {
         width = geometry->width;
         height = geometry->height;
         image.reset(xcb_get_image_reply(c,
-                                        xcb_get_image(c, XCB_IMAGE_FORMAT_Z_PIXMAP, pixmap, 0, 0,
-                                                      uint16_t(width), uint16_t(height), ~0u),
+                                        xcb_get_image(c, XCB_IMAGE_FORMAT_Z_PIXMAP, pixmap.id(), 0,
+                                                      0, uint16_t(width), uint16_t(height), ~0u),
                                         nullptr));
     }
-    xcb_free_pixmap(c, pixmap);
     if (image && xcb_get_image_data_length(image.get()) < width * height * 4)
         image.reset();
     return image;

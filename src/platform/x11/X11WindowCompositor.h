@@ -1,8 +1,7 @@
 #pragma once
 
 #include "platform/x11/X11Coordinates.h"
-
-#include <xcb/xcb.h>
+#include "platform/x11/X11Handles.h"
 
 #include <cstdint>
 #include <optional>
@@ -47,11 +46,11 @@ public:
 
 private:
     struct Captured {
-        xcb_window_t toplevel = 0;
-        uint32_t damage = 0;
+        xcb_window_t toplevel = 0; // 0 once released
+        X11Damage damage;
     };
     void redirectNewWindows();
-    void release(const Captured& captured);
+    void release(Captured& captured);
     void drawBackground();
     void composeFollowed(uint8_t* pixels, int stride, int width, int height);
 

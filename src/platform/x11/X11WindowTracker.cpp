@@ -2,22 +2,13 @@
 
 #include "platform/x11/X11CaptureFilter.h"
 #include "platform/x11/X11Connection.h"
+#include "platform/x11/X11Handles.h"
 #include "platform/x11/X11ShareableContent.h"
 
 #include <algorithm>
-#include <cstdlib>
-#include <cstring>
-#include <memory>
 #include <string>
 
 namespace {
-
-template <typename Reply>
-struct Freed {
-    void operator()(Reply* reply) const { std::free(reply); }
-};
-template <typename Reply>
-using ReplyPtr = std::unique_ptr<Reply, Freed<Reply>>;
 
 template <typename T>
 bool contains(const std::vector<T>& list, const T& value) {
@@ -25,7 +16,7 @@ bool contains(const std::vector<T>& list, const T& value) {
 }
 
 std::string propertyBytes(xcb_connection_t* c, xcb_get_property_cookie_t cookie) {
-    ReplyPtr<xcb_get_property_reply_t> reply(xcb_get_property_reply(c, cookie, nullptr));
+    X11Reply<xcb_get_property_reply_t> reply(xcb_get_property_reply(c, cookie, nullptr));
     if (!reply)
         return {};
     return std::string(static_cast<const char*>(xcb_get_property_value(reply.get())),
@@ -72,7 +63,7 @@ X11WindowTracker::~X11WindowTracker() {
 
 void X11WindowTracker::start() {
     xcb_connection_t* c = m_connection.get();
-    ReplyPtr<xcb_get_window_attributes_reply_t> attributes(xcb_get_window_attributes_reply(
+    X11Reply<xcb_get_window_attributes_reply_t> attributes(xcb_get_window_attributes_reply(
         c, xcb_get_window_attributes(c, m_connection.root()), nullptr));
     m_previousRootMask = attributes ? attributes->your_event_mask : 0;
     const uint32_t mask =
@@ -179,15 +170,9 @@ bool X11WindowTracker::takeSweep() {
 }
 
 std::vector<xcb_window_t> X11WindowTracker::readClientList() const {
-    for (const xcb_atom_t atom : {m_stackingAtom, m_listAtom}) {
-        const std::string bytes =
-            m_connection.property(m_connection.root(), atom, XCB_ATOM_WINDOW, 1 << 20);
-        if (bytes.empty())
-            continue;
-        std::vector<xcb_window_t> windows(bytes.size() / sizeof(xcb_window_t));
-        std::memcpy(windows.data(), bytes.data(), windows.size() * sizeof(xcb_window_t));
-        return windows;
-    }
+    for (const xcb_atom_t atom : {m_stackingAtom, m_listAtom})
+        if (auto windows = m_connection.rootWindowList(atom); !windows.empty())
+            return windows;
     return {};
 }
 
@@ -301,7 +286,7 @@ void X11WindowTracker::discover(const std::vector<xcb_window_t>& clients,
         for (size_t i = 0; i < chosen.size(); ++i) {
             if (settled[i])
                 continue;
-            ReplyPtr<xcb_query_tree_reply_t> tree(xcb_query_tree_reply(c, trees[i], nullptr));
+            X11Reply<xcb_query_tree_reply_t> tree(xcb_query_tree_reply(c, trees[i], nullptr));
             if (!tree || tree->parent == tree->root || tree->parent == XCB_NONE) {
                 settled[i] = true;
                 continue;
@@ -320,9 +305,9 @@ void X11WindowTracker::discover(const std::vector<xcb_window_t>& clients,
         attributes.push_back(xcb_get_window_attributes(c, toplevel));
     }
     for (size_t i = 0; i < chosen.size(); ++i) {
-        ReplyPtr<xcb_get_geometry_reply_t> geometry(
+        X11Reply<xcb_get_geometry_reply_t> geometry(
             xcb_get_geometry_reply(c, geometries[i], nullptr));
-        ReplyPtr<xcb_get_window_attributes_reply_t> state(
+        X11Reply<xcb_get_window_attributes_reply_t> state(
             xcb_get_window_attributes_reply(c, attributes[i], nullptr));
         if (!geometry || !state)
             continue; // closed while being asked about; the list will drop it too

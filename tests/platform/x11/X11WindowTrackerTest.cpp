@@ -1,14 +1,13 @@
 #include "platform/x11/X11WindowTracker.h"
 
 #include "platform/x11/X11Connection.h"
+#include "platform/x11/X11Handles.h"
 
 #include "MappedWindow.h"
 
 #include "support/XvfbSession.h"
 
 #include <gtest/gtest.h>
-
-#include <cstdlib>
 
 using namespace std::chrono_literals;
 
@@ -26,10 +25,8 @@ XvfbSession::Options managedScreen() {
 
 // Hands the tracker what its connection received, as the capture thread does at each tick.
 void pump(X11Connection& connection, X11WindowTracker& tracker) {
-    while (xcb_generic_event_t* event = xcb_poll_for_event(connection.get())) {
-        tracker.handle(event);
-        std::free(event);
-    }
+    while (const X11Event event{xcb_poll_for_event(connection.get())})
+        tracker.handle(event.get());
     tracker.update();
 }
 
