@@ -302,6 +302,12 @@ QCoro::Task<int> recordUntilStopped(RecordingCoordinator& coordinator, Recording
 
     std::sig_atomic_t handledToggles = pauseToggles;
     while (stopSignals == 0) {
+        // The coordinator ended the recording itself (a lost stream, a failing writer) and has
+        // said why.
+        if (const auto* failed = coordinator.recordingState().as<RecordingState::Failed>()) {
+            fmt::print(err, "❌ The recording ended: {}\n", text(failed->error.errorDescription()));
+            co_return 1;
+        }
         if (duration) {
             const std::optional<double> recorded = coordinator.currentRecordingTimestamp();
             if (recorded && *recorded >= *duration)

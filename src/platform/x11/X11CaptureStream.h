@@ -22,4 +22,8 @@ struct X11CaptureStream {
     bool composesWindows = false;
     bool followsWindow = false; // one window by itself, wherever it goes
     std::optional<uint32_t> backgroundRGB;
+    // Display and area modes: the RandR monitor grabbed from, and where it was when the stream
+    // was set up, so that a rearranged screen stops the stream instead of recording elsewhere.
+    std::optional<uint32_t> displayID;
+    X11Rect displayPixels;
 };

@@ -1,5 +1,7 @@
 #include "platform/x11/X11ScreenCaptureEngine.h"
 
+#include "platform/x11/X11DisplayWatcher.h"
+
 #include "core/model/Constants.h"
 #include "core/model/RecordingError.h"
 #include "core/support/Log.h"
@@ -29,6 +31,7 @@ struct X11ScreenCaptureEngine::Run {
 
     X11FrameBuilder builder;
     MediaTime frameDuration;
+    std::optional<X11DisplayWatcher> display;
     bool cursorAvailable = false;
     X11CursorImage lastCursor;
     bool first = true;
@@ -146,6 +149,8 @@ void X11ScreenCaptureEngine::configureStream(std::shared_ptr<SCContentFilter> fi
     }
     const X11Rect displayPixels = X11Coordinates::fromGlobal(filter->display.frame, rootHeight);
     stream.source = displayPixels;
+    stream.displayID = filter->display.displayID;
+    stream.displayPixels = displayPixels;
     if (const auto* area = mode.as<RecordingMode::ScreenArea>()) {
         // The area's rectangle counts from the display's bottom left; the source rectangle
         // counts from its top left.
@@ -223,10 +228,14 @@ QCoro::Task<void> X11ScreenCaptureEngine::startCapture() {
     if (!m_filter || !m_stream)
         throw RecordingError::invalidConfiguration(
             QStringLiteral("Filter and configuration must be set before starting capture"));
-    if (m_loop && m_loop->isRunning())
+    if (m_loop && m_loop->isRunning() && m_isCapturing)
         co_return;
+    // A stream that stopped on an error is started again from the beginning.
+    if (m_loop)
+        m_loop->stop();
     if (!m_connection)
         m_connection = std::make_unique<X11Connection>();
+    followMovedDisplay();
     m_delivered = 0;
     m_idle = 0;
     m_isCapturing = true;
@@ -236,6 +245,38 @@ QCoro::Task<void> X11ScreenCaptureEngine::startCapture() {
                              .tick = [this] { return captureTick(); },
                              .finish = [this](bool stopped) { endRun(stopped); }});
     co_return;
+}
+
+void X11ScreenCaptureEngine::followMovedDisplay() {
+    std::lock_guard lock(m_configurationMutex);
+    if (!m_stream || !m_stream->displayID)
+        return;
+    const std::optional<X11Rect> now = currentMonitorPixels(*m_connection, *m_stream->displayID);
+    if (!now)
+        throw RecordingError::invalidConfiguration(
+            QStringLiteral("The recorded display is no longer connected"));
+    const X11Rect before = m_stream->displayPixels;
+    if (*now == before)
+        return;
+    // The same part of the display as before, at the same output size: an area keeps its place
+    // on the display, cut to what the display still has.
+    X11Rect& source = m_stream->source;
+    source.x = now->x + (source.x - before.x);
+    source.y = now->y + (source.y - before.y);
+    source.width = std::max(0, std::min(source.width, now->x + now->width - source.x));
+    source.height = std::max(0, std::min(source.height, now->y + now->height - source.y));
+    if (source.width <= 0 || source.height <= 0)
+        throw RecordingError::invalidConfiguration(
+            QStringLiteral("The recorded area is no longer on its display"));
+    if (before.width == source.width && before.height == source.height) {
+        source.width = now->width;
+        source.height = now->height;
+    }
+    m_stream->displayPixels = *now;
+    if (m_filter)
+        m_filter->display.frame = X11Coordinates::toGlobal(*now, m_connection->rootHeight());
+    logLine("🖥️ Display moved or resized: capturing {}x{} at {},{}", source.width,
+            source.height, source.x, source.y);
 }
 
 QCoro::Task<void> X11ScreenCaptureEngine::stopCapture() {
@@ -272,6 +313,9 @@ bool X11ScreenCaptureEngine::beginRun(const X11CaptureStream& stream) {
         return false;
     }
     m_usesSharedMemory = m_run->builder.usesSharedMemory();
+    if (stream.displayID)
+        m_run->display.emplace(*m_connection, *stream.displayID, stream.displayPixels,
+                               stream.frameRate);
     m_run->cursorAvailable = stream.showsCursor && X11CursorImage::isAvailable(m_connection->get());
     return true;
 }
@@ -286,6 +330,13 @@ bool X11ScreenCaptureEngine::captureTick() {
         return false;
     }
     Run& run = *m_run;
+    if (run.display && !run.display->tick()) {
+        reportStop({QStringLiteral("X11"),
+                    4,
+                    QStringLiteral("The recorded display was removed, moved or resized"),
+                    {}});
+        return false;
+    }
     run.builder.readEvents(false);
     bool changed = run.first || run.redraw || run.builder.takeChange();
     X11CursorImage cursor;

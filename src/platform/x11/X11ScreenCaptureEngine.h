@@ -75,6 +75,9 @@ private:
     // Builds the picture now and hands it on; false when the stream had to stop.
     bool deliver(X11CursorImage cursor);
     void reportStop(const StreamError& error);
+    // Before a (re)start: follows the recorded display to where it is now; throws when it is
+    // gone.
+    void followMovedDisplay();
     // A window grown past the stream: the stream grows by the inverse of the scale the window
     // was shown at. The file keeps the size it was opened with.
     void handleWindowResize(double contentScale);
