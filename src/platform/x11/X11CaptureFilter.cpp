@@ -33,14 +33,14 @@ const SCDisplay& firstDisplay(const SCShareableContent& content) {
 
 } // namespace
 
-bool SCContentFilter::isOwnWindowKeptOut(const QString& bundleID, const QString& title) {
+bool X11ContentFilter::isOwnWindowKeptOut(const QString& bundleID, const QString& title) {
     return bundleID == fromView(Constants::bundleIdentifier) &&
            title != fromView(Constants::WindowTitle::mousePointer) &&
            title != fromView(Constants::WindowTitle::screenMagnifier) &&
            title != fromView(Constants::WindowTitle::cameraOverlay);
 }
 
-std::vector<SCWindow> SCContentFilter::ownWindows(const SCShareableContent& content) {
+std::vector<SCWindow> X11ContentFilter::ownWindows(const SCShareableContent& content) {
     std::vector<SCWindow> windows;
     for (const SCWindow& window : content.windows) {
         if (window.owningApplication &&
@@ -50,7 +50,7 @@ std::vector<SCWindow> SCContentFilter::ownWindows(const SCShareableContent& cont
     return windows;
 }
 
-std::vector<QString> SCContentFilter::hiddenBundleIDs(const QByteArray& hiddenApps) {
+std::vector<QString> X11ContentFilter::hiddenBundleIDs(const QByteArray& hiddenApps) {
     std::vector<QString> ids;
     const QJsonDocument document = QJsonDocument::fromJson(hiddenApps);
     for (const QJsonValue& entry : document.array()) {
@@ -61,11 +61,11 @@ std::vector<QString> SCContentFilter::hiddenBundleIDs(const QByteArray& hiddenAp
     return ids;
 }
 
-SCContentFilter SCContentFilter::make(const RecordingMode& mode,
-                                      const RecordingConfiguration& configuration,
-                                      const SCShareableContent& content,
-                                      const QByteArray& hiddenApps) {
-    SCContentFilter filter;
+X11ContentFilter X11ContentFilter::make(const RecordingMode& mode,
+                                        const RecordingConfiguration& configuration,
+                                        const SCShareableContent& content,
+                                        const QByteArray& hiddenApps) {
+    X11ContentFilter filter;
     if (mode.is<RecordingMode::IOSDevice>())
         throw RecordingError::invalidConfiguration(
             QStringLiteral("iOS device recording uses AVFoundation, not ScreenCaptureKit"));

@@ -2,6 +2,7 @@
 
 #include "core/model/RecordingConfiguration.h"
 #include "core/model/SCShareableContent.h"
+#include "core/recording/engines/ScreenCaptureEngine.h"
 
 #include <QByteArray>
 
@@ -9,7 +10,7 @@
 
 // What a stream captures: a display (or part of it) with exclusions, windows and applications
 // composed on a display, or one window on its own. Made by the X11 screen capture engine only.
-class SCContentFilter {
+class X11ContentFilter final : public SCContentFilter {
 public:
     enum class Kind { display, windows, applications };
 
@@ -30,9 +31,9 @@ public:
 
     // Throws RecordingError for iOSDevice, a missing display and a window that is gone.
     // `hiddenApps` is the persisted JSON list of {"bundleID", "name"} objects.
-    static SCContentFilter make(const RecordingMode& mode,
-                                const RecordingConfiguration& configuration,
-                                const SCShareableContent& content, const QByteArray& hiddenApps);
+    static X11ContentFilter make(const RecordingMode& mode,
+                                 const RecordingConfiguration& configuration,
+                                 const SCShareableContent& content, const QByteArray& hiddenApps);
 
     // The program's own windows that must not be recorded: all but its pointer, magnifier
     // and camera overlays, which are part of the picture on purpose.

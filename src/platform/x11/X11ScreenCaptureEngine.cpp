@@ -91,8 +91,8 @@ X11ScreenCaptureEngine::createFilter(const RecordingMode& mode,
                                      const RecordingConfiguration& config) {
     if (!m_availableContent)
         throw RecordingError::invalidConfiguration(QStringLiteral("Available content not loaded"));
-    auto filter = std::make_shared<SCContentFilter>(
-        SCContentFilter::make(mode, config, *m_availableContent, m_hiddenApps));
+    auto filter = std::make_shared<X11ContentFilter>(
+        X11ContentFilter::make(mode, config, *m_availableContent, m_hiddenApps));
     m_mode = mode;
     return filter;
 }
@@ -103,11 +103,12 @@ SCStreamConfiguration X11ScreenCaptureEngine::streamSize(Size pointSize, double 
                                  int(double(int(pointSize.height)) * pointScale * resolutionScale)};
 }
 
-void X11ScreenCaptureEngine::configureStream(std::shared_ptr<SCContentFilter> filter,
+void X11ScreenCaptureEngine::configureStream(std::shared_ptr<SCContentFilter> anyFilter,
                                              const RecordingMode& mode, ResolutionMode resolution,
                                              int frameRate, bool showCursor,
                                              BackgroundType backgroundColor, bool recordAudio) {
     (void)recordAudio; // system audio comes from the audio engine on this platform
+    auto filter = std::dynamic_pointer_cast<X11ContentFilter>(std::move(anyFilter));
     if (!filter)
         throw RecordingError::invalidConfiguration(QStringLiteral("No content filter"));
     const double pointScale = resolution == ResolutionMode::high ? filter->pointPixelScale : 1.0;
@@ -124,12 +125,12 @@ void X11ScreenCaptureEngine::configureStream(std::shared_ptr<SCContentFilter> fi
         m_connection = std::make_unique<X11Connection>();
     const int rootHeight = m_connection->rootHeight();
     stream.backgroundRGB = backgroundRGB(backgroundColor);
-    if (filter->kind != SCContentFilter::Kind::display) {
+    if (filter->kind != X11ContentFilter::Kind::display) {
         // Windows are composed on the display, or a lone window makes the whole picture.
         stream.source = X11Coordinates::fromGlobal(filter->contentRect, rootHeight);
         stream.composesWindows = true;
         stream.followsWindow = filter->desktopIndependentWindow;
-        if (filter->kind == SCContentFilter::Kind::windows) {
+        if (filter->kind == X11ContentFilter::Kind::windows) {
             for (const SCWindow& window : filter->includedWindows)
                 stream.windows.windows.push_back(window.windowID);
             if (stream.windows.windows.empty())

@@ -86,7 +86,7 @@ private:
     std::unique_ptr<X11Connection> m_connection;
     std::optional<SCShareableContent> m_availableContent;
     std::optional<RecordingMode> m_mode;
-    std::shared_ptr<SCContentFilter> m_filter;
+    std::shared_ptr<X11ContentFilter> m_filter;
     // The stream's size changes on the capture thread when a window grows; the main thread
     // reads it.
     mutable std::mutex m_configurationMutex;

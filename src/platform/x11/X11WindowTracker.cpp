@@ -36,7 +36,7 @@ bool X11WindowSelection::matches(xcb_window_t client, const QString& owner,
                                  const QString& title) const {
     if (contains(windows, client))
         return true;
-    if (SCContentFilter::isOwnWindowKeptOut(owner, title))
+    if (X11ContentFilter::isOwnWindowKeptOut(owner, title))
         return ownWindows;
     return !owner.isEmpty() && contains(applications, owner);
 }

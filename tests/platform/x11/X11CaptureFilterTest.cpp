@@ -45,10 +45,10 @@ std::vector<uint32_t> ids(const std::vector<SCWindow>& windows) {
 TEST(X11CaptureFilterTest, ScreenExcludesOwnWindowsPanelsAndHiddenApps) {
     const SCShareableContent content = desktop();
     const RecordingMode mode = RecordingMode::screen(content.displays.front());
-    const SCContentFilter filter =
-        SCContentFilter::make(mode, RecordingConfiguration(mode, {}), content,
+    const X11ContentFilter filter =
+        X11ContentFilter::make(mode, RecordingConfiguration(mode, {}), content,
                               R"([{"bundleID":"secret","name":"Secret"}])");
-    EXPECT_EQ(filter.kind, SCContentFilter::Kind::display);
+    EXPECT_EQ(filter.kind, X11ContentFilter::Kind::display);
     EXPECT_EQ(ids(filter.exceptingWindows), std::vector<uint32_t>{1});
     ASSERT_EQ(filter.excludedApplications.size(), 2u);
     EXPECT_EQ(filter.excludedApplications[0].bundleIdentifier, QStringLiteral("xfce4-panel"));
@@ -60,19 +60,19 @@ TEST(X11CaptureFilterTest, ScreenExcludesOwnWindowsPanelsAndHiddenApps) {
     EXPECT_NE(std::find(later.begin(), later.end(), QStringLiteral("secret")), later.end());
     EXPECT_NE(std::find(later.begin(), later.end(), QStringLiteral("tint2")), later.end());
     EXPECT_EQ(std::find(later.begin(), later.end(), QStringLiteral("xterm")), later.end());
-    EXPECT_TRUE(SCContentFilter::isOwnWindowKeptOut(QStringLiteral("com.tavelquiston.app"),
+    EXPECT_TRUE(X11ContentFilter::isOwnWindowKeptOut(QStringLiteral("com.tavelquiston.app"),
                                                     QStringLiteral("Recording")));
-    EXPECT_FALSE(SCContentFilter::isOwnWindowKeptOut(QStringLiteral("com.tavelquiston.app"),
+    EXPECT_FALSE(X11ContentFilter::isOwnWindowKeptOut(QStringLiteral("com.tavelquiston.app"),
                                                      QStringLiteral("Screen Magnifier")));
     EXPECT_FALSE(
-        SCContentFilter::isOwnWindowKeptOut(QStringLiteral("xterm"), QStringLiteral("Recording")));
+        X11ContentFilter::isOwnWindowKeptOut(QStringLiteral("xterm"), QStringLiteral("Recording")));
 }
 
 TEST(X11CaptureFilterTest, BrokenOrEmptyHiddenAppsHideNothing) {
-    EXPECT_TRUE(SCContentFilter::hiddenBundleIDs("").empty());
-    EXPECT_TRUE(SCContentFilter::hiddenBundleIDs("not json").empty());
-    EXPECT_TRUE(SCContentFilter::hiddenBundleIDs(R"({"bundleID":"x"})").empty());
-    EXPECT_EQ(SCContentFilter::hiddenBundleIDs(R"([{"bundleID":"a"},{"name":"b"}])"),
+    EXPECT_TRUE(X11ContentFilter::hiddenBundleIDs("").empty());
+    EXPECT_TRUE(X11ContentFilter::hiddenBundleIDs("not json").empty());
+    EXPECT_TRUE(X11ContentFilter::hiddenBundleIDs(R"({"bundleID":"x"})").empty());
+    EXPECT_EQ(X11ContentFilter::hiddenBundleIDs(R"([{"bundleID":"a"},{"name":"b"}])"),
               std::vector<QString>{QStringLiteral("a")});
 }
 
@@ -82,9 +82,9 @@ TEST(X11CaptureFilterTest, BrokenOrEmptyHiddenAppsHideNothing) {
 TEST(X11CaptureFilterTest, WindowsAndApplications) {
     SCShareableContent content = desktop();
     const RecordingMode windows = RecordingMode::windows({content.windows[3], content.windows[4]});
-    const SCContentFilter w =
-        SCContentFilter::make(windows, RecordingConfiguration(windows, {}), content, {});
-    EXPECT_EQ(w.kind, SCContentFilter::Kind::windows);
+    const X11ContentFilter w =
+        X11ContentFilter::make(windows, RecordingConfiguration(windows, {}), content, {});
+    EXPECT_EQ(w.kind, X11ContentFilter::Kind::windows);
     EXPECT_EQ(w.display.displayID, 7u);
     EXPECT_EQ(w.contentRect, Rect(0, 0, 1280, 720));
     EXPECT_FALSE(w.desktopIndependentWindow);
@@ -92,20 +92,20 @@ TEST(X11CaptureFilterTest, WindowsAndApplications) {
     const RecordingMode one = RecordingMode::window(content.windows[4]);
     RecordingConfiguration onWallpaper(one, {});
     onWallpaper.backgroundColor = BackgroundType::wallpaper;
-    const SCContentFilter shown = SCContentFilter::make(one, onWallpaper, content, {});
+    const X11ContentFilter shown = X11ContentFilter::make(one, onWallpaper, content, {});
     EXPECT_EQ(shown.contentRect, Rect(0, 0, 1280, 720));
     EXPECT_FALSE(shown.desktopIndependentWindow);
     RecordingConfiguration onColour(one, {});
     onColour.backgroundColor = BackgroundType::blue;
-    const SCContentFilter alone = SCContentFilter::make(one, onColour, content, {});
+    const X11ContentFilter alone = X11ContentFilter::make(one, onColour, content, {});
     EXPECT_EQ(alone.contentRect, Rect(500, 100, 200, 400));
     EXPECT_TRUE(alone.desktopIndependentWindow);
     EXPECT_EQ(ids(alone.includedWindows), std::vector<uint32_t>{5});
 
     const RecordingMode apps = RecordingMode::application({app("xterm")});
-    const SCContentFilter a =
-        SCContentFilter::make(apps, RecordingConfiguration(apps, {}), content, {});
-    EXPECT_EQ(a.kind, SCContentFilter::Kind::applications);
+    const X11ContentFilter a =
+        X11ContentFilter::make(apps, RecordingConfiguration(apps, {}), content, {});
+    EXPECT_EQ(a.kind, X11ContentFilter::Kind::applications);
     EXPECT_EQ(a.contentRect, Rect(0, 0, 1280, 720));
     // Windows 2 and 3 are the program's pointer and camera overlays; 1 is its own panel.
     EXPECT_EQ(ids(a.includedWindows), (std::vector<uint32_t>{2, 3, 4, 5}));
@@ -115,18 +115,18 @@ TEST(X11CaptureFilterTest, WindowsAndApplications) {
     // Without the program running, only the chosen application is there.
     content.applications.erase(content.applications.begin());
     content.windows.erase(content.windows.begin(), content.windows.begin() + 3);
-    const SCContentFilter b =
-        SCContentFilter::make(apps, RecordingConfiguration(apps, {}), content, {});
+    const X11ContentFilter b =
+        X11ContentFilter::make(apps, RecordingConfiguration(apps, {}), content, {});
     EXPECT_EQ(ids(b.includedWindows), (std::vector<uint32_t>{4, 5}));
     EXPECT_EQ(b.includedApplications.size(), 1u);
 }
 
 TEST(X11CaptureFilterTest, RefusesDevicesAndMissingDisplays) {
     const RecordingMode device = RecordingMode::iOSDevice(AVCaptureDevice{});
-    EXPECT_THROW(SCContentFilter::make(device, RecordingConfiguration(device, {}), desktop(), {}),
+    EXPECT_THROW(X11ContentFilter::make(device, RecordingConfiguration(device, {}), desktop(), {}),
                  RecordingError);
     SCShareableContent empty;
     const RecordingMode audio = RecordingMode::systemAudio();
-    EXPECT_THROW(SCContentFilter::make(audio, RecordingConfiguration(audio, {}), empty, {}),
+    EXPECT_THROW(X11ContentFilter::make(audio, RecordingConfiguration(audio, {}), empty, {}),
                  RecordingError);
 }

@@ -13,7 +13,12 @@
 #include <memory>
 #include <optional>
 
-class SCContentFilter; // what the platform engine captures; made and read by the engine only
+// What a stream captures. Each backend makes and reads its own kind; the core only hands it
+// from createFilter to configureStream.
+class SCContentFilter {
+public:
+    virtual ~SCContentFilter() = default;
+}; // what the platform engine captures; made and read by the engine only
 
 // The size of the stream the engine was configured for, in pixels.
 struct SCStreamConfiguration {
