@@ -7,7 +7,6 @@
 #include "core/metadata/MetadataLocation.h"
 #include "core/metadata/ZoomMigration.h"
 
-#include <QDir>
 #include <QFileInfo>
 
 #include <fmt/format.h>
@@ -23,7 +22,7 @@ constexpr std::string_view usage =
 std::optional<QString> metadataPathFor(const QString& input) {
     const QFileInfo info(input);
     if (info.isDir()) {
-        const QString inside = QDir(input).filePath(QStringLiteral(".metadata.json"));
+        const QString inside = packageMetadataPath(input);
         return QFileInfo(inside).isFile() ? std::optional(inside) : std::nullopt;
     }
     if (info.fileName().endsWith(QStringLiteral(".json"), Qt::CaseInsensitive))
@@ -73,9 +72,11 @@ int runAnalyze(const QStringList& givenArguments, FILE* out, FILE* err) {
     }
     const std::optional<QString> path = metadataPathFor(input);
     if (!path) {
-        fmt::print(err,
-                   "❌ {}: no metadata beside it (neither .metadata.json nor {}.metadata.json)\n",
-                   input.toStdString(), QFileInfo(input).completeBaseName().toStdString());
+        const MetadataLocations looked = metadataLocations(input);
+        fmt::print(err, "❌ {}: no metadata beside it (none of {}, {}, {})\n", input.toStdString(),
+                   QFileInfo(looked.package).fileName().toStdString(),
+                   QFileInfo(looked.sibling).fileName().toStdString(),
+                   QFileInfo(looked.hiddenSibling).fileName().toStdString());
         return 2;
     }
 

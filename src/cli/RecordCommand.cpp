@@ -1,5 +1,6 @@
 #include "cli/RecordCommand.h"
 
+#include "core/metadata/MetadataLocation.h"
 #include "core/model/RecordingError.h"
 #include "core/recording/RecordingCoordinator.h"
 #include "core/recording/RecordingServices.h"
@@ -345,8 +346,7 @@ QCoro::Task<int> recordUntilStopped(RecordingCoordinator& coordinator, Recording
     }
     const QFileInfo movie(completed->fileURL);
     fmt::print(out, "{}\n", text(movie.absoluteFilePath()));
-    const QString metadata = movie.dir().filePath(QLatin1Char('.') + movie.completeBaseName() +
-                                                  QStringLiteral(".metadata.json"));
+    const QString metadata = metadataLocations(movie.absoluteFilePath()).hiddenSibling;
     if (QFileInfo::exists(metadata))
         fmt::print(out, "{}\n", text(metadata));
     std::fflush(out);

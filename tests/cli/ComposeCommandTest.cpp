@@ -10,6 +10,7 @@
 #include <QTemporaryDir>
 
 #include "CommandOutcome.h"
+#include "support/ChildProcess.h"
 
 #include <gtest/gtest.h>
 
@@ -99,9 +100,8 @@ TEST_F(ComposeCommandTest, BadInputNamesTheValue) {
 }
 
 TEST_F(ComposeCommandTest, VideoFrameAtTheTimeWithTheCursorFromItsMetadata) {
+    REQUIRE_TOOL("ffmpeg");
     const QString ffmpeg = QStandardPaths::findExecutable(QStringLiteral("ffmpeg"));
-    if (ffmpeg.isEmpty())
-        GTEST_SKIP() << "ffmpeg is not installed";
     // Half a second of dark red, then half a second of dark blue, at 10 frames a second.
     QProcess make;
     make.start(ffmpeg, {"-v", "error", "-f", "lavfi", "-i", "color=c=0x400000:s=320x180:r=10:d=0.5",

@@ -77,7 +77,6 @@ TEST(AlphaChannelRecorder, SettingsPerCodec) {
 TEST(AlphaVideoCodec, NamesAndRawValuesRoundTrip) {
     for (AlphaVideoCodec codec : allAlphaVideoCodecs)
         EXPECT_EQ(alphaVideoCodecFromRawValue(rawValue(codec)), codec);
-    EXPECT_EQ(displayName(AlphaVideoCodec::proRes4444XQ), "ProRes 4444 XQ");
     EXPECT_EQ(fileExtension(AlphaVideoCodec::hevcWithAlpha), "mov");
     EXPECT_FALSE(alphaVideoCodecFromRawValue("prores"));
 }

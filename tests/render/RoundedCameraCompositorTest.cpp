@@ -426,13 +426,18 @@ TEST_F(RoundedCameraCompositorTest, ContextChangeDropsTheCachesBeforeTheNextFram
     settings.backgroundSettings = solidBackground({1.0, 0.0, 0.0, 1.0});
     RoundedCameraCompositor compositor(settings);
     const auto composeOnStage = [&] {
-        std::promise<QImage> frame;
+        // Shared, so that an answer after the bound below has somewhere to go.
+        auto frame = std::make_shared<std::promise<QImage>>();
         CompositionRequest r = request(0.0, {64, 36}, {});
-        r.finish = [&](CompositionResult result) {
-            frame.set_value(result.composedFrame.value_or(QImage()));
+        r.finish = [frame](CompositionResult result) {
+            frame->set_value(result.composedFrame.value_or(QImage()));
         };
+        std::future<QImage> composed = frame->get_future();
         compositor.startRequest(std::move(r));
-        return frame.get_future().get();
+        // A stage that never answers gives an empty picture, which fails the checks below.
+        if (composed.wait_for(std::chrono::seconds(10)) != std::future_status::ready)
+            return QImage();
+        return composed.get();
     };
     EXPECT_TRUE(isColor(composeOnStage(), 5, 5, Qt::red));
     // The cache key ignores a new solid colour, so red stays until the context changes.

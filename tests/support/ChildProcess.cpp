@@ -2,10 +2,12 @@
 
 #include <fcntl.h>
 #include <signal.h>
+#include <sys/prctl.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
@@ -31,6 +33,19 @@ std::vector<std::string> mergedEnvironment(const ChildProcess::Options& options)
     for (const auto& [name, value] : env)
         result.push_back(name + "=" + value);
     return result;
+}
+
+// The exit status of a child that has ended (128 + the signal number when a signal ended it),
+// collected without waiting; absent while it runs. A child that is not ours to wait for any more
+// counts as ended, with status -1.
+std::optional<int> reapIfEnded(pid_t pid) {
+    int status = 0;
+    const pid_t result = ::waitpid(pid, &status, WNOHANG);
+    if (result == pid)
+        return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+    if (result < 0 && errno == ECHILD)
+        return -1;
+    return std::nullopt;
 }
 
 std::vector<char*> pointers(std::vector<std::string>& strings) {
@@ -59,9 +74,15 @@ ChildProcess::ChildProcess(const std::vector<std::string>& argvIn, const Options
     const int err = options.stderrPath ? ::open(options.stderrPath->c_str(),
                                                 O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600)
                                        : -1;
+    const pid_t parent = ::getpid();
     m_pid = ::fork();
     if (m_pid == 0) {
-        // Only async-signal-safe calls between fork and exec.
+        // Only async-signal-safe calls between fork and exec. The child dies with the thread
+        // that started it, so a test that crashes or is killed by its time limit leaves no
+        // service behind; a parent already gone before prctl took effect is caught by the check.
+        ::prctl(PR_SET_PDEATHSIG, SIGKILL);
+        if (::getppid() != parent)
+            ::_exit(127);
         ::setpgid(0, 0);
         ::dup2(devNull, STDIN_FILENO);
         ::dup2(out, STDOUT_FILENO);
@@ -76,6 +97,8 @@ ChildProcess::ChildProcess(const std::vector<std::string>& argvIn, const Options
         ::execve(program->c_str(), argvPointers.data(), envPointers.data());
         ::_exit(127);
     }
+    if (m_pid > 0)
+        ::setpgid(m_pid, m_pid); // also from this side, so the group exists before any stop()
     if (out != devNull && out >= 0)
         ::close(out);
     if (err >= 0)
@@ -102,15 +125,17 @@ ChildProcess& ChildProcess::operator=(ChildProcess&& other) noexcept {
     return *this;
 }
 
+void ChildProcess::signalGroup(int signal) {
+    // Until the child's setpgid has run, the group does not exist yet.
+    if (::kill(-m_pid, signal) != 0)
+        ::kill(m_pid, signal);
+}
+
 bool ChildProcess::isRunning() {
     if (m_pid <= 0 || m_status)
         return false;
-    int status = 0;
-    if (::waitpid(m_pid, &status, WNOHANG) == m_pid) {
-        m_status = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
-        return false;
-    }
-    return true;
+    m_status = reapIfEnded(m_pid);
+    return !m_status;
 }
 
 std::optional<int> ChildProcess::waitForExit(std::chrono::milliseconds timeout) {
@@ -123,17 +148,40 @@ std::optional<int> ChildProcess::waitForExit(std::chrono::milliseconds timeout) 
     return m_status;
 }
 
+void dieWithParent() {
+    const pid_t parent = ::getppid();
+    ::prctl(PR_SET_PDEATHSIG, SIGKILL);
+    // The parent may have gone before the request took effect.
+    if (::getppid() != parent)
+        ::_exit(127);
+}
+
+std::optional<int> waitForChild(int pid, std::chrono::milliseconds timeout) {
+    const auto deadline = std::chrono::steady_clock::now() + timeout;
+    while (std::chrono::steady_clock::now() < deadline) {
+        if (auto status = reapIfEnded(pid))
+            return status;
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    }
+    ::kill(pid, SIGKILL);
+    int ignored = 0;
+    ::waitpid(pid, &ignored, 0); // SIGKILL cannot be caught: this returns
+    return std::nullopt;
+}
+
 void ChildProcess::stop(std::chrono::milliseconds grace) {
     if (!isRunning()) {
         m_pid = -1;
         return;
     }
-    ::kill(m_pid, SIGTERM);
+    // The whole process group, so that a daemon's helpers go too; the child leads its group.
+    signalGroup(SIGTERM);
     if (!waitForExit(grace)) {
-        ::kill(-m_pid, SIGKILL); // the whole process group: a daemon's helpers go too
-        ::kill(m_pid, SIGKILL);
+        signalGroup(SIGKILL);
         waitForExit(std::chrono::milliseconds(2000));
     }
+    // Helpers that outlived their leader's SIGTERM.
+    ::kill(-m_pid, SIGKILL);
     m_pid = -1;
 }
 

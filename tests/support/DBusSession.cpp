@@ -24,7 +24,7 @@ DBusSession::DBusSession() {
     ::close(pipeFds[1]);
 
     std::string address;
-    const auto deadline = std::chrono::steady_clock::now() + 5000ms;
+    const auto deadline = std::chrono::steady_clock::now() + serviceStartBound;
     while (std::chrono::steady_clock::now() < deadline && address.find('\n') == std::string::npos) {
         pollfd pfd{pipeFds[0], POLLIN, 0};
         if (::poll(&pfd, 1, 100) > 0) {
@@ -43,7 +43,7 @@ DBusSession::DBusSession() {
         m_addressVariable =
             std::make_unique<ScopedEnvironment>("DBUS_SESSION_BUS_ADDRESS", m_address);
     } else {
-        m_error = "dbus-daemon did not print its address within 5 s";
+        m_error = "dbus-daemon did not print its address within 20 s";
     }
 }
 

@@ -27,9 +27,4 @@ private:
     std::unique_ptr<ScopedEnvironment> m_addressVariable;
 };
 
-#define REQUIRE_DBUS()                                                                             \
-    do {                                                                                           \
-        const std::string missing = DBusSession::missingTool();                                    \
-        if (!missing.empty())                                                                      \
-            GTEST_SKIP() << "'" << missing << "' is not installed; run scripts/install-deps.sh";   \
-    } while (0)
+#define REQUIRE_DBUS() REQUIRE_NOTHING_MISSING(DBusSession::missingTool())

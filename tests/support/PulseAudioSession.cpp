@@ -50,7 +50,7 @@ PulseAudioSession::PulseAudioSession() {
         options);
 
     m_serverVariable = std::make_unique<ScopedEnvironment>("PULSE_SERVER", m_server);
-    const auto deadline = std::chrono::steady_clock::now() + 5000ms;
+    const auto deadline = std::chrono::steady_clock::now() + serviceStartBound;
     while (std::chrono::steady_clock::now() < deadline) {
         if (!m_daemon.isRunning()) {
             m_error = "pulseaudio exited at start";
@@ -64,7 +64,7 @@ PulseAudioSession::PulseAudioSession() {
         }
         std::this_thread::sleep_for(20ms);
     }
-    m_error = "pulseaudio did not answer within 5 s";
+    m_error = "pulseaudio did not answer within 20 s";
 }
 
 PulseAudioSession::~PulseAudioSession() {
@@ -129,7 +129,17 @@ std::vector<int16_t> PulseAudioSession::recordMonitor(double seconds) {
     ChildProcess recorder({"parec", "--server=" + m_server, "--device=" + monitorSource(), "--raw",
                            "--format=s16le", "--rate=48000", "--channels=2", "--latency-msec=20"},
                           options);
-    std::this_thread::sleep_for(std::chrono::milliseconds(int(seconds * 1000)));
+    const auto wanted = std::uintmax_t(seconds * 48000) * 2 * sizeof(int16_t);
+    const auto deadline =
+        std::chrono::steady_clock::now() + std::chrono::milliseconds(int(seconds * 1000)) + 10s;
+    auto arrived = [&path]() {
+        std::error_code error;
+        const auto size = std::filesystem::file_size(path, error);
+        return error ? std::uintmax_t(0) : size;
+    };
+    while (arrived() < wanted && recorder.isRunning() &&
+           std::chrono::steady_clock::now() < deadline)
+        std::this_thread::sleep_for(10ms);
     recorder.stop();
     std::ifstream in(path, std::ios::binary);
     std::vector<int16_t> samples;

@@ -27,7 +27,8 @@ public:
     bool playTone(double frequency, double seconds, double amplitude = 0.5);
     // Starts a tone in the background and returns at once; stopped with the session.
     bool startTone(double frequency, double seconds, double amplitude = 0.5);
-    // Records the sink's monitor for `seconds`: interleaved 16-bit stereo samples at 48 kHz.
+    // Records the sink's monitor until `seconds` of sound have arrived (or, should the daemon
+    // stall, ten seconds more have passed): interleaved 16-bit stereo samples at 48 kHz.
     std::vector<int16_t> recordMonitor(double seconds);
 
 private:
@@ -43,9 +44,4 @@ private:
     std::unique_ptr<ScopedEnvironment> m_serverVariable;
 };
 
-#define REQUIRE_PULSEAUDIO()                                                                       \
-    do {                                                                                           \
-        const std::string missing = PulseAudioSession::missingTool();                              \
-        if (!missing.empty())                                                                      \
-            GTEST_SKIP() << "'" << missing << "' is not installed; run scripts/install-deps.sh";   \
-    } while (0)
+#define REQUIRE_PULSEAUDIO() REQUIRE_NOTHING_MISSING(PulseAudioSession::missingTool())

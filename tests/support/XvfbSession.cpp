@@ -13,7 +13,7 @@
 using namespace std::chrono_literals;
 
 namespace {
-const auto serviceTimeout = 5000ms;
+const auto serviceTimeout = std::chrono::milliseconds(serviceStartBound);
 
 struct XcbConnection {
     explicit XcbConnection(const std::string& display)
@@ -29,7 +29,7 @@ struct XcbConnection {
 xcb_atom_t atom(xcb_connection_t* connection, const char* name) {
     auto* reply = xcb_intern_atom_reply(
         connection, xcb_intern_atom(connection, 1, uint16_t(strlen(name)), name), nullptr);
-    const xcb_atom_t result = reply ? reply->atom : XCB_ATOM_NONE;
+    const xcb_atom_t result = reply ? reply->atom : xcb_atom_t(XCB_ATOM_NONE);
     free(reply);
     return result;
 }
@@ -166,7 +166,7 @@ bool XvfbSession::startServer() {
     while (!number.empty() && (number.back() == '\n' || number.back() == ' '))
         number.pop_back();
     if (number.empty()) {
-        m_error = "Xvfb did not report a display within 5 s";
+        m_error = "Xvfb did not report a display within 20 s";
         return false;
     }
     m_display = ":" + number;
@@ -180,12 +180,12 @@ bool XvfbSession::startWindowManager() {
         if (windowManagerRunning(m_display)) {
             if (windowManagerManagesClients(m_display))
                 return true;
-            m_error = "openbox took the screen but listed no new window within 5 s";
+            m_error = "openbox took the screen but listed no new window within 20 s";
             return false;
         }
         std::this_thread::sleep_for(20ms);
     }
-    m_error = "openbox did not take the screen within 5 s";
+    m_error = "openbox did not take the screen within 20 s";
     return false;
 }
 

@@ -58,9 +58,4 @@ private:
     std::unique_ptr<ScopedEnvironment> m_displayVariable;
 };
 
-#define REQUIRE_XVFB(options)                                                                      \
-    do {                                                                                           \
-        const std::string missing = XvfbSession::missingTool(options);                             \
-        if (!missing.empty())                                                                      \
-            GTEST_SKIP() << "'" << missing << "' is not installed; run scripts/install-deps.sh";   \
-    } while (0)
+#define REQUIRE_XVFB(options) REQUIRE_NOTHING_MISSING(XvfbSession::missingTool(options))

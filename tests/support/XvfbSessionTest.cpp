@@ -69,7 +69,9 @@ TEST(XvfbSessionTest, windowManagerListsClientWindows) {
               std::string::npos);
     session.launch({"xmessage", "-name", "probe", "hello"});
     std::string stacking;
-    for (int i = 0; i < 100 && stacking.find("0x") == std::string::npos; ++i) {
+    const auto deadline = std::chrono::steady_clock::now() + 20s;
+    while (stacking.find("0x") == std::string::npos &&
+           std::chrono::steady_clock::now() < deadline) {
         std::this_thread::sleep_for(20ms);
         stacking = command({"xprop", "-root", "_NET_CLIENT_LIST_STACKING"});
     }

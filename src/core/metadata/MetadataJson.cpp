@@ -1,6 +1,6 @@
 #include "core/metadata/MetadataJson.h"
 
-#include "core/metadata/MetadataWriter.h"
+#include "core/metadata/MetadataSchema.h"
 
 #include <nlohmann/json.hpp>
 
@@ -62,49 +62,12 @@ std::string uuidString(const QUuid& uuid) {
 
 namespace {
 
-// ---- reading ----
-
 [[noreturn]] void fail(std::string problem) {
     throw MetadataDecodingError({}, std::move(problem));
 }
 
 [[noreturn]] void failType(std::string_view expected, const json& value) {
     fail(fmt::format("expected {}, found {}", expected, value.type_name()));
-}
-
-const json& object(const json& value) {
-    if (!value.is_object())
-        failType("an object", value);
-    return value;
-}
-
-// Runs `read` on the value of a required key; the key joins the path of any error.
-template <typename Read>
-auto field(const json& object, const char* key, Read read) {
-    auto it = object.find(key);
-    if (it == object.end())
-        throw MetadataDecodingError(key, "required key is missing");
-    try {
-        return read(*it);
-    } catch (MetadataDecodingError& error) {
-        error.prependKey(key);
-        throw;
-    }
-}
-
-// An absent key and an explicit null both mean an absent value, as for any optional.
-template <typename Read>
-auto optionalField(const json& object, const char* key, Read read)
-    -> std::optional<decltype(read(object))> {
-    auto it = object.find(key);
-    if (it == object.end() || it->is_null())
-        return std::nullopt;
-    try {
-        return read(*it);
-    } catch (MetadataDecodingError& error) {
-        error.prependKey(key);
-        throw;
-    }
 }
 
 double readNumber(const json& value) {
@@ -252,41 +215,6 @@ Rect readRect(const json& value) {
     return Rect(origin, size);
 }
 
-template <typename Read>
-auto readArray(const json& value, Read read) {
-    if (!value.is_array())
-        failType("an array", value);
-    std::vector<decltype(read(value))> result;
-    result.reserve(value.size());
-    for (std::size_t i = 0; i < value.size(); ++i) {
-        try {
-            result.push_back(read(value[i]));
-        } catch (MetadataDecodingError& error) {
-            error.prependIndex(i);
-            throw;
-        }
-    }
-    return result;
-}
-
-EasingFunction readEasing(const json& value) {
-    return readEnum(value, easingFunctionFromRawValue, "EasingFunction");
-}
-
-CodableColor readColor(const json& value) {
-    object(value);
-    return {field(value, "red", readNumber), field(value, "green", readNumber),
-            field(value, "blue", readNumber), field(value, "alpha", readNumber)};
-}
-
-GradientSettings readGradient(const json& value) {
-    object(value);
-    return {field(value, "colors", [](const json& v) { return readArray(v, readColor); }),
-            field(value, "angle", readNumber), optionalField(value, "preset", [](const json& v) {
-                return readEnum(v, gradientPresetFromRawValue, "GradientPreset");
-            })};
-}
-
 // The URL is brought to the form that its own absolute string reads back as, so that a document
 // written again reads back equal: the parser normalises some spellings (a "#" inside a fragment,
 // for one) differently on a second reading.
@@ -304,311 +232,140 @@ QUrl readUrl(const json& value) {
     fail(fmt::format("invalid URL \"{}\"", text.substr(0, 64)));
 }
 
-BackgroundSettings readBackground(const json& value) {
-    object(value);
-    BackgroundSettings settings;
-    settings.type = field(value, "type", [](const json& v) {
-        return readEnum(v, studioBackgroundTypeFromRawValue, "StudioBackgroundType");
-    });
-    settings.gradient = optionalField(value, "gradient", readGradient);
-    settings.color = optionalField(value, "color", readColor);
-    settings.imageURL = optionalField(value, "imageURL", readUrl);
-    settings.opacity = field(value, "opacity", readNumber);
-    return settings;
+// Every value is read in place by the overload for its type; described objects go through their
+// fields (MetadataSchema.h). The leaf overloads come first so that the templates below see them.
+void read(const json& value, double& out) {
+    out = readNumber(value);
+}
+void read(const json& value, std::int64_t& out) {
+    out = readInteger(value);
+}
+void read(const json& value, bool& out) {
+    out = readBool(value);
+}
+void read(const json& value, QString& out) {
+    out = readString(value);
+}
+void read(const json& value, QUuid& out) {
+    out = readUuid(value);
+}
+void read(const json& value, QUrl& out) {
+    out = readUrl(value);
+}
+void read(const json& value, Point& out) {
+    out = readPoint(value);
+}
+void read(const json& value, Size& out) {
+    out = readSize(value);
+}
+void read(const json& value, Rect& out) {
+    out = readRect(value);
+}
+void read(const json& value, EasingFunction& out) {
+    out = readEnum(value, easingFunctionFromRawValue, "EasingFunction");
+}
+void read(const json& value, GradientPreset& out) {
+    out = readEnum(value, gradientPresetFromRawValue, "GradientPreset");
+}
+void read(const json& value, StudioBackgroundType& out) {
+    out = readEnum(value, studioBackgroundTypeFromRawValue, "StudioBackgroundType");
+}
+void read(const json& value, ZoomSegmentMode& out) {
+    out = readEnum(value, zoomSegmentModeFromRawValue, "ZoomSegmentMode");
+}
+void read(const json& value, ClickType& out) {
+    out = readEnum(value, clickTypeFromRawValue, "ClickType");
 }
 
-ZoomEvent readZoomEvent(const json& value) {
-    object(value);
-    return {.id = field(value, "id", readUuid),
-            .timestamp = field(value, "timestamp", readNumber),
-            .position = field(value, "position", readPoint),
-            .level = field(value, "level", readNumber),
-            .duration = field(value, "duration", readNumber),
-            .easing = field(value, "easing", readEasing)};
-}
+template <MetadataObject T>
+void read(const json& value, T& out);
 
-ZoomKeyframe readZoomKeyframe(const json& value) {
-    object(value);
-    return {.id = field(value, "id", readUuid),
-            .time = field(value, "time", readNumber),
-            .center = field(value, "center", readPoint),
-            .level = field(value, "level", readNumber),
-            .easeIn = field(value, "easeIn", readNumber),
-            .easeOut = field(value, "easeOut", readNumber),
-            .easing = field(value, "easing", readEasing)};
-}
-
-// The one hand-written reading of the format: keys added after the first version have
-// defaults, so older documents stay readable. None of the initialiser's limits apply here.
-ZoomSegment readZoomSegment(const json& value) {
-    object(value);
-    ZoomSegment segment;
-    segment.id = field(value, "id", readUuid);
-    segment.startTime = field(value, "startTime", readNumber);
-    segment.endTime = field(value, "endTime", readNumber);
-    segment.zoomLevel = field(value, "zoomLevel", readNumber);
-    segment.easeIn = field(value, "easeIn", readNumber);
-    segment.easeOut = field(value, "easeOut", readNumber);
-    segment.easing = field(value, "easing", readEasing);
-    segment.panSmoothing =
-        optionalField(value, "panSmoothing", readNumber).value_or(ZoomSegment::defaultPanSmoothing);
-    segment.deadZone =
-        optionalField(value, "deadZone", readNumber).value_or(ZoomSegment::defaultDeadZone);
-    segment.mode = optionalField(value, "mode", [](const json& v) {
-                       return readEnum(v, zoomSegmentModeFromRawValue, "ZoomSegmentMode");
-                   }).value_or(ZoomSegmentMode::manual);
-    if (auto focus = optionalField(value, "focusPoint", readPoint))
-        segment.focusPoint = Point{std::clamp(focus->x, 0.0, 1.0), std::clamp(focus->y, 0.0, 1.0)};
-    segment.followCursor = optionalField(value, "followCursor", readBool).value_or(false) ||
-                           segment.mode == ZoomSegmentMode::auto_;
-    segment.autoReason = optionalField(value, "autoReason", readString);
-    segment.attentionKind = optionalField(value, "attentionKind", readString);
-    return segment;
-}
-
-CameraKeyframe readCameraKeyframe(const json& value) {
-    object(value);
-    return {.id = field(value, "id", readUuid),
-            .timestamp = field(value, "timestamp", readNumber),
-            .frame = field(value, "frame", readRect),
-            .easing = field(value, "easing", readEasing)};
-}
-
-CursorClick readCursorClick(const json& value) {
-    object(value);
-    return {.id = field(value, "id", readUuid),
-            .timestamp = field(value, "timestamp", readNumber),
-            .position = field(value, "position", readPoint),
-            .clickType = field(value, "clickType", [](const json& v) {
-                return readEnum(v, clickTypeFromRawValue, "ClickType");
-            })};
-}
-
-CursorPosition readCursorPosition(const json& value) {
-    object(value);
-    return {.id = field(value, "id", readUuid),
-            .timestamp = field(value, "timestamp", readNumber),
-            .position = field(value, "position", readPoint)};
-}
-
-template <typename Read>
-auto arrayOf(Read read) {
-    return [read](const json& value) { return readArray(value, read); };
-}
-
-// `version` is deliberately not read: any version string, or none, is accepted.
-RecordingMetadata readMetadata(const json& value) {
-    object(value);
-    RecordingMetadata metadata;
-    metadata.backgroundSettings = optionalField(value, "backgroundSettings", readBackground);
-    metadata.cameraPositions = field(value, "cameraPositions", arrayOf(readCameraKeyframe));
-    metadata.cursorClicks = field(value, "cursorClicks", arrayOf(readCursorClick));
-    metadata.cursorPositions = field(value, "cursorPositions", arrayOf(readCursorPosition));
-    metadata.duration = field(value, "duration", readNumber);
-    metadata.frameRate = field(value, "frameRate", readInteger);
-    metadata.resolution = field(value, "resolution", readSize);
-    metadata.zoomEvents = field(value, "zoomEvents", arrayOf(readZoomEvent));
-    metadata.zoomKeyframes = field(value, "zoomKeyframes", arrayOf(readZoomKeyframe));
-    metadata.zoomSegments = field(value, "zoomSegments", arrayOf(readZoomSegment));
-    return metadata;
-}
-
-// ---- writing ----
-
-json number(double value, const char* key) {
-    if (!std::isfinite(value))
-        throw MetadataEncodingError(fmt::format("{} is not a finite number ({})", key, value));
-    return json(value);
-}
-
-json pair(double first, double second, const char* key) {
-    json array = json::array();
-    array.get_ref<json::array_t&>().reserve(2);
-    array.push_back(number(first, key));
-    array.push_back(number(second, key));
-    return array;
-}
-
-json string(const QString& text) {
-    return json(text.toStdString());
+// What a value is read into. Elements that the program makes get a fresh id; one read from a
+// file gets the file's, and drawing a random one first would cost a system call per element.
+template <typename T>
+T unread() {
+    if constexpr (requires { T{.id = QUuid()}; })
+        return T{.id = QUuid()};
+    else
+        return T{};
 }
 
 template <typename T>
-json array(const std::vector<T>& values) {
-    json result = json::array();
-    auto& elements = result.get_ref<json::array_t&>();
-    elements.reserve(values.size());
-    for (const T& value : values)
-        elements.emplace_back(value);
-    return result;
+void read(const json& value, std::vector<T>& out) {
+    if (!value.is_array())
+        failType("an array", value);
+    out.clear();
+    out.reserve(value.size());
+    for (std::size_t i = 0; i < value.size(); ++i) {
+        try {
+            out.push_back(unread<T>());
+            read(value[i], out.back());
+        } catch (MetadataDecodingError& error) {
+            error.prependIndex(i);
+            throw;
+        }
+    }
+}
+
+// Reads the fields of one JSON object; the key joins the path of any error found below it.
+class FieldReader {
+public:
+    explicit FieldReader(const json& object) : m_object(object) {}
+
+    template <typename T>
+    void required(const char* key, T& member) {
+        auto it = m_object.find(key);
+        if (it == m_object.end())
+            throw MetadataDecodingError(key, "required key is missing");
+        readAt(key, *it, member);
+    }
+
+    template <typename T>
+    void optional(const char* key, std::optional<T>& member) {
+        auto it = m_object.find(key);
+        if (it == m_object.end() || it->is_null()) {
+            member.reset();
+            return;
+        }
+        readAt(key, *it, member.emplace(unread<T>()));
+    }
+
+    template <typename T, typename Default>
+    void defaulted(const char* key, T& member, const Default& fallback) {
+        auto it = m_object.find(key);
+        if (it == m_object.end() || it->is_null()) {
+            member = fallback;
+            return;
+        }
+        readAt(key, *it, member);
+    }
+
+    void constant(const char*, std::string_view) {}
+
+private:
+    template <typename T>
+    static void readAt(const char* key, const json& value, T& member) {
+        try {
+            read(value, member);
+        } catch (MetadataDecodingError& error) {
+            error.prependKey(key);
+            throw;
+        }
+    }
+
+    const json& m_object;
+};
+
+template <MetadataObject T>
+void read(const json& value, T& out) {
+    if (!value.is_object())
+        failType("an object", value);
+    FieldReader reader(value);
+    metadataFields(reader, out);
+    afterReading(out);
 }
 
 } // namespace
-
-void to_json(json& j, const Point& value) {
-    j = pair(value.x, value.y, "point");
-}
-void from_json(const json& j, Point& value) {
-    value = readPoint(j);
-}
-void to_json(json& j, const Size& value) {
-    j = pair(value.width, value.height, "size");
-}
-void from_json(const json& j, Size& value) {
-    value = readSize(j);
-}
-
-void to_json(json& j, const Rect& value) {
-    j = json::array();
-    j.push_back(json(value.origin));
-    j.push_back(json(value.size));
-}
-void from_json(const json& j, Rect& value) {
-    value = readRect(j);
-}
-
-void to_json(json& j, const CodableColor& value) {
-    j = json::object();
-    j["red"] = number(value.red, "red");
-    j["green"] = number(value.green, "green");
-    j["blue"] = number(value.blue, "blue");
-    j["alpha"] = number(value.alpha, "alpha");
-}
-void from_json(const json& j, CodableColor& value) {
-    value = readColor(j);
-}
-
-void to_json(json& j, const GradientSettings& value) {
-    j = json::object();
-    j["colors"] = array(value.colors);
-    j["angle"] = number(value.angle, "angle");
-    if (value.preset)
-        j["preset"] = string(rawValue(*value.preset));
-}
-void from_json(const json& j, GradientSettings& value) {
-    value = readGradient(j);
-}
-
-void to_json(json& j, const BackgroundSettings& value) {
-    j = json::object();
-    j["type"] = string(rawValue(value.type));
-    if (value.gradient)
-        j["gradient"] = *value.gradient;
-    if (value.color)
-        j["color"] = *value.color;
-    if (value.imageURL)
-        j["imageURL"] = string(value.imageURL->toString(QUrl::FullyEncoded));
-    j["opacity"] = number(value.opacity, "opacity");
-}
-void from_json(const json& j, BackgroundSettings& value) {
-    value = readBackground(j);
-}
-
-void to_json(json& j, const ZoomEvent& value) {
-    j = json::object();
-    j["id"] = uuidString(value.id);
-    j["timestamp"] = number(value.timestamp, "timestamp");
-    j["position"] = pair(value.position.x, value.position.y, "position");
-    j["level"] = number(value.level, "level");
-    j["duration"] = number(value.duration, "duration");
-    j["easing"] = string(rawValue(value.easing));
-}
-void from_json(const json& j, ZoomEvent& value) {
-    value = readZoomEvent(j);
-}
-
-void to_json(json& j, const ZoomKeyframe& value) {
-    j = json::object();
-    j["id"] = uuidString(value.id);
-    j["time"] = number(value.time, "time");
-    j["center"] = pair(value.center.x, value.center.y, "center");
-    j["level"] = number(value.level, "level");
-    j["easeIn"] = number(value.easeIn, "easeIn");
-    j["easeOut"] = number(value.easeOut, "easeOut");
-    j["easing"] = string(rawValue(value.easing));
-}
-void from_json(const json& j, ZoomKeyframe& value) {
-    value = readZoomKeyframe(j);
-}
-
-void to_json(json& j, const ZoomSegment& value) {
-    j = json::object();
-    j["id"] = uuidString(value.id);
-    j["startTime"] = number(value.startTime, "startTime");
-    j["endTime"] = number(value.endTime, "endTime");
-    j["zoomLevel"] = number(value.zoomLevel, "zoomLevel");
-    j["easeIn"] = number(value.easeIn, "easeIn");
-    j["easeOut"] = number(value.easeOut, "easeOut");
-    j["easing"] = string(rawValue(value.easing));
-    j["panSmoothing"] = number(value.panSmoothing, "panSmoothing");
-    j["deadZone"] = number(value.deadZone, "deadZone");
-    j["mode"] = string(rawValue(value.mode));
-    if (value.focusPoint)
-        j["focusPoint"] = pair(value.focusPoint->x, value.focusPoint->y, "focusPoint");
-    j["followCursor"] = value.followCursor;
-    if (value.autoReason)
-        j["autoReason"] = string(*value.autoReason);
-    if (value.attentionKind)
-        j["attentionKind"] = string(*value.attentionKind);
-}
-void from_json(const json& j, ZoomSegment& value) {
-    value = readZoomSegment(j);
-}
-
-void to_json(json& j, const CameraKeyframe& value) {
-    j = json::object();
-    j["id"] = uuidString(value.id);
-    j["timestamp"] = number(value.timestamp, "timestamp");
-    j["frame"] = value.frame;
-    j["easing"] = string(rawValue(value.easing));
-}
-void from_json(const json& j, CameraKeyframe& value) {
-    value = readCameraKeyframe(j);
-}
-
-void to_json(json& j, const CursorClick& value) {
-    j = json::object();
-    j["id"] = uuidString(value.id);
-    j["timestamp"] = number(value.timestamp, "timestamp");
-    j["position"] = pair(value.position.x, value.position.y, "position");
-    j["clickType"] = string(rawValue(value.clickType));
-}
-void from_json(const json& j, CursorClick& value) {
-    value = readCursorClick(j);
-}
-
-void to_json(json& j, const CursorPosition& value) {
-    j = json::object();
-    j["id"] = uuidString(value.id);
-    j["timestamp"] = number(value.timestamp, "timestamp");
-    j["position"] = pair(value.position.x, value.position.y, "position");
-}
-void from_json(const json& j, CursorPosition& value) {
-    value = readCursorPosition(j);
-}
-
-void to_json(json& j, const RecordingMetadata& value) {
-    j = json::object();
-    if (value.backgroundSettings)
-        j["backgroundSettings"] = *value.backgroundSettings;
-    j["cameraPositions"] = array(value.cameraPositions);
-    j["cursorClicks"] = array(value.cursorClicks);
-    j["cursorPositions"] = array(value.cursorPositions);
-    j["duration"] = number(value.duration, "duration");
-    j["frameRate"] = value.frameRate;
-    j["resolution"] = pair(value.resolution.width, value.resolution.height, "resolution");
-    j["version"] = std::string(RecordingMetadata::version);
-    j["zoomEvents"] = array(value.zoomEvents);
-    j["zoomKeyframes"] = array(value.zoomKeyframes);
-    j["zoomSegments"] = array(value.zoomSegments);
-}
-void from_json(const json& j, RecordingMetadata& value) {
-    value = readMetadata(j);
-}
-
-std::string encodeMetadata(const RecordingMetadata& metadata) {
-    return writeMetadataText(metadata);
-}
 
 RecordingMetadata decodeMetadata(std::string_view text) {
     json document;
@@ -622,5 +379,7 @@ RecordingMetadata decodeMetadata(std::string_view text) {
             message.remove_prefix(at + 2);
         throw MetadataDecodingError({}, fmt::format("not valid JSON: {}", message));
     }
-    return readMetadata(document);
+    RecordingMetadata metadata;
+    read(document, metadata);
+    return metadata;
 }

@@ -2,8 +2,6 @@
 
 #include "core/metadata/RecordingMetadata.h"
 
-#include <nlohmann/json_fwd.hpp>
-
 #include <exception>
 #include <string>
 #include <string_view>
@@ -47,39 +45,11 @@ private:
     std::string m_message;
 };
 
-// Throws MetadataEncodingError.
+// The fields of each value are listed once, in MetadataSchema.h; writing (MetadataWriter.cpp) and
+// reading (MetadataJson.cpp) both follow that list. Throws MetadataEncodingError.
 std::string encodeMetadata(const RecordingMetadata& metadata);
 // Throws MetadataDecodingError, also for text that is not JSON at all.
 RecordingMetadata decodeMetadata(std::string_view text);
 
 // Upper-case canonical form, "E621E1F8-C36C-495A-93FC-0C247A3E6E5F".
 std::string uuidString(const QUuid& uuid);
-
-// nlohmann conversions, found by argument-dependent lookup. from_json throws
-// MetadataDecodingError, to_json throws MetadataEncodingError.
-void to_json(nlohmann::json& json, const Point& value);
-void from_json(const nlohmann::json& json, Point& value);
-void to_json(nlohmann::json& json, const Size& value);
-void from_json(const nlohmann::json& json, Size& value);
-void to_json(nlohmann::json& json, const Rect& value);
-void from_json(const nlohmann::json& json, Rect& value);
-void to_json(nlohmann::json& json, const CodableColor& value);
-void from_json(const nlohmann::json& json, CodableColor& value);
-void to_json(nlohmann::json& json, const GradientSettings& value);
-void from_json(const nlohmann::json& json, GradientSettings& value);
-void to_json(nlohmann::json& json, const BackgroundSettings& value);
-void from_json(const nlohmann::json& json, BackgroundSettings& value);
-void to_json(nlohmann::json& json, const ZoomEvent& value);
-void from_json(const nlohmann::json& json, ZoomEvent& value);
-void to_json(nlohmann::json& json, const ZoomKeyframe& value);
-void from_json(const nlohmann::json& json, ZoomKeyframe& value);
-void to_json(nlohmann::json& json, const ZoomSegment& value);
-void from_json(const nlohmann::json& json, ZoomSegment& value);
-void to_json(nlohmann::json& json, const CameraKeyframe& value);
-void from_json(const nlohmann::json& json, CameraKeyframe& value);
-void to_json(nlohmann::json& json, const CursorClick& value);
-void from_json(const nlohmann::json& json, CursorClick& value);
-void to_json(nlohmann::json& json, const CursorPosition& value);
-void from_json(const nlohmann::json& json, CursorPosition& value);
-void to_json(nlohmann::json& json, const RecordingMetadata& value);
-void from_json(const nlohmann::json& json, RecordingMetadata& value);

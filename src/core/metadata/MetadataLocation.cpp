@@ -3,15 +3,23 @@
 #include <QDir>
 #include <QFileInfo>
 
-std::optional<QString> locateMetadataFile(const QString& videoPath) {
+MetadataLocations metadataLocations(const QString& videoPath) {
     const QFileInfo video(videoPath);
     const QDir folder = video.absoluteDir();
-    const QString hidden = folder.filePath(QStringLiteral(".metadata.json"));
-    if (QFileInfo(hidden).isFile())
-        return hidden;
-    const QString named =
-        folder.filePath(video.completeBaseName() + QStringLiteral(".metadata.json"));
-    if (QFileInfo(named).isFile())
-        return named;
+    const QString suffix = QStringLiteral(".metadata.json");
+    return {.package = packageMetadataPath(folder.path()),
+            .sibling = folder.filePath(video.completeBaseName() + suffix),
+            .hiddenSibling = folder.filePath(QLatin1Char('.') + video.completeBaseName() + suffix)};
+}
+
+QString packageMetadataPath(const QString& packageFolder) {
+    return QDir(packageFolder).filePath(QStringLiteral(".metadata.json"));
+}
+
+std::optional<QString> locateMetadataFile(const QString& videoPath) {
+    for (const QString& candidate : metadataLocations(videoPath).inReadingOrder()) {
+        if (QFileInfo(candidate).isFile())
+            return candidate;
+    }
     return std::nullopt;
 }

@@ -1,6 +1,9 @@
-#include "core/metadata/MetadataWriter.h"
-
+// The writing half of MetadataJson.h: the document's text straight from the values, in the layout
+// of `nlohmann::json::dump(2)` (keys sorted, two-space indent) without building a JSON tree
+// first. An hour of cursor samples is some 100,000 objects, and the tree cost several times the
+// text.
 #include "core/metadata/MetadataJson.h"
+#include "core/metadata/MetadataSchema.h"
 
 #include <nlohmann/json.hpp>
 
@@ -8,6 +11,7 @@
 
 #include <cmath>
 #include <iterator>
+#include <type_traits>
 #include <vector>
 
 namespace {
@@ -110,200 +114,74 @@ private:
     std::vector<Level> m_levels;
 };
 
-void write(PrettyWriter& w, const CodableColor& c) {
-    w.beginObject();
-    w.key("alpha");
-    w.number(c.alpha, "alpha");
-    w.key("blue");
-    w.number(c.blue, "blue");
-    w.key("green");
-    w.number(c.green, "green");
-    w.key("red");
-    w.number(c.red, "red");
-    w.endObject();
-}
+// Walks the described fields (MetadataSchema.h) and writes each value by the overload for its
+// type. Numbers that are not finite are named by the key that holds them.
+class DocumentWriter {
+public:
+    explicit DocumentWriter(std::size_t expectedSize) : m_out(expectedSize) {}
 
-void write(PrettyWriter& w, const BackgroundSettings& b) {
-    w.beginObject();
-    if (b.color) {
-        w.key("color");
-        write(w, *b.color);
+    template <typename T>
+    void required(const char* key, const T& member) {
+        m_out.key(key);
+        write(member, key);
     }
-    if (b.gradient) {
-        w.key("gradient");
-        w.beginObject();
-        w.key("angle");
-        w.number(b.gradient->angle, "angle");
-        w.key("colors");
-        w.beginArray();
-        for (const CodableColor& c : b.gradient->colors)
-            write(w, c);
-        w.endArray();
-        if (b.gradient->preset) {
-            w.key("preset");
-            w.plain(rawValue(*b.gradient->preset).toStdString());
-        }
-        w.endObject();
+    template <typename T>
+    void optional(const char* key, const std::optional<T>& member) {
+        if (member)
+            required(key, *member);
     }
-    if (b.imageURL) {
-        w.key("imageURL");
-        w.text(b.imageURL->toString(QUrl::FullyEncoded));
+    template <typename T, typename Default>
+    void defaulted(const char* key, const T& member, const Default&) {
+        required(key, member);
     }
-    w.key("opacity");
-    w.number(b.opacity, "opacity");
-    w.key("type");
-    w.plain(rawValue(b.type).toStdString());
-    w.endObject();
-}
-
-void write(PrettyWriter& w, const CameraKeyframe& k) {
-    w.beginObject();
-    w.key("easing");
-    w.plain(rawValue(k.easing).toStdString());
-    w.key("frame");
-    w.beginArray();
-    w.point(k.frame.origin.x, k.frame.origin.y, "frame");
-    w.point(k.frame.size.width, k.frame.size.height, "frame");
-    w.endArray();
-    w.key("id");
-    w.plain(uuidString(k.id));
-    w.key("timestamp");
-    w.number(k.timestamp, "timestamp");
-    w.endObject();
-}
-
-void write(PrettyWriter& w, const CursorClick& c) {
-    w.beginObject();
-    w.key("clickType");
-    w.plain(rawValue(c.clickType).toStdString());
-    w.key("id");
-    w.plain(uuidString(c.id));
-    w.key("position");
-    w.point(c.position.x, c.position.y, "position");
-    w.key("timestamp");
-    w.number(c.timestamp, "timestamp");
-    w.endObject();
-}
-
-void write(PrettyWriter& w, const CursorPosition& p) {
-    w.beginObject();
-    w.key("id");
-    w.plain(uuidString(p.id));
-    w.key("position");
-    w.point(p.position.x, p.position.y, "position");
-    w.key("timestamp");
-    w.number(p.timestamp, "timestamp");
-    w.endObject();
-}
-
-void write(PrettyWriter& w, const ZoomEvent& e) {
-    w.beginObject();
-    w.key("duration");
-    w.number(e.duration, "duration");
-    w.key("easing");
-    w.plain(rawValue(e.easing).toStdString());
-    w.key("id");
-    w.plain(uuidString(e.id));
-    w.key("level");
-    w.number(e.level, "level");
-    w.key("position");
-    w.point(e.position.x, e.position.y, "position");
-    w.key("timestamp");
-    w.number(e.timestamp, "timestamp");
-    w.endObject();
-}
-
-void write(PrettyWriter& w, const ZoomKeyframe& k) {
-    w.beginObject();
-    w.key("center");
-    w.point(k.center.x, k.center.y, "center");
-    w.key("easeIn");
-    w.number(k.easeIn, "easeIn");
-    w.key("easeOut");
-    w.number(k.easeOut, "easeOut");
-    w.key("easing");
-    w.plain(rawValue(k.easing).toStdString());
-    w.key("id");
-    w.plain(uuidString(k.id));
-    w.key("level");
-    w.number(k.level, "level");
-    w.key("time");
-    w.number(k.time, "time");
-    w.endObject();
-}
-
-void write(PrettyWriter& w, const ZoomSegment& s) {
-    w.beginObject();
-    if (s.attentionKind) {
-        w.key("attentionKind");
-        w.text(*s.attentionKind);
+    void constant(const char* key, std::string_view text) {
+        m_out.key(key);
+        m_out.plain(text);
     }
-    if (s.autoReason) {
-        w.key("autoReason");
-        w.text(*s.autoReason);
-    }
-    w.key("deadZone");
-    w.number(s.deadZone, "deadZone");
-    w.key("easeIn");
-    w.number(s.easeIn, "easeIn");
-    w.key("easeOut");
-    w.number(s.easeOut, "easeOut");
-    w.key("easing");
-    w.plain(rawValue(s.easing).toStdString());
-    w.key("endTime");
-    w.number(s.endTime, "endTime");
-    if (s.focusPoint) {
-        w.key("focusPoint");
-        w.point(s.focusPoint->x, s.focusPoint->y, "focusPoint");
-    }
-    w.key("followCursor");
-    w.boolean(s.followCursor);
-    w.key("id");
-    w.plain(uuidString(s.id));
-    w.key("mode");
-    w.plain(rawValue(s.mode).toStdString());
-    w.key("panSmoothing");
-    w.number(s.panSmoothing, "panSmoothing");
-    w.key("startTime");
-    w.number(s.startTime, "startTime");
-    w.key("zoomLevel");
-    w.number(s.zoomLevel, "zoomLevel");
-    w.endObject();
-}
 
-template <typename T>
-void writeArray(PrettyWriter& w, std::string_view name, const std::vector<T>& values) {
-    w.key(name);
-    w.beginArray();
-    for (const T& value : values)
-        write(w, value);
-    w.endArray();
-}
+    template <MetadataObject T>
+    void write(const T& value, const char*) {
+        m_out.beginObject();
+        metadataFields(*this, value);
+        m_out.endObject();
+    }
+    template <typename T>
+    void write(const std::vector<T>& values, const char* name) {
+        m_out.beginArray();
+        for (const T& value : values)
+            write(value, name);
+        m_out.endArray();
+    }
+    void write(double value, const char* name) { m_out.number(value, name); }
+    void write(std::int64_t value, const char*) { m_out.integer(value); }
+    void write(bool value, const char*) { m_out.boolean(value); }
+    void write(const QString& value, const char*) { m_out.text(value); }
+    void write(const QUrl& value, const char*) { m_out.text(value.toString(QUrl::FullyEncoded)); }
+    void write(const QUuid& value, const char*) { m_out.plain(uuidString(value)); }
+    void write(Point value, const char* name) { m_out.point(value.x, value.y, name); }
+    void write(Size value, const char* name) { m_out.point(value.width, value.height, name); }
+    void write(const Rect& value, const char* name) {
+        m_out.beginArray();
+        write(value.origin, name);
+        write(value.size, name);
+        m_out.endArray();
+    }
+    template <typename Enum>
+    requires std::is_enum_v<Enum>
+    void write(Enum value, const char*) { m_out.plain(rawValue(value).toStdString()); }
+
+    std::string take() { return m_out.take(); }
+
+private:
+    PrettyWriter m_out;
+};
 
 } // namespace
 
-std::string writeMetadataText(const RecordingMetadata& m) {
+std::string encodeMetadata(const RecordingMetadata& metadata) {
     // About 190 bytes per cursor sample, the bulk of any document.
-    PrettyWriter w(4096 + m.cursorPositions.size() * 200 + m.cursorClicks.size() * 230);
-    w.beginObject();
-    if (m.backgroundSettings) {
-        w.key("backgroundSettings");
-        write(w, *m.backgroundSettings);
-    }
-    writeArray(w, "cameraPositions", m.cameraPositions);
-    writeArray(w, "cursorClicks", m.cursorClicks);
-    writeArray(w, "cursorPositions", m.cursorPositions);
-    w.key("duration");
-    w.number(m.duration, "duration");
-    w.key("frameRate");
-    w.integer(m.frameRate);
-    w.key("resolution");
-    w.point(m.resolution.width, m.resolution.height, "resolution");
-    w.key("version");
-    w.plain(RecordingMetadata::version);
-    writeArray(w, "zoomEvents", m.zoomEvents);
-    writeArray(w, "zoomKeyframes", m.zoomKeyframes);
-    writeArray(w, "zoomSegments", m.zoomSegments);
-    w.endObject();
-    return w.take();
+    DocumentWriter writer(4096 + metadata.cursorPositions.size() * 200 +
+                          metadata.cursorClicks.size() * 230);
+    writer.write(metadata, "");
+    return writer.take();
 }

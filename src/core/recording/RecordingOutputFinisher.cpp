@@ -1,5 +1,6 @@
 #include "core/recording/RecordingOutputFinisher.h"
 
+#include "core/metadata/MetadataLocation.h"
 #include "core/model/RecordingError.h"
 #include "core/recording/Continuation.h"
 #include "core/recording/ErrorDescription.h"
@@ -11,7 +12,6 @@
 #include "core/recording/engines/ScreenCaptureEngine.h"
 #include "core/support/Log.h"
 
-#include <QDir>
 #include <QFileInfo>
 
 namespace {
@@ -85,10 +85,7 @@ QString RecordingOutputFinisher::metadataURL(const QString& resultURL,
                                              const std::optional<RecordingPackage>& package) {
     if (package)
         return package->metadataURL;
-    // Hidden, so the file viewer shows the video alone; the editor knows where to look.
-    const QFileInfo result(resultURL);
-    return result.dir().filePath(QStringLiteral(".") + result.completeBaseName() +
-                                 QStringLiteral(".metadata.json"));
+    return metadataLocations(resultURL).hiddenSibling;
 }
 
 void RecordingOutputFinisher::saveMetadata(MetadataRecorderEngine& recorder, double duration,

@@ -13,19 +13,26 @@ void touch(const QString& path) {
 }
 } // namespace
 
-// ".metadata.json" in the folder wins; "<name>.metadata.json" is the older layout.
-TEST(MetadataLocationTest, PrefersTheHiddenFileThenTheNamedOne) {
+// Where a single-file recording writes its document is where a reader finds it; beside it, the
+// package's document wins over the older named layout, which wins over the hidden one.
+TEST(MetadataLocationTest, FindsWhatTheRecorderWroteAndPrefersThePackageDocument) {
     QTemporaryDir dir;
     ASSERT_TRUE(dir.isValid());
     const QString video = dir.filePath(QStringLiteral("Recording at 10.30.45.mov"));
     touch(video);
     EXPECT_FALSE(locateMetadataFile(video).has_value());
 
+    const QString written = metadataLocations(video).hiddenSibling;
+    touch(written);
+    EXPECT_EQ(locateMetadataFile(video), written);
+    // Another video in the same folder does not take this one's document.
+    EXPECT_FALSE(locateMetadataFile(dir.filePath(QStringLiteral("Other.mov"))).has_value());
+
     const QString named = dir.filePath(QStringLiteral("Recording at 10.30.45.metadata.json"));
     touch(named);
     EXPECT_EQ(locateMetadataFile(video), named);
 
-    const QString hidden = dir.filePath(QStringLiteral(".metadata.json"));
-    touch(hidden);
-    EXPECT_EQ(locateMetadataFile(video), hidden);
+    const QString package = packageMetadataPath(dir.path());
+    touch(package);
+    EXPECT_EQ(locateMetadataFile(video), package);
 }

@@ -23,17 +23,6 @@ TEST(RecordingStateTest, predicatesFollowTheCase) {
     }
 }
 
-TEST(RecordingStateTest, displayNames) {
-    EXPECT_EQ(RecordingState::idle().displayName(), "Idle");
-    EXPECT_EQ(RecordingState::preparing().displayName(), "Preparing...");
-    EXPECT_EQ(RecordingState::ready().displayName(), "Ready");
-    EXPECT_EQ(RecordingState::recording(t0).displayName(), "Recording");
-    EXPECT_EQ(RecordingState::paused(t0, 0).displayName(), "Paused");
-    EXPECT_EQ(RecordingState::finalizing().displayName(), "Finalizing...");
-    EXPECT_EQ(RecordingState::completed("x").displayName(), "Completed");
-    EXPECT_EQ(RecordingState::failed(RecordingError::unknown("x")).displayName(), "Failed");
-}
-
 // Payloads compare by value; failures compare by their description, not by their case.
 TEST(RecordingStateTest, equalityComparesPayloads) {
     EXPECT_EQ(RecordingState::recording(t0), RecordingState::recording(t0));

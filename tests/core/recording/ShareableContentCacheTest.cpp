@@ -102,7 +102,8 @@ TEST_F(ShareableContentCacheTest, PermissionComesFirst) {
 
     ScreenRecordingPermission::setAccess(std::make_unique<FakeScreenCaptureAccess>(true));
     cache.prewarmShareableContent();
-    for (int i = 0; i < 200 && !cache.cachedShareableContent(); ++i) {
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+    while (!cache.cachedShareableContent() && std::chrono::steady_clock::now() < deadline) {
         drainEvents(clock);
         std::this_thread::sleep_for(std::chrono::milliseconds(1));
     }

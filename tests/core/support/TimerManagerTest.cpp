@@ -11,21 +11,14 @@ protected:
     TimerManager timers;
 };
 
-// A repeating timer fires until invalidated; its log lines name it and its interval.
+// A repeating timer fires until invalidated.
 TEST_F(TimerManagerTest, repeatingTimerFiresUntilInvalidated) {
     int fired = 0;
-    testing::internal::CaptureStdout();
     timers.schedule("recording.duration", 0.01, true, [&] { ++fired; });
-    const std::string scheduled = testing::internal::GetCapturedStdout();
-    EXPECT_EQ(scheduled,
-              "⏱️ Timer scheduled: recording.duration (interval: 0.01s, repeats: true)\n");
-    ASSERT_TRUE(waitUntil([&] { return fired >= 3; }, 2000ms));
+    ASSERT_TRUE(waitUntil([&] { return fired >= 3; }, 10000ms));
     EXPECT_TRUE(timers.isActive("recording.duration"));
 
-    testing::internal::CaptureStdout();
     timers.invalidate("recording.duration");
-    EXPECT_EQ(testing::internal::GetCapturedStdout(),
-              "⏱️ Timer invalidated: recording.duration\n");
     const int before = fired;
     processEventsFor(60ms);
     EXPECT_EQ(fired, before);
@@ -38,7 +31,7 @@ TEST_F(TimerManagerTest, reschedulingReplacesTheOldBlock) {
     timers.schedule("x", 0.02, false, [&] { ++oldFired; });
     timers.schedule("x", 0.02, false, [&] { ++newFired; });
     EXPECT_EQ(timers.activeTimerCount(), 1);
-    ASSERT_TRUE(waitUntil([&] { return newFired == 1; }, 2000ms));
+    ASSERT_TRUE(waitUntil([&] { return newFired == 1; }, 10000ms));
     processEventsFor(50ms);
     EXPECT_EQ(oldFired, 0);
 }
@@ -54,7 +47,7 @@ TEST_F(TimerManagerTest, scheduleOnceRemovesItselfBeforeRunning) {
             timers.scheduleOnce("once", 0.0, again);
     };
     timers.scheduleOnce("once", 0.0, again);
-    ASSERT_TRUE(waitUntil([&] { return rounds == 2; }, 2000ms));
+    ASSERT_TRUE(waitUntil([&] { return rounds == 2; }, 10000ms));
     EXPECT_FALSE(wasActiveInside);
     EXPECT_TRUE(timers.activeTimerIDs().isEmpty());
 
@@ -63,15 +56,11 @@ TEST_F(TimerManagerTest, scheduleOnceRemovesItselfBeforeRunning) {
     EXPECT_EQ(timers.activeTimerCount(), 0);
 }
 
-// Unknown identifiers are ignored silently; invalidateAll reports how many it stopped.
-TEST_F(TimerManagerTest, invalidateUnknownIsSilentAndAllCounts) {
-    testing::internal::CaptureStdout();
+// Unknown identifiers are ignored; invalidateAll stops every timer.
+TEST_F(TimerManagerTest, invalidateUnknownIsIgnoredAndAllStopsEverything) {
     timers.invalidate("nope");
-    EXPECT_EQ(testing::internal::GetCapturedStdout(), "");
     timers.schedule("a", 10, true, [] {});
     timers.schedule("b", 10, true, [] {});
-    testing::internal::CaptureStdout();
     timers.invalidateAll();
-    EXPECT_EQ(testing::internal::GetCapturedStdout(), "⏱️ All timers invalidated (count: 2)\n");
     EXPECT_EQ(timers.activeTimerCount(), 0);
 }

@@ -13,9 +13,8 @@ QDBusConnection connect(const DBusSession& bus, const char* name) {
 }
 } // namespace
 
-// With no screen saver and no logind on the buses, the failure line names the D-Bus error and
-// nothing is held.
-TEST(DBusPowerAssertionBackendTest, noServiceGivesTheFailureLine) {
+// With no screen saver and no logind on the buses, nothing is held.
+TEST(DBusPowerAssertionBackendTest, noServiceHoldsNothing) {
     REQUIRE_DBUS();
     DBusSession session, system;
     ASSERT_TRUE(session.isReady() && system.isReady());
@@ -24,9 +23,7 @@ TEST(DBusPowerAssertionBackendTest, noServiceGivesTheFailureLine) {
             connect(session, "s1"), connect(system, "y1")));
         testing::internal::CaptureStdout();
         preventer.preventSleep("Screen recording in progress");
-        EXPECT_EQ(testing::internal::GetCapturedStdout(),
-                  "⚠️ Failed to prevent sleep, error code: "
-                  "org.freedesktop.DBus.Error.ServiceUnknown\n");
+        testing::internal::GetCapturedStdout();
         EXPECT_FALSE(preventer.isPreventingSleep());
     }
     QDBusConnection::disconnectFromBus("s1");
@@ -48,9 +45,7 @@ TEST(DBusPowerAssertionBackendTest, screenSaverInhibitAndRelease) {
         preventer.preventSleep("Screen recording in progress");
         EXPECT_EQ(preventer.assertionID(), 1001u);
         preventer.allowSleep();
-        EXPECT_EQ(testing::internal::GetCapturedStdout(),
-                  "⚡ Sleep prevention enabled: Screen recording in progress\n⚡ Sleep prevention "
-                  "disabled\n");
+        testing::internal::GetCapturedStdout();
     }
     QMutexLocker lock(&screenSaver->mutex);
     EXPECT_EQ(screenSaver->inhibits, QStringList{"tavelquiston|Screen recording in progress"});
