@@ -155,6 +155,9 @@ void MediaWriter::startWriting() {
         }
         throw MediaWriterError::writingFailed(error);
     }
+    // A name already taken got a number: the file is where the encoder created it.
+    m_outputURL = m_assetWriter->path();
+    m_createdFile = true;
 }
 
 void MediaWriter::startSession(MediaTime sourceTime) {
@@ -325,7 +328,8 @@ void MediaWriter::cancel() {
     if (m_assetWriter)
         m_assetWriter->cancelWriting();
     m_isWriting = false;
-    if (m_outputURL && !m_outputURL->empty()) {
+    // Only a file this writer made: before startWriting the name may be another recording's.
+    if (m_createdFile && m_outputURL && !m_outputURL->empty()) {
         std::error_code ignored;
         std::filesystem::remove(*m_outputURL, ignored);
     }

@@ -46,7 +46,7 @@ public:
     // Completes the file and returns its path; blocks until the worker has written everything,
     // so call it off the interface thread.
     std::filesystem::path finishWriting();
-    // Stops and removes the file; never throws.
+    // Stops and removes the file it created; never throws.
     void cancel();
 
     bool isWriting() const { return m_isWriting.load(); }
@@ -59,6 +59,8 @@ public:
     int videoAppendFailureCount() const { return m_videoAppendFailureCount.load(); }
     int micAudioDebugCount() const { return m_micAudioDebugCount.load(); }
     const std::optional<WriterConfiguration>& configuration() const { return m_configuration; }
+    // The configured path; after startWriting the file actually created, which has a number
+    // added when the configured name was taken.
     const std::optional<std::filesystem::path>& outputURL() const { return m_outputURL; }
     // The encoder that writes the video track ("libx264", "h264_vaapi", "prores_aw"...).
     std::string videoEncoderName() const;
@@ -87,6 +89,7 @@ private:
     int m_systemAudioInput = -1;
     int m_microphoneAudioInput = -1;
     std::optional<std::filesystem::path> m_outputURL;
+    bool m_createdFile = false;
     std::optional<WriterConfiguration> m_configuration;
 
     std::atomic<bool> m_isWriting{false};

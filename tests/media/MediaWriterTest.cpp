@@ -3,6 +3,7 @@
 #include "MovieProbe.h"
 #include "SyntheticMedia.h"
 #include "media/AlphaRecordingError.h"
+#include "support/EventLoop.h"
 
 extern "C" {
 #include <libavutil/pixdesc.h>
@@ -677,6 +678,64 @@ void recordAndKill(OutputFormat format) {
 TEST(MediaWriterFailure, AKilledRecordingPlaysToWithinTwoSecondsOfTheKill) {
     recordAndKill(OutputFormat::mp4);
     recordAndKill(OutputFormat::mov);
+}
+
+namespace {
+// What a player finds in a copy of a file still being written: the end of its video, or -1.
+double videoEndOfCopy(const std::filesystem::path& path, const std::filesystem::path& copy) {
+    std::error_code error;
+    std::filesystem::copy_file(path, copy, std::filesystem::copy_options::overwrite_existing,
+                               error);
+    auto file = probeMovie(copy);
+    const ProbedStream* video = file ? file->first(AVMEDIA_TYPE_VIDEO) : nullptr;
+    return video && !video->packetTimes.empty() ? video->endSeconds : -1;
+}
+} // namespace
+
+// A still screen sends a frame now and then: whatever the codec and format, a copy of the file
+// taken while it is written plays to within two seconds of the newest frame, and the finished
+// file keeps every frame at its time.
+TEST(MediaWriterFailure, SparseFramesReachTheDiskWithinTwoSecondsForEveryCodec) {
+    struct Case {
+        OutputFormat format;
+        VideoEncoder codec;
+        std::optional<AlphaVideoCodec> alpha;
+    };
+    const Case cases[] = {{OutputFormat::mov, VideoEncoder::h264, {}},
+                          {OutputFormat::mp4, VideoEncoder::h264, {}},
+                          {OutputFormat::mov, VideoEncoder::h265, {}},
+                          {OutputFormat::mp4, VideoEncoder::h265, {}},
+                          {OutputFormat::mov, VideoEncoder::h264, AlphaVideoCodec::proRes4444}};
+    for (const Case& item : cases) {
+        SCOPED_TRACE(rawValue(item.codec).toStdString() + "/" +
+                     rawValue(item.format).toStdString() + (item.alpha ? " alpha" : ""));
+        ScratchFolder folder;
+        const std::filesystem::path path =
+            folder.file(item.format == OutputFormat::mp4 ? "sparse.mp4" : "sparse.mov");
+        WriterConfiguration configuration = smallMovie(path, item.format);
+        configuration.videoSettings->codec = item.codec;
+        configuration.videoSettings->hasAlphaChannel = item.alpha.has_value();
+        configuration.videoSettings->alphaCodec = item.alpha;
+        MediaWriter writer;
+        startAt(writer, configuration, MediaTime::zero());
+        // Two frames a second for eight seconds, the rate of a clock ticking on a still screen.
+        constexpr int frames = 17;
+        for (int i = 0; i < frames; ++i)
+            ASSERT_TRUE(appendWaiting(
+                writer, movingPicture(160, 120, i, MediaTime::make(i, 2), MediaTime::make(1, 2))));
+        const double newest = (frames - 1) / 2.0;
+        double end = -1;
+        waitUntil([&] { return (end = videoEndOfCopy(path, folder.file("copy"))) >= newest - 2; },
+                  std::chrono::seconds(10));
+        EXPECT_GE(end, newest - 2.0);
+
+        writer.finishWriting();
+        auto file = probeMovie(path);
+        ASSERT_TRUE(file);
+        const ProbedStream* video = file->first(AVMEDIA_TYPE_VIDEO);
+        ASSERT_EQ(video->packetTimes.size(), size_t(frames));
+        EXPECT_NEAR(video->packetTimes.back(), newest, 0.01);
+    }
 }
 
 // H.264 takes no odd sizes in 4:2:0; a 161x121 picture is written without its last column and

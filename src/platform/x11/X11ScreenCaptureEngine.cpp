@@ -388,6 +388,10 @@ namespace {
 
 // How many frame intervals a late capture thread may fall behind and still deliver every tick.
 constexpr int maxCatchUpTicks = 3;
+// A still screen still sends a frame this often. The movie is written in pieces that reach the
+// disk as the next frame after a second arrives; without these, a recording killed after a
+// minute of stillness would keep nothing of that minute.
+constexpr auto stillScreenRefresh = std::chrono::seconds(1);
 
 } // namespace
 
@@ -442,6 +446,7 @@ void X11ScreenCaptureEngine::captureLoop(Stream stream) {
     auto deadline = std::chrono::steady_clock::now();
     bool first = true;
     bool idleSinceLastFrame = false;
+    auto lastDelivery = std::chrono::steady_clock::now();
     bool redraw = false;
     CursorImage lastCursor;
 
@@ -529,6 +534,7 @@ void X11ScreenCaptureEngine::captureLoop(Stream stream) {
         first = false;
         redraw = redraw && frame.contentScale < 0.99;
         idleSinceLastFrame = false;
+        lastDelivery = std::chrono::steady_clock::now();
         frame.status = FrameStatus::complete;
         m_frameTimingBuffer.append(frame.presentationTime);
         m_lastPTS = frame.presentationTime;
@@ -574,9 +580,10 @@ void X11ScreenCaptureEngine::captureLoop(Stream stream) {
 
         // Without XDamage every tick counts as a change.
         readEvents(false);
-        bool changed =
-            first || redraw || repaint ||
-            (compositor ? compositor->takeDamage() : !damage->available() || damage->takeDamage());
+        bool changed = first || redraw || repaint ||
+                       (compositor ? compositor->takeDamage()
+                                   : !damage->available() || damage->takeDamage()) ||
+                       std::chrono::steady_clock::now() - lastDelivery >= stillScreenRefresh;
         CursorImage cursor;
         if (cursorAvailable) {
             cursor = readCursor(c);
