@@ -562,6 +562,32 @@ TEST(MediaWriterFile, CancelRemovesTheFile) {
     EXPECT_FALSE(writer.appendVideoBuffer(movingPicture(160, 120, 1, frameTime(1), frameDuration)));
 }
 
+// Two writers asking for the same name, as two recordings started in the same second do: both
+// movies are written whole, the second under a numbered name.
+TEST(MediaWriterFile, TwoRecordingsOfOneNameBothSurvive) {
+    ScratchFolder folder;
+    const std::filesystem::path path = folder.file("Recording at noon.mov");
+    MediaWriter first, second;
+    for (MediaWriter* writer : {&first, &second}) {
+        writer->configure(smallMovie(path));
+        writer->startWriting();
+        writer->startSession(MediaTime::zero());
+    }
+    EXPECT_EQ(*second.outputURL(), folder.file("Recording at noon (2).mov"));
+    for (int i = 0; i < 3; ++i) {
+        for (MediaWriter* writer : {&first, &second})
+            ASSERT_TRUE(
+                writer->appendVideoBuffer(movingPicture(160, 120, i, frameTime(i), frameDuration)));
+    }
+    EXPECT_EQ(first.finishWriting(), path);
+    EXPECT_EQ(second.finishWriting(), folder.file("Recording at noon (2).mov"));
+    for (const auto& written : {path, folder.file("Recording at noon (2).mov")}) {
+        auto file = probeMovie(written);
+        ASSERT_TRUE(file) << written;
+        EXPECT_EQ(file->first(AVMEDIA_TYPE_VIDEO)->packetTimes.size(), 3u) << written;
+    }
+}
+
 // --- Failure and crashes, in child processes so limits and kills touch only them. ---
 
 namespace {
