@@ -207,6 +207,7 @@ bool MediaWriter::appendVideoBuffer(const VideoFrame& sample) {
         // A failed file is also never ready; it is latched below and not counted as a refusal.
         if (m_assetWriter->status() != MovieFileEncoder::Status::failed) {
             countVideoRefusal("input not ready for more data");
+            ++m_droppedVideoFrames;
             return false;
         }
     }
@@ -262,8 +263,10 @@ bool MediaWriter::appendAudioBuffer(const AudioBuffer& sample, int track, bool i
             logLine("❌ Microphone audio input is nil");
         return false;
     }
-    if (!m_assetWriter->isReadyForMoreMediaData(input))
+    if (!m_assetWriter->isReadyForMoreMediaData(input)) {
+        ++m_droppedAudioBuffers;
         return false;
+    }
 
     AudioBuffer buffer = sample;
     std::optional<MediaTime> sessionStart;
@@ -312,6 +315,11 @@ std::filesystem::path MediaWriter::finishWriting() {
         throw MediaWriterError::notWriting();
     m_assetWriter->finishWriting();
     m_isWriting = false;
+    // The encoder's queue is bounded: when it or the disk fell behind, what had no room was
+    // dropped rather than held, and the recording says so once, here.
+    if (m_droppedVideoFrames > 0 || m_droppedAudioBuffers > 0)
+        logLine("⚠️ Writer fell behind: {} video frames and {} audio buffers dropped",
+                m_droppedVideoFrames.load(), m_droppedAudioBuffers.load());
     switch (m_assetWriter->status()) {
     case MovieFileEncoder::Status::completed:
         if (!m_outputURL || m_outputURL->empty())

@@ -58,6 +58,10 @@ public:
     MediaTime currentTimeOffset() const;
     int videoAppendFailureCount() const { return m_videoAppendFailureCount.load(); }
     int micAudioDebugCount() const { return m_micAudioDebugCount.load(); }
+    // Frames and buffers refused because the encoder's bounded queue was full (the encoder or
+    // the disk fell behind); reported in one line when the file is finished.
+    int64_t droppedVideoFrameCount() const { return m_droppedVideoFrames.load(); }
+    int64_t droppedAudioBufferCount() const { return m_droppedAudioBuffers.load(); }
     const std::optional<WriterConfiguration>& configuration() const { return m_configuration; }
     // The configured path; after startWriting the file actually created, which has a number
     // added when the configured name was taken.
@@ -97,6 +101,8 @@ private:
     std::atomic<bool> m_hasFailed{false};
     std::atomic<int> m_videoAppendFailureCount{0};
     std::atomic<int> m_micAudioDebugCount{0};
+    std::atomic<int64_t> m_droppedVideoFrames{0};
+    std::atomic<int64_t> m_droppedAudioBuffers{0};
 
     // Guards the few time values below. Held only to copy or update them, never across an
     // append, so the capture threads that share it never wait for more than a few instructions.

@@ -274,6 +274,7 @@ TEST(MediaWriterAppend, AFullQueueRefusesAtOnceAndOnlyAcceptedFramesAreWritten) 
     auto spent = std::chrono::steady_clock::now() - begin;
     EXPECT_LT(accepted, 40);
     EXPECT_EQ(writer.videoAppendFailureCount(), 40 - accepted);
+    EXPECT_EQ(writer.droppedVideoFrameCount(), 40 - accepted);
     // Refusing never waits for the encoder: forty appends take far less than encoding them.
     EXPECT_LT(std::chrono::duration<double>(spent).count(), 0.2);
     writer.finishWriting();
