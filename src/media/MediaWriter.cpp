@@ -343,6 +343,12 @@ void MediaWriter::cancel() {
     }
 }
 
+void MediaWriter::abandon() {
+    if (m_assetWriter)
+        m_assetWriter->abandonWriting();
+    m_isWriting = false;
+}
+
 std::optional<std::string> MediaWriter::lastError() const {
     std::lock_guard lock(m_timingMutex);
     return m_lastError;

@@ -48,6 +48,11 @@ public:
     std::filesystem::path finishWriting();
     // Stops and removes the file it created; never throws.
     void cancel();
+    // Stops, keeping the file as far as it reached the disk and marked unfinished: for a
+    // recording that cannot be finished, whose file salvageRecording (RecordingSalvage.h) then
+    // closes into a playable one. A writer that still works is better finished, which keeps
+    // everything. Never throws.
+    void abandon();
 
     bool isWriting() const { return m_isWriting.load(); }
     bool hasFailed() const { return m_hasFailed.load(); }

@@ -132,3 +132,41 @@ TEST(RecordingSalvage, OnlyAbandonedMoviesAreFound) {
                             std::filesystem::directory_iterator()),
               1);
 }
+
+// The program's own path for a recording that cannot be finished: the writer is abandoned, and
+// the salvage keeps what reached the disk with the recording's own metadata, cut to its length.
+TEST(RecordingSalvage, AnAbandonedWriterIsSalvagedWithTheGivenMetadata) {
+    ScratchFolder folder;
+    const std::filesystem::path path = folder.file("Recording at one.mov");
+    MediaWriter writer;
+    writer.configure(movie(path));
+    writer.startWriting();
+    writer.startSession(MediaTime::zero());
+    // Three seconds at 30 frames a second; the last fragment never reaches the disk.
+    for (int i = 0; i < 3 * fps; ++i) {
+        const MediaTime pts = MediaTime::make(i, fps);
+        while (!writer.appendVideoBuffer(movingPicture(160, 120, i, pts, MediaTime::make(1, fps))))
+            std::this_thread::sleep_for(std::chrono::milliseconds(2));
+    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(300)); // let the worker catch up
+    writer.abandon();
+    ASSERT_EQ(findUnfinishedRecordings(folder.path()), std::vector{path});
+
+    RecordingMetadata metadata;
+    metadata.duration = 3;
+    metadata.cursorClicks = {CursorClick{.timestamp = 0.5}, CursorClick{.timestamp = 2.9}};
+    SalvageOptions options;
+    options.metadata = metadata;
+    const SalvagedRecording salvaged = salvageRecording(path, options);
+    // Key frames every second: the fragments up to the one begun at 2 s are complete.
+    EXPECT_NEAR(salvaged.duration, 2.0, 1e-3);
+    auto file = probeMovie(salvaged.movie);
+    ASSERT_TRUE(file);
+    EXPECT_EQ(file->first(AVMEDIA_TYPE_VIDEO)->packetTimes.size(), size_t(2 * fps));
+    const RecordingMetadata cut =
+        readMetadataFile(QString::fromStdString(salvaged.metadata.string()));
+    EXPECT_EQ(cut.duration, salvaged.duration);
+    ASSERT_EQ(cut.cursorClicks.size(), 1u);
+    EXPECT_EQ(cut.cursorClicks.front().timestamp, 0.5);
+    EXPECT_TRUE(findUnfinishedRecordings(folder.path()).empty());
+}

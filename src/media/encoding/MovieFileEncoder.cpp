@@ -341,3 +341,14 @@ void MovieFileEncoder::cancelWriting() {
     if (m_status == Status::writing || m_status == Status::unknown)
         m_status = Status::cancelled;
 }
+
+void MovieFileEncoder::abandonWriting() {
+    m_discard = true;
+    stopWorker();
+    // Closing the descriptor is all: what the muxer still holds is an incomplete fragment.
+    m_output.reset();
+    // The marker stays, unlocked: the movie is nobody's now, until it is salvaged.
+    m_marker.reset();
+    if (m_status == Status::writing || m_status == Status::unknown)
+        m_status = Status::cancelled;
+}

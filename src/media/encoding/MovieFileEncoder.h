@@ -65,6 +65,9 @@ public:
     // Drops what is queued and stops; the file is left for the caller to remove, its marker
     // goes.
     void cancelWriting();
+    // Drops what is queued and stops, leaving the file as its complete fragments left it and
+    // its marker in place, for a salvage.
+    void abandonWriting();
 
     Status status() const { return m_status.load(); }
     std::optional<std::string> error() const;
