@@ -6,13 +6,17 @@
 #include "media/UnfinishedRecordingMarker.h"
 #include "media/encoding/FileOutput.h"
 
+#include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <cmath>
 #include <cstring>
 #include <fstream>
+#include <tuple>
 
 namespace {
 
@@ -25,6 +29,13 @@ constexpr double spillTimeSlack = 2.0;
 [[noreturn]] void fail(const std::filesystem::path& movie, const std::string& reason) {
     throw RecordingSalvageError(movie.string() + ": " + reason);
 }
+
+// The copy could not be written (most often: the disk is full, which is also why many a
+// recording had to be salvaged in the first place).
+class CopyWriteError final : public std::runtime_error {
+public:
+    using std::runtime_error::runtime_error;
+};
 
 std::filesystem::path recoveredName(const std::filesystem::path& movie) {
     std::filesystem::path named = movie;
@@ -142,10 +153,12 @@ CopyResult copyCompleteSamples(const std::filesystem::path& movie) {
     if (!output)
         fail(recoveredName(movie), error);
     CopyResult copied{output->path()};
-    auto discard = [&](const std::string& reason) {
+    auto discard = [&](const std::string& reason, bool writing = false) {
         output.reset();
         std::error_code ignored;
         std::filesystem::remove(copied.path, ignored);
+        if (writing)
+            throw CopyWriteError(copied.path.string() + ": " + reason);
         fail(movie, reason);
     };
 
@@ -185,7 +198,7 @@ CopyResult copyCompleteSamples(const std::filesystem::path& movie) {
         trackEnd = std::max(trackEnd, end);
         ++copied.packets;
         if (int result = av_interleaved_write_frame(muxer.get(), held); result < 0)
-            discard(output->systemError().value_or(ffmpegErrorText(result)));
+            discard(output->systemError().value_or(ffmpegErrorText(result)), true);
         pending[index].reset();
     };
     AVPacketPtr packet(av_packet_alloc());
@@ -227,10 +240,99 @@ CopyResult copyCompleteSamples(const std::filesystem::path& movie) {
     }
     copied.duration = videoEnd >= 0 ? videoEnd : otherEnd;
     if (int result = av_write_trailer(muxer.get()); result < 0)
-        discard(output->systemError().value_or(ffmpegErrorText(result)));
+        discard(output->systemError().value_or(ffmpegErrorText(result)), true);
     if (!output->close())
-        discard(output->systemError().value_or("cannot write"));
+        discard(output->systemError().value_or("cannot write"), true);
     return copied;
+}
+
+// Reads the header of the top-level box at `offset`: its size (0 when it is cut short or
+// unreadable) and its type.
+std::pair<uint64_t, std::string> boxAt(int fd, uint64_t offset, uint64_t fileSize) {
+    unsigned char header[16];
+    if (offset + 8 > fileSize || ::pread(fd, header, 8, off_t(offset)) != 8)
+        return {0, {}};
+    auto big = [&](int at, int bytes) {
+        uint64_t value = 0;
+        for (int i = 0; i < bytes; ++i)
+            value = value << 8 | header[at + i];
+        return value;
+    };
+    uint64_t size = big(0, 4);
+    const std::string type(reinterpret_cast<const char*>(header + 4), 4);
+    if (size == 1) {
+        if (offset + 16 > fileSize || ::pread(fd, header + 8, 8, off_t(offset + 8)) != 8)
+            return {0, type};
+        size = big(8, 8);
+    } else if (size == 0) {
+        size = fileSize - offset; // to the end of the file
+    }
+    if (size < 8 || offset + size > fileSize)
+        return {0, type};
+    return {size, type};
+}
+
+// With no room for a copy: the movie itself is cut after its last complete fragment and
+// renamed, never over another file. Needs no space at all; the movie stays in the fragmented
+// layout, which plays everywhere, without the index a finished one has.
+CopyResult closeInPlace(const std::filesystem::path& movie) {
+    const int fd = ::open(movie.c_str(), O_RDWR | O_CLOEXEC);
+    if (fd < 0)
+        fail(movie, std::strerror(errno));
+    struct stat info {};
+    ::fstat(fd, &info);
+    const uint64_t fileSize = uint64_t(info.st_size);
+    uint64_t offset = 0;
+    uint64_t completeEnd = 0;
+    bool afterFragmentHeader = false;
+    for (auto [size, type] = boxAt(fd, 0, fileSize); size > 0;
+         std::tie(size, type) = boxAt(fd, offset, fileSize)) {
+        offset += size;
+        if (type == "moof") {
+            afterFragmentHeader = true;
+        } else if (type == "mdat" && afterFragmentHeader) {
+            completeEnd = offset;
+            afterFragmentHeader = false;
+        }
+    }
+    const bool cut = completeEnd > 0 && ::ftruncate(fd, off_t(completeEnd)) == 0 &&
+                     (::fdatasync(fd) == 0 || errno == EINVAL);
+    const int error = errno;
+    ::close(fd);
+    if (completeEnd == 0)
+        fail(movie, "no complete frame");
+    if (!cut)
+        fail(movie, std::strerror(error));
+
+    CopyResult closed;
+    for (int number = 1;; ++number) {
+        closed.path = numberedName(recoveredName(movie), number);
+        if (::link(movie.c_str(), closed.path.c_str()) == 0)
+            break;
+        if (errno != EEXIST)
+            fail(movie, std::strerror(errno));
+    }
+    ::unlink(movie.c_str());
+
+    AVFormatContext* raw = nullptr;
+    if (avformat_open_input(&raw, closed.path.c_str(), nullptr, nullptr) >= 0) {
+        AVInputFormatContextPtr input(raw);
+        double videoEnd = -1, otherEnd = 0;
+        for (unsigned i = 0; i < input->nb_streams; ++i) {
+            const AVStream* stream = input->streams[i];
+            if (stream->duration <= 0)
+                continue;
+            const double end =
+                double((stream->start_time != AV_NOPTS_VALUE ? stream->start_time : 0) +
+                       stream->duration) *
+                av_q2d(stream->time_base);
+            double& trackEnd =
+                stream->codecpar->codec_type == AVMEDIA_TYPE_VIDEO ? videoEnd : otherEnd;
+            trackEnd = std::max(trackEnd, end);
+        }
+        closed.duration = videoEnd >= 0 ? videoEnd : otherEnd;
+    }
+    return closed;
 }
 
 RecordingMetadata metadataFromDisk(const std::filesystem::path& movie,
@@ -262,12 +364,19 @@ RecordingMetadata metadataFromDisk(const std::filesystem::path& movie,
 
 SalvagedRecording salvageRecording(const std::filesystem::path& movie,
                                    const SalvageOptions& options) {
-    const CopyResult copied = copyCompleteSamples(movie);
-    SalvagedRecording salvaged{copied.path, metadataPathFor(copied.path), copied.duration};
-
+    // Read before the movie moves: the marker and the movie's own times lead to the spill file.
     std::optional<std::filesystem::path> spillUsed;
     RecordingMetadata metadata =
         options.metadata ? *options.metadata : metadataFromDisk(movie, options, spillUsed);
+
+    CopyResult copied;
+    try {
+        copied = copyCompleteSamples(movie);
+    } catch (const CopyWriteError& error) {
+        logLine("⚠️ No room for a copy ({}); closing the recording where it is", error.what());
+        copied = closeInPlace(movie);
+    }
+    SalvagedRecording salvaged{copied.path, metadataPathFor(copied.path), copied.duration};
     try {
         writeMetadataFile(cutTo(std::move(metadata), copied.duration),
                           QString::fromStdString(salvaged.metadata.string()));
@@ -284,8 +393,7 @@ SalvagedRecording salvageRecording(const std::filesystem::path& movie,
     // Where the mouse went is nobody's business once it is in the metadata.
     if (spillUsed && !salvaged.metadata.empty())
         std::filesystem::remove(*spillUsed, ignored);
-    logLine("✅ Recovered {} ({:.1f} s, {} samples)", salvaged.movie.string(), copied.duration,
-            copied.packets);
+    logLine("✅ Recovered {} ({:.1f} s)", salvaged.movie.string(), copied.duration);
     return salvaged;
 }
 

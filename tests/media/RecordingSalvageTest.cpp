@@ -8,6 +8,7 @@
 #include <gtest/gtest.h>
 
 #include <signal.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -168,5 +169,61 @@ TEST(RecordingSalvage, AnAbandonedWriterIsSalvagedWithTheGivenMetadata) {
     EXPECT_EQ(cut.duration, salvaged.duration);
     ASSERT_EQ(cut.cursorClicks.size(), 1u);
     EXPECT_EQ(cut.cursorClicks.front().timestamp, 0.5);
+    EXPECT_TRUE(findUnfinishedRecordings(folder.path()).empty());
+}
+
+// With no room on the disk for a copy (a full disk is why many a recording fails), the movie is
+// closed where it is: cut after its last complete fragment and renamed, and it plays.
+TEST(RecordingSalvage, WithoutRoomForACopyTheMovieIsClosedWhereItIs) {
+    ScratchFolder folder;
+    const std::filesystem::path path = folder.file("Recording at two.mov");
+    {
+        MediaWriter writer;
+        writer.configure(movie(path));
+        writer.startWriting();
+        writer.startSession(MediaTime::zero());
+        for (int i = 0; i < 3 * fps; ++i) {
+            const MediaTime pts = MediaTime::make(i, fps);
+            while (
+                !writer.appendVideoBuffer(movingPicture(160, 120, i, pts, MediaTime::make(1, fps))))
+                std::this_thread::sleep_for(std::chrono::milliseconds(2));
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(300));
+        writer.abandon();
+    }
+    // Half a fragment's worth of junk at the end, as a crash in the middle of one leaves.
+    std::ofstream(path, std::ios::app) << std::string(5000, 'x');
+    const auto before = std::filesystem::file_size(path);
+
+    const pid_t child = fork();
+    if (child == 0) {
+        // Writes beyond 8 kB fail with EFBIG, as they would with ENOSPC on a full disk.
+        signal(SIGXFSZ, SIG_IGN);
+        const rlimit limit{8192, 8192};
+        setrlimit(RLIMIT_FSIZE, &limit);
+        try {
+            const SalvagedRecording salvaged = salvageRecording(path);
+            _exit(salvaged.movie == std::filesystem::path(path).replace_filename(
+                                        "Recording at two (Recovered).mov")
+                      ? 0
+                      : 2);
+        } catch (...) {
+            _exit(1);
+        }
+    }
+    int status = -1;
+    waitpid(child, &status, 0);
+    ASSERT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;
+
+    const std::filesystem::path recovered = folder.file("Recording at two (Recovered).mov");
+    EXPECT_FALSE(std::filesystem::exists(path));
+    EXPECT_LE(std::filesystem::file_size(recovered), before - 5000) << "the cut-off end is gone";
+    auto file = probeMovie(recovered);
+    ASSERT_TRUE(file);
+    EXPECT_EQ(file->first(AVMEDIA_TYPE_VIDEO)->packetTimes.size(), size_t(2 * fps));
+    EXPECT_TRUE(decodeFirstPicture(recovered));
+    const RecordingMetadata metadata = readMetadataFile(QString::fromStdString(
+        folder.file(".Recording at two (Recovered).metadata.json").string()));
+    EXPECT_NEAR(metadata.duration, 2.0, 1e-3);
     EXPECT_TRUE(findUnfinishedRecordings(folder.path()).empty());
 }
