@@ -33,21 +33,24 @@ std::unique_ptr<UnfinishedRecordingMarker>
 UnfinishedRecordingMarker::create(const std::filesystem::path& movie, const Details& details) {
     std::unique_ptr<UnfinishedRecordingMarker> marker(new UnfinishedRecordingMarker());
     marker->m_path = markerPath(movie);
-    // The movie's name was just taken exclusively, so a marker of that name is a stale one
-    // whose movie is gone; it is ours now.
-    marker->m_fd = ::open(marker->m_path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
+    // Made locked under a name of its own and then moved into place, so that no one ever sees
+    // the marker unlocked while its writer lives. The movie's name was just taken exclusively:
+    // a marker already there is a stale one whose movie is gone, and is replaced.
+    std::filesystem::path building = marker->m_path;
+    building += "." + std::to_string(::getpid());
+    marker->m_fd = ::open(building.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
     if (marker->m_fd < 0)
         return nullptr;
-    if (::flock(marker->m_fd, LOCK_EX | LOCK_NB) != 0) {
-        ::close(marker->m_fd);
-        marker->m_fd = -1;
-        return nullptr;
-    }
     const std::string text =
         fmt::format("width={}\nheight={}\nframeRate={}\nstartedAt={:.3f}\n", details.width,
                     details.height, details.frameRate, details.startedAt);
-    // Best effort: without the details a salvage still keeps the movie.
-    [[maybe_unused]] const ssize_t written = ::write(marker->m_fd, text.data(), text.size());
+    // The details are best effort: without them a salvage still keeps the movie.
+    if (::flock(marker->m_fd, LOCK_EX | LOCK_NB) != 0 ||
+        ::write(marker->m_fd, text.data(), text.size()) < 0 ||
+        ::rename(building.c_str(), marker->m_path.c_str()) != 0) {
+        ::unlink(building.c_str());
+        return nullptr; // the destructor closes the descriptor
+    }
     return marker;
 }
 
