@@ -30,6 +30,9 @@ namespace {
 constexpr const char* fragmentedLayout = "frag_keyframe+empty_moov+default_base_moof";
 constexpr const char* minimumFragmentMicroseconds = "900000";
 constexpr const char* audioFragmentMicroseconds = "1000000";
+// The muxer may hold packets back to interleave tracks; a silent track must not hold the other
+// back for long, or a crash would cost more than a fragment.
+constexpr int64_t maximumInterleaveMicroseconds = 500000;
 } // namespace
 
 std::string description(MovieFileEncoder::Status status) {
@@ -142,6 +145,7 @@ bool MovieFileEncoder::openFile() {
     m_marker = UnfinishedRecordingMarker::create(m_output->path(), details);
     m_muxer->pb = m_output->context();
     m_muxer->flags |= AVFMT_FLAG_CUSTOM_IO | AVFMT_FLAG_FLUSH_PACKETS;
+    m_muxer->max_interleave_delta = maximumInterleaveMicroseconds;
     m_muxer->strict_std_compliance = FF_COMPLIANCE_EXPERIMENTAL;
     for (auto& track : m_tracks) {
         const AVCodecContext* context =
@@ -277,9 +281,13 @@ int MovieFileEncoder::writePacket(Track& track, AVPacket* packet) {
     // so the queue is emptied behind each one. Not behind the first: until the first packets
     // have left the queue in time order, the muxer has not chosen how to shift the tracks'
     // times to begin at zero (audio priming starts before it), and must see the earliest first.
-    if (keyFrame && m_sawFirstKeyFrame.exchange(true))
-        return av_interleaved_write_frame(m_muxer, nullptr);
-    return 0;
+    if (!keyFrame)
+        return 0;
+    if (!m_sawFirstKeyFrame) {
+        m_sawFirstKeyFrame = true;
+        return 0;
+    }
+    return av_interleaved_write_frame(m_muxer, nullptr);
 }
 
 void MovieFileEncoder::fail(int code) {

@@ -105,7 +105,7 @@ private:
     std::atomic<Status> m_status{Status::unknown};
     std::atomic<bool> m_discard{false};
     std::atomic<int> m_outOfOrderFrames{0};
-    std::atomic<bool> m_sawFirstKeyFrame{false}; // the worker's
+    bool m_sawFirstKeyFrame = false; // the worker's, then finishWriting's
     mutable std::mutex m_errorMutex;
     std::optional<std::string> m_error;
 };
