@@ -2,7 +2,10 @@
 
 #include "app/MainWindow.h"
 #include "app/MessageBoxAlertPresenter.h"
+#include "app/StartupRecovery.h"
 #include "core/model/RecordingError.h"
+#include "core/settings/RecordingConfigurationBuilder.h"
+#include "core/settings/UserDefaults.h"
 #include "core/support/ErrorReporter.h"
 #include "core/support/KeyboardShortcutHandler.h"
 #include "core/support/Log.h"
@@ -61,6 +64,11 @@ ApplicationShell::ApplicationShell(const QStringList& arguments)
     createTrayIcon();
     m_window->show();
     requestScreenRecordingPermissionIfNeeded(arguments);
+    // What a killed or crashed run left in the output folder is saved before anything else.
+    QCoro::connect(
+        recoverUnfinishedRecordings(RecordingConfigurationBuilder::resolveOutputDirectory(
+            UserDefaults::standard().stringValue("outputDirectory", {}))),
+        this, [](const QStringList&) {});
 }
 
 ApplicationShell::~ApplicationShell() {

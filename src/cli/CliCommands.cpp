@@ -4,14 +4,12 @@
 #include "cli/ComposeCommand.h"
 #include "cli/ListCommand.h"
 #include "cli/RecordCommand.h"
+#include "cli/RecoverCommand.h"
 
 // Each command lives in its own file; this table is the one place that lists them.
 const std::vector<CliCommand>& cliCommands() {
     static const std::vector<CliCommand> commands = {
-        analyzeCommand(),
-        composeCommand(),
-        recordCommand(),
-        listCommand(),
+        analyzeCommand(), composeCommand(), recordCommand(), recoverCommand(), listCommand(),
     };
     return commands;
 }

@@ -363,8 +363,10 @@ int runRecord(const QStringList& arguments, FILE* out, FILE* err) {
         fmt::print(err, "❌ {}\nusage: tavelquiston-cli {}\n", error.what(), usage);
         return 2;
     }
-    if (!QFileInfo(request.outputDirectory).isDir()) {
-        fmt::print(err, "❌ --output \"{}\" is not a folder\n", text(request.outputDirectory));
+    // A folder that does not exist yet is made, as a script that names a new one expects.
+    if (!QFileInfo(request.outputDirectory).isDir() && !QDir().mkpath(request.outputDirectory)) {
+        fmt::print(err, "❌ --output \"{}\" is not a folder and cannot be made one\n",
+                   text(request.outputDirectory));
         return 2;
     }
 

@@ -155,6 +155,9 @@ void MediaWriter::startWriting() {
         }
         throw MediaWriterError::writingFailed(error);
     }
+    // A name already taken got a number: the file is where the encoder created it.
+    m_outputURL = m_assetWriter->path();
+    m_createdFile = true;
 }
 
 void MediaWriter::startSession(MediaTime sourceTime) {
@@ -204,6 +207,7 @@ bool MediaWriter::appendVideoBuffer(const VideoFrame& sample) {
         // A failed file is also never ready; it is latched below and not counted as a refusal.
         if (m_assetWriter->status() != MovieFileEncoder::Status::failed) {
             countVideoRefusal("input not ready for more data");
+            ++m_droppedVideoFrames;
             return false;
         }
     }
@@ -259,8 +263,10 @@ bool MediaWriter::appendAudioBuffer(const AudioBuffer& sample, int track, bool i
             logLine("❌ Microphone audio input is nil");
         return false;
     }
-    if (!m_assetWriter->isReadyForMoreMediaData(input))
+    if (!m_assetWriter->isReadyForMoreMediaData(input)) {
+        ++m_droppedAudioBuffers;
         return false;
+    }
 
     AudioBuffer buffer = sample;
     std::optional<MediaTime> sessionStart;
@@ -309,6 +315,11 @@ std::filesystem::path MediaWriter::finishWriting() {
         throw MediaWriterError::notWriting();
     m_assetWriter->finishWriting();
     m_isWriting = false;
+    // The encoder's queue is bounded: when it or the disk fell behind, what had no room was
+    // dropped rather than held, and the recording says so once, here.
+    if (m_droppedVideoFrames > 0 || m_droppedAudioBuffers > 0)
+        logLine("⚠️ Writer fell behind: {} video frames and {} audio buffers dropped",
+                m_droppedVideoFrames.load(), m_droppedAudioBuffers.load());
     switch (m_assetWriter->status()) {
     case MovieFileEncoder::Status::completed:
         if (!m_outputURL || m_outputURL->empty())
@@ -325,10 +336,17 @@ void MediaWriter::cancel() {
     if (m_assetWriter)
         m_assetWriter->cancelWriting();
     m_isWriting = false;
-    if (m_outputURL && !m_outputURL->empty()) {
+    // Only a file this writer made: before startWriting the name may be another recording's.
+    if (m_createdFile && m_outputURL && !m_outputURL->empty()) {
         std::error_code ignored;
         std::filesystem::remove(*m_outputURL, ignored);
     }
+}
+
+void MediaWriter::abandon() {
+    if (m_assetWriter)
+        m_assetWriter->abandonWriting();
+    m_isWriting = false;
 }
 
 std::optional<std::string> MediaWriter::lastError() const {

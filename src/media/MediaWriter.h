@@ -46,8 +46,13 @@ public:
     // Completes the file and returns its path; blocks until the worker has written everything,
     // so call it off the interface thread.
     std::filesystem::path finishWriting();
-    // Stops and removes the file; never throws.
+    // Stops and removes the file it created; never throws.
     void cancel();
+    // Stops, keeping the file as far as it reached the disk and marked unfinished: for a
+    // recording that cannot be finished, whose file salvageRecording (RecordingSalvage.h) then
+    // closes into a playable one. A writer that still works is better finished, which keeps
+    // everything. Never throws.
+    void abandon();
 
     bool isWriting() const { return m_isWriting.load(); }
     bool hasFailed() const { return m_hasFailed.load(); }
@@ -58,7 +63,13 @@ public:
     MediaTime currentTimeOffset() const;
     int videoAppendFailureCount() const { return m_videoAppendFailureCount.load(); }
     int micAudioDebugCount() const { return m_micAudioDebugCount.load(); }
+    // Frames and buffers refused because the encoder's bounded queue was full (the encoder or
+    // the disk fell behind); reported in one line when the file is finished.
+    int64_t droppedVideoFrameCount() const { return m_droppedVideoFrames.load(); }
+    int64_t droppedAudioBufferCount() const { return m_droppedAudioBuffers.load(); }
     const std::optional<WriterConfiguration>& configuration() const { return m_configuration; }
+    // The configured path; after startWriting the file actually created, which has a number
+    // added when the configured name was taken.
     const std::optional<std::filesystem::path>& outputURL() const { return m_outputURL; }
     // The encoder that writes the video track ("libx264", "h264_vaapi", "prores_aw"...).
     std::string videoEncoderName() const;
@@ -87,6 +98,7 @@ private:
     int m_systemAudioInput = -1;
     int m_microphoneAudioInput = -1;
     std::optional<std::filesystem::path> m_outputURL;
+    bool m_createdFile = false;
     std::optional<WriterConfiguration> m_configuration;
 
     std::atomic<bool> m_isWriting{false};
@@ -94,6 +106,8 @@ private:
     std::atomic<bool> m_hasFailed{false};
     std::atomic<int> m_videoAppendFailureCount{0};
     std::atomic<int> m_micAudioDebugCount{0};
+    std::atomic<int64_t> m_droppedVideoFrames{0};
+    std::atomic<int64_t> m_droppedAudioBuffers{0};
 
     // Guards the few time values below. Held only to copy or update them, never across an
     // append, so the capture threads that share it never wait for more than a few instructions.

@@ -4,6 +4,7 @@
 #include "SyntheticMedia.h"
 #include "media/AlphaRecordingError.h"
 #include "support/ChildProcess.h"
+#include "support/EventLoop.h"
 
 extern "C" {
 #include <libavutil/pixdesc.h>
@@ -278,6 +279,7 @@ TEST(MediaWriterAppend, AFullQueueRefusesAtOnceAndOnlyAcceptedFramesAreWritten) 
     // An append that waited for room would have been accepted.
     EXPECT_LT(accepted, 40);
     EXPECT_EQ(writer.videoAppendFailureCount(), 40 - accepted);
+    EXPECT_EQ(writer.droppedVideoFrameCount(), 40 - accepted);
     writer.finishWriting();
     auto file = probeMovie(folder.file("full.mov"));
     ASSERT_TRUE(file);
@@ -564,6 +566,32 @@ TEST(MediaWriterFile, CancelRemovesTheFile) {
     EXPECT_FALSE(writer.appendVideoBuffer(movingPicture(160, 120, 1, frameTime(1), frameDuration)));
 }
 
+// Two writers asking for the same name, as two recordings started in the same second do: both
+// movies are written whole, the second under a numbered name.
+TEST(MediaWriterFile, TwoRecordingsOfOneNameBothSurvive) {
+    ScratchFolder folder;
+    const std::filesystem::path path = folder.file("Recording at noon.mov");
+    MediaWriter first, second;
+    for (MediaWriter* writer : {&first, &second}) {
+        writer->configure(smallMovie(path));
+        writer->startWriting();
+        writer->startSession(MediaTime::zero());
+    }
+    EXPECT_EQ(*second.outputURL(), folder.file("Recording at noon (2).mov"));
+    for (int i = 0; i < 3; ++i) {
+        for (MediaWriter* writer : {&first, &second})
+            ASSERT_TRUE(
+                writer->appendVideoBuffer(movingPicture(160, 120, i, frameTime(i), frameDuration)));
+    }
+    EXPECT_EQ(first.finishWriting(), path);
+    EXPECT_EQ(second.finishWriting(), folder.file("Recording at noon (2).mov"));
+    for (const auto& written : {path, folder.file("Recording at noon (2).mov")}) {
+        auto file = probeMovie(written);
+        ASSERT_TRUE(file) << written;
+        EXPECT_EQ(file->first(AVMEDIA_TYPE_VIDEO)->packetTimes.size(), 3u) << written;
+    }
+}
+
 // --- Failure and crashes, in child processes so limits and kills touch only them. ---
 
 namespace {
@@ -691,6 +719,69 @@ void recordAndKill(OutputFormat format) {
 TEST(MediaWriterFailure, AKilledRecordingPlaysToWithinTwoSecondsOfTheKill) {
     recordAndKill(OutputFormat::mp4);
     recordAndKill(OutputFormat::mov);
+}
+
+namespace {
+// Where the video in a copy of a file still being written ends for a player, when its frames
+// come every `interval` seconds (each shows until the next), or -1 when nothing plays.
+double videoEndOfCopy(const std::filesystem::path& path, const std::filesystem::path& copy,
+                      double interval) {
+    std::error_code error;
+    std::filesystem::copy_file(path, copy, std::filesystem::copy_options::overwrite_existing,
+                               error);
+    auto file = probeMovie(copy);
+    const ProbedStream* video = file ? file->first(AVMEDIA_TYPE_VIDEO) : nullptr;
+    return video && !video->packetTimes.empty() ? video->packetTimes.back() + interval : -1;
+}
+} // namespace
+
+// A still screen sends a frame twice a second: whatever the codec and format, a copy of the
+// file taken while it is written plays to within a second and a half of the newest frame, and
+// the finished file keeps every frame at its time.
+TEST(MediaWriterFailure, SparseFramesReachTheDiskWithinASecondAndAHalfForEveryCodec) {
+    struct Case {
+        OutputFormat format;
+        VideoEncoder codec;
+        std::optional<AlphaVideoCodec> alpha;
+    };
+    const Case cases[] = {{OutputFormat::mov, VideoEncoder::h264, {}},
+                          {OutputFormat::mp4, VideoEncoder::h264, {}},
+                          {OutputFormat::mov, VideoEncoder::h265, {}},
+                          {OutputFormat::mp4, VideoEncoder::h265, {}},
+                          {OutputFormat::mov, VideoEncoder::h264, AlphaVideoCodec::proRes4444}};
+    for (const Case& item : cases) {
+        SCOPED_TRACE(rawValue(item.codec).toStdString() + "/" +
+                     rawValue(item.format).toStdString() + (item.alpha ? " alpha" : ""));
+        ScratchFolder folder;
+        const std::filesystem::path path =
+            folder.file(item.format == OutputFormat::mp4 ? "sparse.mp4" : "sparse.mov");
+        WriterConfiguration configuration = smallMovie(path, item.format);
+        configuration.videoSettings->codec = item.codec;
+        configuration.videoSettings->hasAlphaChannel = item.alpha.has_value();
+        configuration.videoSettings->alphaCodec = item.alpha;
+        MediaWriter writer;
+        startAt(writer, configuration, MediaTime::zero());
+        constexpr int frames = 17; // eight seconds
+        for (int i = 0; i < frames; ++i)
+            ASSERT_TRUE(appendWaiting(
+                writer, movingPicture(160, 120, i, MediaTime::make(i, 2), MediaTime::make(1, 2))));
+        const double newest = (frames - 1) / 2.0;
+        double end = -1;
+        waitUntil(
+            [&] {
+                end = videoEndOfCopy(path, folder.file("copy"), 0.5);
+                return end >= newest - 1.5;
+            },
+            std::chrono::seconds(10));
+        EXPECT_GE(end, newest - 1.5);
+
+        writer.finishWriting();
+        auto file = probeMovie(path);
+        ASSERT_TRUE(file);
+        const ProbedStream* video = file->first(AVMEDIA_TYPE_VIDEO);
+        ASSERT_EQ(video->packetTimes.size(), size_t(frames));
+        EXPECT_NEAR(video->packetTimes.back(), newest, 0.01);
+    }
 }
 
 // H.264 takes no odd sizes in 4:2:0; a 161x121 picture is written without its last column and

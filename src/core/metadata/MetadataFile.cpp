@@ -3,6 +3,7 @@
 #include "core/metadata/MetadataJson.h"
 
 #include <QFile>
+#include <QSaveFile>
 
 #include <fmt/format.h>
 
@@ -20,13 +21,14 @@ RecordingMetadata readMetadataFile(const QString& path) {
 
 qint64 writeMetadataFile(const RecordingMetadata& metadata, const QString& path) {
     const std::string text = encodeMetadata(metadata);
-    QFile file(path);
-    if (!file.open(QIODevice::WriteOnly | QIODevice::Truncate))
+    // Written beside it under another name, synced, then renamed over it: a save that fails
+    // half-way (a full disk, a crash) leaves the previous document as it was.
+    QSaveFile file(path);
+    if (!file.open(QIODevice::WriteOnly))
         throw MetadataFileError(fmt::format("cannot write {}: {}", path.toStdString(),
                                             file.errorString().toStdString()));
     const qint64 written = file.write(text.data(), qint64(text.size()));
-    file.close();
-    if (written != qint64(text.size()) || file.error() != QFileDevice::NoError)
+    if (written != qint64(text.size()) || !file.commit())
         throw MetadataFileError(fmt::format("cannot write {}: {}", path.toStdString(),
                                             file.errorString().toStdString()));
     return written;

@@ -19,6 +19,6 @@ private:
 
 // Throws MetadataFileError, or MetadataDecodingError for a file whose text is not a document.
 RecordingMetadata readMetadataFile(const QString& path);
-// Replaces the file in place. Throws MetadataFileError or MetadataEncodingError. Returns the
-// number of bytes written.
+// Replaces the file as a whole: a failed save leaves the previous one intact. Throws
+// MetadataFileError or MetadataEncodingError. Returns the number of bytes written.
 qint64 writeMetadataFile(const RecordingMetadata& metadata, const QString& path);

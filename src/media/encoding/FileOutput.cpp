@@ -13,18 +13,38 @@ namespace {
 constexpr int ioBufferSize = 256 * 1024;
 constexpr auto syncInterval = std::chrono::seconds(1);
 
+// Past this many recordings of one name something else is wrong; say so instead of looping.
+constexpr int maximumNumberedNames = 10000;
+
 std::string systemErrorText(int errorNumber) {
     return std::strerror(errorNumber);
 }
 } // namespace
 
+std::filesystem::path numberedName(const std::filesystem::path& path, int number) {
+    if (number <= 1)
+        return path;
+    std::filesystem::path named = path;
+    named.replace_filename(path.stem().string() + " (" + std::to_string(number) + ")" +
+                           path.extension().string());
+    return named;
+}
+
 std::unique_ptr<FileOutput> FileOutput::create(const std::filesystem::path& path,
                                                std::string& error) {
     std::unique_ptr<FileOutput> output(new FileOutput());
-    output->m_fd = ::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
-    if (output->m_fd < 0) {
-        error = systemErrorText(errno);
-        return nullptr;
+    for (int number = 1; output->m_fd < 0; ++number) {
+        if (number > maximumNumberedNames) {
+            error = path.string() + ": " + systemErrorText(EEXIST);
+            return nullptr;
+        }
+        output->m_path = numberedName(path, number);
+        output->m_fd =
+            ::open(output->m_path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0644);
+        if (output->m_fd < 0 && errno != EEXIST) {
+            error = systemErrorText(errno);
+            return nullptr;
+        }
     }
     auto* buffer = static_cast<unsigned char*>(av_malloc(ioBufferSize));
     output->m_context = buffer ? avio_alloc_context(buffer, ioBufferSize, 1, output.get(), nullptr,

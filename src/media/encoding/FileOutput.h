@@ -14,7 +14,10 @@ struct AVIOContext;
 // Used on the writer's worker thread only.
 class FileOutput final {
 public:
-    // Creates or truncates the file; nothing and an error text on failure.
+    // Creates a new file, never opening one that exists: when the name is taken (by an earlier
+    // recording, or by another process that asked for the same name in the same second) the
+    // next free of "name (2).ext", "name (3).ext"... is created instead, atomically (O_EXCL).
+    // path() says which. Nothing and an error text on failure.
     static std::unique_ptr<FileOutput> create(const std::filesystem::path& path,
                                               std::string& error);
     ~FileOutput();
@@ -22,6 +25,7 @@ public:
     FileOutput& operator=(const FileOutput&) = delete;
 
     AVIOContext* context() const { return m_context; }
+    const std::filesystem::path& path() const { return m_path; }
     // The system's text for the first failed write or seek, if any.
     const std::optional<std::string>& systemError() const { return m_systemError; }
     // Flushes, syncs and closes; false with systemError set when that fails.
@@ -33,8 +37,12 @@ private:
     static int64_t seek(void* opaque, int64_t offset, int whence);
     int fail(int errorNumber);
 
+    std::filesystem::path m_path;
     int m_fd = -1;
     AVIOContext* m_context = nullptr; // owned; freed with its buffer in the destructor
     std::optional<std::string> m_systemError;
     std::chrono::steady_clock::time_point m_lastSync;
 };
+
+// "name.ext" for 1, "name (2).ext", "name (3).ext"... for the numbers after it.
+std::filesystem::path numberedName(const std::filesystem::path& path, int number);

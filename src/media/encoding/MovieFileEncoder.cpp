@@ -1,11 +1,14 @@
 #include "media/encoding/MovieFileEncoder.h"
 
 #include "media/FFmpegHandles.h"
+#include "media/UnfinishedRecordingMarker.h"
 #include "media/encoding/AudioTrackEncoder.h"
 #include "media/encoding/FileOutput.h"
 #include "media/encoding/VideoTrackEncoder.h"
 
 #include <pthread.h>
+
+#include <chrono>
 
 struct MovieFileEncoder::Track {
     std::unique_ptr<VideoTrackEncoder> video;
@@ -19,8 +22,11 @@ struct MovieFileEncoder::Track {
 };
 
 namespace {
-// Fragments of about a second: what a crash can cost, and small enough index entries that a
-// one-hour file's index is a few hundred kilobytes written at the finish.
+// A fragment starts at each video key frame, which the encoder places at least once a second of
+// media time; the fragment reaches the disk as the next one starts. That is what a crash can
+// cost, and the index entries stay small enough that a one-hour file's index is a few hundred
+// kilobytes written at the finish. A fragment is never flushed early: the muxer would have to
+// guess the duration of its last sample, and a wrong guess shifts every later sample's time.
 constexpr const char* fragmentedLayout = "frag_keyframe+empty_moov+default_base_moof";
 constexpr const char* minimumFragmentMicroseconds = "900000";
 constexpr const char* audioFragmentMicroseconds = "1000000";
@@ -126,6 +132,17 @@ bool MovieFileEncoder::openFile() {
         m_status = Status::failed;
         return false;
     }
+    UnfinishedRecordingMarker::Details details;
+    details.startedAt =
+        std::chrono::duration<double>(std::chrono::system_clock::now().time_since_epoch()).count();
+    for (const auto& track : m_tracks) {
+        if (track->video) {
+            details.width = track->video->context()->width;
+            details.height = track->video->context()->height;
+            details.frameRate = track->video->context()->framerate.num;
+        }
+    }
+    m_marker = UnfinishedRecordingMarker::create(m_output->path(), details);
     m_muxer->pb = m_output->context();
     m_muxer->flags |= AVFMT_FLAG_CUSTOM_IO | AVFMT_FLAG_FLUSH_PACKETS;
     m_muxer->max_interleave_delta = maximumInterleaveMicroseconds;
@@ -156,6 +173,10 @@ bool MovieFileEncoder::openFile() {
         return false;
     }
     return true;
+}
+
+std::filesystem::path MovieFileEncoder::path() const {
+    return m_output ? m_output->path() : m_path;
 }
 
 bool MovieFileEncoder::startWriting() {
@@ -251,7 +272,22 @@ int MovieFileEncoder::writePacket(Track& track, AVPacket* packet) {
         packet->duration = track.nominalFrameDuration;
     av_packet_rescale_ts(packet, track.encoderTimeBase, track.stream->time_base);
     packet->stream_index = track.stream->index;
-    return av_interleaved_write_frame(m_muxer, packet);
+    const bool keyFrame = track.video && (packet->flags & AV_PKT_FLAG_KEY);
+    if (int result = av_interleaved_write_frame(m_muxer, packet); result < 0)
+        return result;
+    // The interleaver holds the newest packet until every track has a later one, and with a
+    // silent audio track or a still screen that is a second or more. A key frame starts a
+    // fragment, and the fragment before it reaches the disk when the muxer sees the key frame:
+    // so the queue is emptied behind each one. Not behind the first: until the first packets
+    // have left the queue in time order, the muxer has not chosen how to shift the tracks'
+    // times to begin at zero (audio priming starts before it), and must see the earliest first.
+    if (!keyFrame)
+        return 0;
+    if (!m_sawFirstKeyFrame) {
+        m_sawFirstKeyFrame = true;
+        return 0;
+    }
+    return av_interleaved_write_frame(m_muxer, nullptr);
 }
 
 void MovieFileEncoder::fail(int code) {
@@ -298,6 +334,8 @@ bool MovieFileEncoder::finishWriting() {
         fail(AVERROR(EIO));
         return false;
     }
+    if (m_marker)
+        m_marker->remove();
     m_status = Status::completed;
     return true;
 }
@@ -305,6 +343,20 @@ bool MovieFileEncoder::finishWriting() {
 void MovieFileEncoder::cancelWriting() {
     m_discard = true;
     stopWorker();
+    // Nothing of a cancelled recording is to be salvaged.
+    if (m_marker)
+        m_marker->remove();
+    if (m_status == Status::writing || m_status == Status::unknown)
+        m_status = Status::cancelled;
+}
+
+void MovieFileEncoder::abandonWriting() {
+    m_discard = true;
+    stopWorker();
+    // Closing the descriptor is all: what the muxer still holds is an incomplete fragment.
+    m_output.reset();
+    // The marker stays, unlocked: the movie is nobody's now, until it is salvaged.
+    m_marker.reset();
     if (m_status == Status::writing || m_status == Status::unknown)
         m_status = Status::cancelled;
 }

@@ -23,6 +23,7 @@ struct AVPacket;
 struct AVStream;
 class AudioTrackEncoder;
 class FileOutput;
+class UnfinishedRecordingMarker;
 class VideoTrackEncoder;
 
 // One movie file being written: its tracks' encoders, the muxer and one worker thread that does
@@ -47,8 +48,11 @@ public:
     int addVideoTrack(const VideoCodecSettings& settings, std::string& error);
     int addAudioTrack(const WriterConfiguration::AudioSettings& settings, std::string& error);
 
-    // Creates the file and starts the worker; false with status failed and an error.
+    // Creates the file and starts the worker; false with status failed and an error. The file
+    // is never one that existed: a taken name gets a number (see FileOutput), and path() says
+    // which; a hidden marker beside it says it is unfinished until finishWriting completes.
     bool startWriting();
+    std::filesystem::path path() const;
     // The source time that becomes the file's zero; call once, before the first append.
     void startSession(MediaTime sourceTime);
 
@@ -58,8 +62,12 @@ public:
 
     // Drains the queue, completes the file and syncs it; blocks until done. True if completed.
     bool finishWriting();
-    // Drops what is queued and stops; the file is left for the caller to remove.
+    // Drops what is queued and stops; the file is left for the caller to remove, its marker
+    // goes.
     void cancelWriting();
+    // Drops what is queued and stops, leaving the file as its complete fragments left it and
+    // its marker in place, for a salvage.
+    void abandonWriting();
 
     Status status() const { return m_status.load(); }
     std::optional<std::string> error() const;
@@ -88,6 +96,7 @@ private:
     const EncoderTuning m_tuning;
     std::vector<std::unique_ptr<Track>> m_tracks; // fixed once writing starts
     std::unique_ptr<FileOutput> m_output;
+    std::unique_ptr<UnfinishedRecordingMarker> m_marker;
     AVFormatContext* m_muxer = nullptr; // owned; freed after the output it writes to is closed
     MediaTime m_sessionStart =
         MediaTime::invalid(); // written before the first push, read by the worker
@@ -96,6 +105,7 @@ private:
     std::atomic<Status> m_status{Status::unknown};
     std::atomic<bool> m_discard{false};
     std::atomic<int> m_outOfOrderFrames{0};
+    bool m_sawFirstKeyFrame = false; // the worker's, then finishWriting's
     mutable std::mutex m_errorMutex;
     std::optional<std::string> m_error;
 };

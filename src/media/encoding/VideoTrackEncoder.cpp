@@ -146,8 +146,8 @@ std::optional<OpenedEncoder> openEncoder(const Candidate& candidate,
     context->time_base = AVRational{1, VideoTrackEncoder::timeBaseDen};
     int frameRate = settings.expectedSourceFrameRate.value_or(60);
     context->framerate = AVRational{frameRate, 1};
-    // A key frame every second: each file fragment starts with one, so a file cut short at any
-    // moment decodes up to its last complete fragment, and seeking never needs to go far back.
+    // At most a second of frames between key frames; encode() also forces one after a second
+    // of media time, which is what counts when a still screen sends a frame now and then.
     context->gop_size = std::max(1, frameRate);
     if (!settings.allowFrameReordering)
         context->max_b_frames = 0;
@@ -206,6 +206,7 @@ std::optional<OpenedEncoder> openEncoder(const Candidate& candidate,
         context->pix_fmt = AV_PIX_FMT_VAAPI;
         opened.softwareFormat = AV_PIX_FMT_NV12;
     } else if (candidate.hardware == HardwareKind::nvenc) {
+        av_dict_set(&options, "forced-idr", "1", 0);
         av_dict_set(&options, "preset", "p1", 0);
         av_dict_set(&options, "tune", "ll", 0);
         av_dict_set(&options, "profile",
@@ -217,8 +218,13 @@ std::optional<OpenedEncoder> openEncoder(const Candidate& candidate,
         if (!tuning.softwareH264Tune.empty())
             av_dict_set(&options, "tune", tuning.softwareH264Tune.c_str(), 0);
         av_dict_set(&options, "profile", "high", 0);
+        av_dict_set(&options, "forced-idr", "1", 0);
     } else {
+        av_dict_set(&options, "forced-idr", "1", 0);
         av_dict_set(&options, "preset", tuning.softwareHEVCPreset.c_str(), 0);
+        // x265 otherwise holds a dozen frames back (look-ahead, B-frames, frame threads): at a
+        // still screen's frame a second that is many seconds a crash would take with it.
+        av_dict_set(&options, "tune", "zerolatency", 0);
         av_dict_set(&options, "profile", "main", 0);
         av_dict_set(&options, "x265-params", "log-level=error", 0);
     }
@@ -411,6 +417,12 @@ int VideoTrackEncoder::encode(const VideoFrame& frame, int64_t pts, const Packet
     if (!picture)
         return AVERROR(ENOMEM);
     picture->pts = pts;
+    // Each key frame starts a file fragment, and a fragment reaches the disk when the next one
+    // starts: key frames by media time bound what a crash can cost, however few frames come.
+    if (m_lastKeyFramePts == AV_NOPTS_VALUE || pts - m_lastKeyFramePts >= keyFrameInterval) {
+        picture->pict_type = AV_PICTURE_TYPE_I;
+        m_lastKeyFramePts = pts;
+    }
     picture->color_range = m_context->color_range;
     picture->colorspace = m_context->colorspace;
     picture->color_primaries = m_context->color_primaries;
@@ -429,5 +441,10 @@ int VideoTrackEncoder::flush(const PacketSink& sink) {
 }
 
 int VideoTrackEncoder::drain(const PacketSink& sink) {
-    return drainEncoder(m_context.get(), m_packet.get(), sink);
+    return drainEncoder(m_context.get(), m_packet.get(), [this, &sink](AVPacket* packet) {
+        // The encoder's own key frames (every gop_size frames) count as well.
+        if ((packet->flags & AV_PKT_FLAG_KEY) && packet->pts != AV_NOPTS_VALUE)
+            m_lastKeyFramePts = std::max(m_lastKeyFramePts, packet->pts);
+        return sink(packet);
+    });
 }

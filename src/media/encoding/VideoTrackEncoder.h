@@ -21,6 +21,8 @@ public:
     using PacketSink = ::PacketSink;
 
     static constexpr int timeBaseDen = 90000;
+    // The longest media time between two key frames, in 1/timeBaseDen.
+    static constexpr int64_t keyFrameInterval = timeBaseDen;
 
     // One encoder to try (its name and how it reaches its hardware); defined in the .cpp.
     struct Candidate;
@@ -60,4 +62,5 @@ private:
     SwsContextPtr m_scaler;
     SwsContextPtr m_opaqueScaler; // for pictures without alpha, made when the first comes
     AVPacketPtr m_packet;
+    int64_t m_lastKeyFramePts = AV_NOPTS_VALUE;
 };

@@ -12,6 +12,7 @@
 #include "platform/x11/X11ShareableContent.h"
 
 #include <algorithm>
+#include <chrono>
 #include <utility>
 
 namespace {
@@ -25,6 +26,15 @@ Rect unionOf(const Rect& a, const Rect& b) {
 
 } // namespace
 
+namespace {
+// A still screen still sends a frame this often. The movie is written in pieces of about a
+// second that reach the disk when the encoder hands out the next piece's first frame, one
+// frame after it came in (the encoder needs the next frame's time to know how long one lasts):
+// without these frames, a recording killed after a minute of stillness would keep nothing of
+// that minute; with them, a crash costs at most a second and a half.
+constexpr auto stillScreenRefresh = std::chrono::milliseconds(500);
+} // namespace
+
 struct X11ScreenCaptureEngine::Run {
     explicit Run(const X11Connection& connection, const X11CaptureStream& stream)
         : builder(connection, stream), frameDuration(MediaTime::make(1, stream.frameRate)) {}
@@ -36,6 +46,7 @@ struct X11ScreenCaptureEngine::Run {
     X11CursorImage lastCursor;
     bool first = true;
     bool idleSinceLastFrame = false;
+    std::chrono::steady_clock::time_point lastDelivery = std::chrono::steady_clock::now();
     bool redraw = false; // a window shown smaller: once more at its new size, even if still
 };
 
@@ -339,7 +350,8 @@ bool X11ScreenCaptureEngine::captureTick() {
         return false;
     }
     run.builder.readEvents(false);
-    bool changed = run.first || run.redraw || run.builder.takeChange();
+    bool changed = run.first || run.redraw || run.builder.takeChange() ||
+                   std::chrono::steady_clock::now() - run.lastDelivery >= stillScreenRefresh;
     X11CursorImage cursor;
     if (run.cursorAvailable) {
         cursor = X11CursorImage::read(c);
@@ -386,6 +398,7 @@ bool X11ScreenCaptureEngine::deliver(X11CursorImage cursor) {
     run.lastCursor = std::move(cursor);
     run.first = false;
     run.idleSinceLastFrame = false;
+    run.lastDelivery = std::chrono::steady_clock::now();
     frame.status = FrameStatus::complete;
     m_frameTimingBuffer.append(frame.presentationTime);
     m_lastPTS = frame.presentationTime;

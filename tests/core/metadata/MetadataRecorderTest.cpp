@@ -9,7 +9,12 @@
 
 #include <gtest/gtest.h>
 
+#include <csignal>
 #include <cstring>
+
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 namespace {
 
@@ -258,4 +263,42 @@ TEST_F(MetadataRecorderTest, SavesOnlyAfterStoppingAndLoadsWhatItSaved) {
     EXPECT_EQ(MetadataRecorder::loadMetadata(path), recorder.getCurrentMetadata());
     EXPECT_THROW(MetadataRecorder::loadMetadata(folder.filePath(QStringLiteral("none.json"))),
                  MetadataFileError);
+}
+
+// A save that fails half-way (here the file size limit stops the write after a few kilobytes)
+// reports the failure and leaves the document saved before it whole; nothing else stays behind.
+TEST_F(MetadataRecorderTest, AFailedSaveLeavesThePreviousDocumentIntact) {
+    const QString path = folder.filePath(QStringLiteral(".movie.metadata.json"));
+    start();
+    record(3);
+    recorder.stopRecording(1);
+    recorder.saveMetadata(path);
+    QFile saved(path);
+    ASSERT_TRUE(saved.open(QIODevice::ReadOnly));
+    const QByteArray before = saved.readAll();
+    saved.close();
+
+    start();
+    record(5000); // about 300 kB of document
+    recorder.stopRecording(200);
+    const pid_t child = fork();
+    if (child == 0) {
+        // The limit makes write() fail with EFBIG instead of killing the process.
+        signal(SIGXFSZ, SIG_IGN);
+        const rlimit limit{4096, 4096};
+        setrlimit(RLIMIT_FSIZE, &limit);
+        try {
+            recorder.saveMetadata(path);
+        } catch (const MetadataFileError&) {
+            _exit(0);
+        }
+        _exit(1);
+    }
+    int status = -1;
+    waitpid(child, &status, 0);
+    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << "the failure must be reported";
+    ASSERT_TRUE(saved.open(QIODevice::ReadOnly));
+    EXPECT_EQ(saved.readAll(), before);
+    EXPECT_EQ(QDir(folder.path()).entryList(QDir::Files | QDir::Hidden),
+              QStringList{QStringLiteral(".movie.metadata.json")});
 }
