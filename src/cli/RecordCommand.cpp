@@ -1,5 +1,6 @@
 #include "cli/RecordCommand.h"
 
+#include "cli/RecordCamera.h"
 #include "core/model/RecordingError.h"
 #include "core/recording/RecordingCoordinator.h"
 #include "core/recording/RecordingServices.h"
@@ -23,7 +24,9 @@ constexpr std::string_view usage =
     "record [--mode screen|area|window|windows|application] [--display ID] [--area X,Y,W,H] "
     "[--window ID]... [--app BUNDLE-ID]... [--fps N] [--resolution low|normal|high] "
     "[--quality low|medium|high] [--codec h264|h265] [--format mov|mp4] [--show-cursor] "
-    "[--background COLOR] [--countdown SECONDS] [--duration SECONDS] [--output DIR]";
+    "[--background COLOR] [--countdown SECONDS] [--duration SECONDS] [--output DIR] "
+    "[--camera DEVICE] [--camera-size WxH] [--mirror] [--separate-layers] "
+    "[--camera-position top-left|top-right|bottom-left|bottom-right|center]";
 
 // Signals only set these; the recording loop looks at them between waits.
 volatile std::sig_atomic_t stopSignals = 0;
@@ -85,6 +88,19 @@ QRect parseArea(const QString& value) {
         throw CliUsageError(fmt::format(
             "--area needs X,Y,W,H in pixels with a positive size, not \"{}\"", text(value)));
     return QRect(numbers[0], numbers[1], numbers[2], numbers[3]);
+}
+
+VideoDimensions parseSize(const QString& option, const QString& value) {
+    const QStringList parts = value.split(QLatin1Char('x'));
+    bool okWidth = false, okHeight = false;
+    const int width = parts.size() == 2 ? parts[0].toInt(&okWidth) : 0;
+    const int height = parts.size() == 2 ? parts[1].toInt(&okHeight) : 0;
+    if (!okWidth || !okHeight || width < 16 || height < 16 || width > 8192 || height > 8192 ||
+        width % 2 || height % 2)
+        throw CliUsageError(
+            fmt::format("{} needs WIDTHxHEIGHT in even pixels from 16 to 8192, not \"{}\"",
+                        text(option), text(value)));
+    return VideoDimensions{width, height};
 }
 
 } // namespace
@@ -153,6 +169,22 @@ RecordRequest parseRecordRequest(const QStringList& arguments) {
             request.duration = seconds;
         } else if (option == QLatin1String("--output")) {
             request.outputDirectory = value();
+        } else if (option == QLatin1String("--camera")) {
+            request.camera = value();
+        } else if (option == QLatin1String("--camera-size")) {
+            request.cameraSize = parseSize(option, value());
+        } else if (option == QLatin1String("--mirror")) {
+            request.mirror = true;
+        } else if (option == QLatin1String("--separate-layers")) {
+            request.separateLayers = true;
+        } else if (option == QLatin1String("--camera-position")) {
+            request.cameraPosition = value();
+            parseChoice<int>(option, request.cameraPosition,
+                             {{"top-left", 0},
+                              {"top-right", 0},
+                              {"bottom-left", 0},
+                              {"bottom-right", 0},
+                              {"center", 0}});
         } else {
             throw CliUsageError(fmt::format("Unexpected argument \"{}\"", text(option)));
         }
@@ -244,6 +276,17 @@ RecordingConfiguration makeRecordingConfiguration(const RecordRequest& request,
     configuration.recordMicrophone = false;
     // A command run by a script keeps the machine awake by other means when it needs to.
     configuration.preventSleep = false;
+    if (request.separateLayers) {
+        StudioRecordingConfiguration studio;
+        studio.enableSeparateLayers = true;
+        configuration.studioConfig = studio;
+        // Only the layer package records the camera itself; a single file gets it through the
+        // overlay window the screen capture sees.
+        if (request.camera) {
+            configuration.recordCamera = true;
+            configuration.cameraDevice = request.camera;
+        }
+    }
     return configuration;
 }
 
@@ -337,8 +380,11 @@ QCoro::Task<int> recordUntilStopped(RecordingCoordinator& coordinator, Recording
     }
     const QFileInfo movie(completed->fileURL);
     fmt::print(out, "{}\n", text(movie.absoluteFilePath()));
-    const QString metadata = movie.dir().filePath(QLatin1Char('.') + movie.completeBaseName() +
-                                                  QStringLiteral(".metadata.json"));
+    // A layer package keeps its metadata inside; a movie has it beside.
+    const QString metadata =
+        movie.isDir() ? QDir(movie.absoluteFilePath()).filePath(QStringLiteral(".metadata.json"))
+                      : movie.dir().filePath(QLatin1Char('.') + movie.completeBaseName() +
+                                             QStringLiteral(".metadata.json"));
     if (QFileInfo::exists(metadata))
         fmt::print(out, "{}\n", text(metadata));
     std::fflush(out);
@@ -376,6 +422,18 @@ int runRecord(const QStringList& arguments, FILE* out, FILE* err) {
     } catch (const CliUsageError& error) {
         fmt::print(err, "❌ {}\n", error.what());
         return 2;
+    }
+
+    if (request.cameraSize)
+        factory.setCameraOptions(CameraInput::Options{request.cameraSize});
+    if (request.camera) {
+        try {
+            // The coordinator finds cameras by name; a /dev path becomes the listed name.
+            request.camera = checkRecordCamera(*request.camera, factory).name;
+        } catch (const CliUsageError& error) {
+            fmt::print(err, "❌ {}\n", error.what());
+            return 2;
+        }
     }
 
     RecordingServices services;

@@ -8,8 +8,11 @@
 #include "core/recording/engines/LayerRecordingManager.h"
 #include "core/recording/engines/ZoomRenderer.h"
 #include "media/encoding/VideoTrackEncoder.h"
+#include "media/layers/MediaLayerRecordingManager.h"
 #include "platform/recording/MediaWriterAdapter.h"
 #include "platform/recording/MetadataRecorderAdapter.h"
+#include "platform/v4l2/V4L2CameraCaptureEngine.h"
+#include "platform/v4l2/V4L2CameraDiscovery.h"
 #include "platform/x11/X11Connection.h"
 #include "platform/x11/X11ScreenCaptureEngine.h"
 #include "platform/x11/X11ShareableContent.h"
@@ -74,7 +77,21 @@ std::unique_ptr<AudioCaptureEngine> X11RecordingEngineFactory::makeAudioCaptureE
 }
 
 std::unique_ptr<CameraCaptureEngine> X11RecordingEngineFactory::makeCameraCaptureEngine() {
-    throw RecordingError::captureDeviceUnavailable();
+    return std::make_unique<V4L2CameraCaptureEngine>(m_cameraOptions);
+}
+
+std::vector<AVCaptureDevice> X11RecordingEngineFactory::cameras() {
+    std::vector<AVCaptureDevice> devices;
+    for (const CameraDeviceInfo& camera : V4L2CameraDiscovery::discoverCameras())
+        devices.push_back(camera.captureDevice());
+    return devices;
+}
+
+std::optional<AVCaptureDevice> X11RecordingEngineFactory::defaultCamera() {
+    const std::vector<AVCaptureDevice> all = cameras();
+    if (all.empty())
+        return std::nullopt;
+    return all.front();
 }
 
 std::unique_ptr<MediaWriterEngine> X11RecordingEngineFactory::makeMediaWriter() {
@@ -82,8 +99,8 @@ std::unique_ptr<MediaWriterEngine> X11RecordingEngineFactory::makeMediaWriter() 
 }
 
 std::unique_ptr<LayerRecordingManager> X11RecordingEngineFactory::makeLayerRecordingManager() {
-    throw RecordingError::invalidConfiguration(
-        QStringLiteral("Separate layer recording is not available on X11 yet"));
+    return std::make_unique<MediaLayerRecordingManager>(
+        [] { return std::make_unique<MediaWriterAdapter>(); });
 }
 
 std::unique_ptr<AudioOnlyRecorder>

@@ -2,15 +2,16 @@
 
 #include "core/recording/engines/EncoderProbe.h"
 #include "core/recording/engines/RecordingEngineFactory.h"
+#include "platform/v4l2/CameraInput.h"
 
 #include <QByteArray>
 
 #include <memory>
 
-// The engines of a recording on an X11 desktop: X11 screen capture, the media layer's writer
-// and the metadata recorder. Microphone, camera, separate layers and audio-only recordings
-// have no engine on this platform yet; asking for one fails with captureDeviceUnavailable,
-// and the machine reports no microphones or cameras.
+// The engines of a recording on an X11 desktop: X11 screen capture, the V4L2 camera, the media
+// layer's writer and layer packages, and the metadata recorder. Microphone and audio-only
+// recordings have no engine on this platform yet; asking for one fails with
+// captureDeviceUnavailable, and the machine reports no microphones.
 class X11RecordingEngineFactory final : public RecordingEngineFactory {
 public:
     // `hiddenApps` is the persisted list of applications hidden from recordings.
@@ -33,8 +34,10 @@ public:
 
     std::vector<AVCaptureDevice> microphones() override { return {}; }
     std::optional<AVCaptureDevice> defaultMicrophone() override { return std::nullopt; }
-    std::vector<AVCaptureDevice> cameras() override { return {}; }
-    std::optional<AVCaptureDevice> defaultCamera() override { return std::nullopt; }
+    std::vector<AVCaptureDevice> cameras() override;
+    std::optional<AVCaptureDevice> defaultCamera() override;
+    // The size and rate cameras are opened at from now on.
+    void setCameraOptions(CameraInput::Options options) { m_cameraOptions = options; }
     bool requestMicrophoneAccess() override { return false; }
 
     bool isAlphaChannelSupported() override { return false; }
@@ -43,4 +46,5 @@ public:
 private:
     QByteArray m_hiddenApps;
     std::unique_ptr<EncoderProbe> m_probe;
+    CameraInput::Options m_cameraOptions;
 };
