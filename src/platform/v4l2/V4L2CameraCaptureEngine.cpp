@@ -176,20 +176,16 @@ void V4L2CameraCaptureEngine::captureOutput(const VideoFrame& frame) {
 
 void V4L2CameraCaptureEngine::appendOpeningFrame(MediaWriterEngine& writer, const VideoFrame& first,
                                                  MediaTime start) {
-    // The layer's file starts at its first frame, so a camera layer whose first frame lands a
-    // little after the screen's would play early against it. The picture the camera showed when
-    // the screen started fills that moment: the last frame that waited, or else the first frame
-    // itself when it is less than a frame late.
+    // A movie file begins at its first frame, so a camera layer whose first frame lands after
+    // the screen's would play early against the screen by that much. The picture the camera
+    // showed when the screen started fills the moment: the last frame that waited, or else the
+    // first frame itself (held until the second, for a camera slower to start than the screen).
     VideoFrame opening = std::move(m_waitingFrame);
     m_waitingFrame = VideoFrame();
     if (!(first.presentationTime > start))
         return;
-    if (opening.isNull()) {
-        const MediaTime late = first.presentationTime - start;
-        if (!first.duration.isNumeric() || late >= first.duration)
-            return;
+    if (opening.isNull())
         opening = first;
-    }
     writer.appendVideoBuffer(
         opening.withTiming(start, first.presentationTime - start, MediaTime::invalid()));
 }
