@@ -1,5 +1,6 @@
 #include "cli/RecordCommand.h"
 
+#include "app/camera/CameraOverlayWindowController.h"
 #include "cli/RecordCamera.h"
 #include "core/model/RecordingError.h"
 #include "core/recording/RecordingCoordinator.h"
@@ -7,6 +8,7 @@
 #include "core/settings/UserDefaults.h"
 #include "platform/x11/X11RecordingEngineFactory.h"
 
+#include <QApplication>
 #include <QDir>
 #include <QFileInfo>
 #include <QRect>
@@ -103,7 +105,29 @@ VideoDimensions parseSize(const QString& option, const QString& value) {
     return VideoDimensions{width, height};
 }
 
+CameraOverlayWindowController::Position overlayPosition(const QString& name) {
+    using Position = CameraOverlayWindowController::Position;
+    if (name == QLatin1String("top-left"))
+        return Position::topLeft;
+    if (name == QLatin1String("top-right"))
+        return Position::topRight;
+    if (name == QLatin1String("bottom-left"))
+        return Position::bottomLeft;
+    if (name == QLatin1String("center"))
+        return Position::center;
+    return Position::bottomRight;
+}
+
+// The overlay's size on screen: a 16:9 picture-in-picture a sixth of a 1920-wide screen.
+constexpr QSize overlaySize(320, 180);
+
 } // namespace
+
+bool recordShowsCameraOverlay(const QStringList& programArguments) {
+    return programArguments.value(0) == QLatin1String("record") &&
+           programArguments.contains(QStringLiteral("--camera")) &&
+           !programArguments.contains(QStringLiteral("--separate-layers"));
+}
 
 RecordRequest parseRecordRequest(const QStringList& arguments) {
     RecordRequest request;
@@ -294,7 +318,15 @@ namespace {
 
 QCoro::Task<int> recordUntilStopped(RecordingCoordinator& coordinator, RecordingMode mode,
                                     RecordingConfiguration configuration,
-                                    std::optional<double> duration, FILE* out, FILE* err) {
+                                    std::optional<double> duration,
+                                    CameraOverlayWindowController* overlay, FILE* out, FILE* err) {
+    // The overlay is recorded with the screen: its first picture should be there when the
+    // first frame is taken. A camera that shows nothing within a few seconds is recorded as it
+    // comes.
+    for (int waited = 0; overlay && !overlay->hasShownFrame() && waited < 250; ++waited) {
+        QCoro::Task<void> waiting = QCoro::sleepFor(std::chrono::milliseconds(20));
+        co_await waiting;
+    }
     // The trace ends at the first written frame and lands in the startup timing log.
     coordinator.beginStartupTrace(QStringLiteral("commandLine"));
     // The command counts down itself, so that a stop signal during the count ends it at once
@@ -373,6 +405,9 @@ QCoro::Task<int> recordUntilStopped(RecordingCoordinator& coordinator, Recording
         fmt::print(err, "❌ Could not finish the recording: {}\n", error.what());
         co_return 1;
     }
+    // The overlay was part of the picture; it goes with the recording, before the paths print.
+    if (overlay)
+        overlay->closeCameraOverlay();
     const auto* completed = coordinator.recordingState().as<RecordingState::Completed>();
     if (!completed) {
         fmt::print(err, "❌ The recording did not complete\n");
@@ -449,9 +484,27 @@ int runRecord(const QStringList& arguments, FILE* out, FILE* err) {
     sigaction(SIGTERM, &stop, &oldTerm);
     sigaction(SIGUSR1, &pause, &oldUsr1);
 
-    QCoro::Task<int> recording = recordUntilStopped(
-        coordinator, *mode, makeRecordingConfiguration(request, *mode), request.duration, out, err);
+    std::unique_ptr<CameraOverlayWindowController> overlay;
+    if (request.camera && !request.separateLayers) {
+        if (!qobject_cast<QApplication*>(QCoreApplication::instance())) {
+            fmt::print(err, "❌ --camera without --separate-layers shows a window and needs a "
+                            "display\n");
+            return 2;
+        }
+        overlay = std::make_unique<CameraOverlayWindowController>();
+        overlay->setFlipped(request.mirror);
+        if (!overlay->showCameraOverlay(AVCaptureDevice{QString(), *request.camera}, overlaySize,
+                                        overlayPosition(request.cameraPosition))) {
+            fmt::print(err, "❌ --camera \"{}\" could not be shown\n", text(*request.camera));
+            return 2;
+        }
+    }
+
+    QCoro::Task<int> recording =
+        recordUntilStopped(coordinator, *mode, makeRecordingConfiguration(request, *mode),
+                           request.duration, overlay.get(), out, err);
     const int status = QCoro::waitFor(recording);
+    overlay.reset();
 
     sigaction(SIGINT, &oldInt, nullptr);
     sigaction(SIGTERM, &oldTerm, nullptr);

@@ -51,6 +51,10 @@ public:
     using std::runtime_error::runtime_error;
 };
 
+// Whether these program arguments are a `record` that shows the camera overlay window (a camera
+// in a single-file recording), which needs a GUI application object.
+bool recordShowsCameraOverlay(const QStringList& programArguments);
+
 // Throws CliUsageError.
 RecordRequest parseRecordRequest(const QStringList& arguments);
 // The recording mode for the request on this desktop; the area becomes the mode's own

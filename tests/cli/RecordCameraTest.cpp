@@ -47,13 +47,16 @@ XvfbSession::Options desktop() {
 // One `record` run with the test camera, writing into a folder of its own.
 class CameraRecording {
 public:
-    explicit CameraRecording(const QStringList& extra) {
+    explicit CameraRecording(const QStringList& extra, bool window = false) {
         std::vector<std::string> argv = {TAVELQUISTON_CLI_PATH,       "record", "--output",
                                          output.path().toStdString(), "--fps",  "30"};
         for (const QString& argument : extra)
             argv.push_back(argument.toStdString());
         ChildProcess::Options options;
         options.environment = {{"TAVELQUISTON_TEST_CAMERA", "1"}};
+        // The overlay is a real window on the test's X server, not an offscreen one.
+        if (window)
+            options.environment["QT_QPA_PLATFORM"] = "xcb";
         options.stdoutPath = (logs.path() + "/stdout.txt").toStdString();
         options.stderrPath = (logs.path() + "/stderr.txt").toStdString();
         process = ChildProcess(argv, options);
@@ -169,6 +172,49 @@ TEST(RecordCameraTest, PauseKeepsTheLayersAligned) {
     EXPECT_NEAR(layers->camera.endSeconds, layers->screen.endSeconds, 2 * cameraFrame);
     EXPECT_LT(maxGap(layers->screen.packetTimes), 0.2);
     EXPECT_LT(maxGap(layers->camera.packetTimes), 0.2);
+}
+
+// In a single-file recording the camera overlay is a window on the screen and is recorded with
+// it: the test picture's colour bars (red at the left, cyan at the right; mirrored, the other
+// way round) show at the overlay's place from the first frame, and nowhere else.
+TEST(RecordCameraTest, OverlayIsRecordedWithTheScreen) {
+    REQUIRE_XVFB(desktop());
+    XvfbSession session(desktop());
+    ASSERT_TRUE(session.isReady()) << session.error();
+
+    for (const bool mirrored : {false, true}) {
+        QStringList arguments = {"--duration",        "1",       "--camera", "Test Camera",
+                                 "--camera-position", "top-left"};
+        if (mirrored)
+            arguments << "--mirror";
+        CameraRecording recording(arguments, true);
+        ASSERT_EQ(recording.process.waitForExit(30s), 0) << recording.errors();
+        const QStringList lines = QString::fromStdString(recording.stdoutText())
+                                      .split(QLatin1Char('\n'), Qt::SkipEmptyParts);
+        ASSERT_GE(lines.size(), 2);
+        const AVFramePtr picture = decodeFirstPicture(lines[lines.size() - 2].toStdString());
+        ASSERT_TRUE(picture);
+        ASSERT_EQ(picture->format, AV_PIX_FMT_YUV420P);
+        auto chroma = [&](int x, int y) {
+            const int u = picture->data[1][(y / 2) * picture->linesize[1] + x / 2];
+            const int v = picture->data[2][(y / 2) * picture->linesize[2] + x / 2];
+            return std::pair{u, v};
+        };
+        // Votes over a column of the bar, since the pattern's moving line may cross a sample.
+        auto votes = [&](int x, auto isColour) {
+            int count = 0;
+            for (int y = 40; y < 190; y += 15)
+                count += isColour(chroma(x, y));
+            return count;
+        };
+        auto red = [](std::pair<int, int> uv) { return uv.second > 200; };
+        auto cyan = [](std::pair<int, int> uv) { return uv.first > 150 && uv.second < 60; };
+        // The overlay is 320x180 at (24, 24); each of the six bars is about 53 pixels wide.
+        const int leftBar = 24 + 26, rightBar = 24 + 320 - 26;
+        EXPECT_GE(votes(mirrored ? rightBar : leftBar, red), 7) << "mirrored " << mirrored;
+        EXPECT_GE(votes(mirrored ? leftBar : rightBar, cyan), 7) << "mirrored " << mirrored;
+        EXPECT_EQ(votes(500, red) + votes(500, cyan), 0);
+    }
 }
 
 // A camera that is not there is named in one error before anything is recorded, and the output
