@@ -21,6 +21,7 @@
 
 #include <csignal>
 #include <fstream>
+#include <map>
 #include <sstream>
 
 using namespace std::chrono_literals;
@@ -47,13 +48,15 @@ XvfbSession::Options desktop() {
 // One `record` run with the test camera, writing into a folder of its own.
 class CameraRecording {
 public:
-    explicit CameraRecording(const QStringList& extra, bool window = false) {
+    explicit CameraRecording(const QStringList& extra, bool window = false,
+                             std::map<std::string, std::string> environment = {}) {
         std::vector<std::string> argv = {TAVELQUISTON_CLI_PATH,       "record", "--output",
                                          output.path().toStdString(), "--fps",  "30"};
         for (const QString& argument : extra)
             argv.push_back(argument.toStdString());
         ChildProcess::Options options;
-        options.environment = {{"TAVELQUISTON_TEST_CAMERA", "1"}};
+        options.environment = std::move(environment);
+        options.environment["TAVELQUISTON_TEST_CAMERA"] = "1";
         // The overlay is a real window on the test's X server, not an offscreen one.
         if (window)
             options.environment["QT_QPA_PLATFORM"] = "xcb";
@@ -172,6 +175,29 @@ TEST(RecordCameraTest, PauseKeepsTheLayersAligned) {
     EXPECT_NEAR(layers->camera.endSeconds, layers->screen.endSeconds, 2 * cameraFrame);
     EXPECT_LT(maxGap(layers->screen.packetTimes), 0.2);
     EXPECT_LT(maxGap(layers->camera.packetTimes), 0.2);
+}
+
+// A camera unplugged during a separate-layers recording costs the camera layer its rest, with
+// one warning; the screen layer goes on to the end and the package is complete.
+TEST(RecordCameraTest, UnpluggedCameraLeavesTheScreenRecording) {
+    REQUIRE_XVFB(desktop());
+    XvfbSession session(desktop());
+    ASSERT_TRUE(session.isReady()) << session.error();
+    ScreenAnimation animation;
+
+    CameraRecording recording({"--duration", "3", "--camera", "Test Camera", "--separate-layers"},
+                              false, {{"TAVELQUISTON_TEST_CAMERA_UNPLUG_AFTER", "1"}});
+    ASSERT_EQ(recording.process.waitForExit(30s), 0) << recording.errors();
+    const std::string log = recording.stdoutText();
+    const size_t warning = log.find("stopped delivering frames");
+    ASSERT_NE(warning, std::string::npos);
+    EXPECT_EQ(log.find("stopped delivering frames", warning + 1), std::string::npos);
+
+    const auto layers =
+        probeLayers(MediaLayerRecordingManager::loadPackage(recording.packagePath()));
+    ASSERT_TRUE(layers.has_value());
+    EXPECT_NEAR(layers->screen.endSeconds, 3.0, cameraFrame + 0.25);
+    EXPECT_LT(layers->camera.endSeconds, 1.5);
 }
 
 // In a single-file recording the camera overlay is a window on the screen and is recorded with

@@ -54,9 +54,17 @@ bool V4L2CameraDiscovery::isTestCameraEnabled() {
 }
 
 QString V4L2CameraDiscovery::testCameraGraph(int width, int height) {
-    return QStringLiteral("testsrc2=size=%1x%2:rate=30,realtime,format=yuyv422")
+    // TAVELQUISTON_TEST_CAMERA_UNPLUG_AFTER=SECONDS ends the picture then, as a camera pulled
+    // out of its socket would, so that path is testable too.
+    bool limited = false;
+    const double seconds =
+        qEnvironmentVariable("TAVELQUISTON_TEST_CAMERA_UNPLUG_AFTER").toDouble(&limited);
+    const QString duration =
+        limited && seconds > 0 ? QStringLiteral(":duration=%1").arg(seconds) : QString();
+    return QStringLiteral("testsrc2=size=%1x%2:rate=30%3,realtime,format=yuyv422")
         .arg(width)
-        .arg(height);
+        .arg(height)
+        .arg(duration);
 }
 
 std::optional<CameraDeviceInfo> V4L2CameraDiscovery::inspectNode(const QString& path) {

@@ -36,7 +36,8 @@ public:
     static std::vector<CameraDeviceInfo> discoverCameras();
     static bool isTestCameraEnabled();
     // The lavfi graph of the test camera at a size: a moving test picture paced in real time,
-    // YUYV as a webcam delivers it.
+    // YUYV as a webcam delivers it. TAVELQUISTON_TEST_CAMERA_UNPLUG_AFTER=SECONDS makes it stop
+    // delivering then, like a camera unplugged.
     static QString testCameraGraph(int width, int height);
     // A listed camera by /dev path, unique id or name; nothing when none matches.
     static std::optional<CameraDeviceInfo> findCamera(const QString& pathOrName);
