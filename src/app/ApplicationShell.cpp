@@ -2,7 +2,10 @@
 
 #include "app/MainWindow.h"
 #include "app/MessageBoxAlertPresenter.h"
+#include "app/camera/FloatingCameraHeadController.h"
+#include "core/model/Constants.h"
 #include "core/model/RecordingError.h"
+#include "core/settings/UserDefaults.h"
 #include "core/support/ErrorReporter.h"
 #include "core/support/KeyboardShortcutHandler.h"
 #include "core/support/Log.h"
@@ -60,10 +63,23 @@ ApplicationShell::ApplicationShell(const QStringList& arguments)
 
     createTrayIcon();
     m_window->show();
+    showCameraHeadIfEnabled();
     requestScreenRecordingPermissionIfNeeded(arguments);
 }
 
+void ApplicationShell::showCameraHeadIfEnabled() {
+    // Before a recording the camera shows as a bubble above the window, when it is on.
+    UserDefaults& defaults = UserDefaults::standard();
+    if (!defaults.boolValue(Constants::UserDefaultsKey::recordCamera, false))
+        return;
+    m_cameraHead = std::make_unique<FloatingCameraHeadController>(defaults);
+    m_cameraHead->show(
+        defaults.stringValue(Constants::UserDefaultsKey::cameraDevice, QStringLiteral("default")),
+        m_window.get());
+}
+
 ApplicationShell::~ApplicationShell() {
+    m_cameraHead.reset();
     KeyboardShortcutHandler::shared().stopMonitoring();
     ErrorReporter::shared().setAlertPresenter(nullptr);
 }

@@ -1,10 +1,10 @@
 #include "app/camera/CameraOverlayWindowController.h"
 
+#include "app/camera/CameraPreviewSource.h"
 #include "app/camera/CameraPreviewWidget.h"
 #include "core/model/Constants.h"
 #include "core/recording/ErrorDescription.h"
 #include "core/support/Log.h"
-#include "platform/v4l2/V4L2CameraCaptureEngine.h"
 
 #include <QContextMenuEvent>
 #include <QGuiApplication>
@@ -99,20 +99,20 @@ QRect CameraOverlayWindowController::placement(QRect available, QSize size, Posi
 
 bool CameraOverlayWindowController::showCameraOverlay(const AVCaptureDevice& device, QSize size,
                                                       Position position) {
-    auto engine = std::make_shared<V4L2CameraCaptureEngine>();
+    std::shared_ptr<CameraPreviewSource> source;
     try {
-        engine->setupCamera(device);
+        source = CameraPreviewSource::acquire(device);
     } catch (const std::exception& error) {
         logLine("Failed to setup camera: {}", describeError(error));
         return false;
     }
-    return showCameraOverlay(std::move(engine), size, position);
+    return showCameraOverlay(std::move(source), size, position);
 }
 
-bool CameraOverlayWindowController::showCameraOverlay(
-    std::shared_ptr<V4L2CameraCaptureEngine> engine, QSize size, Position position) {
+bool CameraOverlayWindowController::showCameraOverlay(std::shared_ptr<CameraPreviewSource> source,
+                                                      QSize size, Position position) {
     closeCameraOverlay();
-    m_cameraEngine = std::move(engine);
+    m_cameraSource = std::move(source);
 
     m_window = std::make_unique<OverlayWindow>(*this);
     auto* layout = new QVBoxLayout(m_window.get());
@@ -124,29 +124,21 @@ bool CameraOverlayWindowController::showCameraOverlay(
     const QScreen* screen = QGuiApplication::primaryScreen();
     const QRect available = screen ? screen->availableGeometry() : QRect(0, 0, 1280, 720);
     m_window->setGeometry(placement(available, size, position));
-
-    // The handler runs on the camera's thread; the preview only stores the frame there.
-    CameraPreviewWidget* target = m_preview.data();
-    m_cameraEngine->setFrameHandler(
-        [target](const VideoFrame& frame) { target->offerFrame(frame); });
+    m_cameraSource->addPreview(m_preview);
     m_window->show();
     m_window->raise();
-    m_cameraEngine->startCapture();
     logLine("Camera overlay window shown");
     return true;
 }
 
 void CameraOverlayWindowController::closeCameraOverlay() {
-    if (!m_window && !m_cameraEngine)
+    if (!m_window && !m_cameraSource)
         return;
-    if (m_cameraEngine) {
-        // Stopped before the window goes: the frame handler points into the window.
-        m_cameraEngine->stopCapture();
-        m_cameraEngine->setFrameHandler({});
-        if (m_cameraEngine.use_count() == 1)
-            m_cameraEngine->cleanup();
-        m_cameraEngine.reset();
-    }
+    // The preview leaves the camera before its window goes; the camera closes with its last
+    // preview.
+    if (m_cameraSource && m_preview)
+        m_cameraSource->removePreview(m_preview);
+    m_cameraSource.reset();
     m_window.reset();
     logLine("Camera overlay window closed");
 }

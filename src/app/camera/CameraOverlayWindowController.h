@@ -8,16 +8,16 @@
 
 #include <memory>
 
+class CameraPreviewSource;
 class CameraPreviewWidget;
-class V4L2CameraCaptureEngine;
 class QWidget;
 
 // The camera overlay while recording: a frameless, always-on-top tool window titled
 // "Camera Overlayer" (the one own window the screen capture keeps), movable by dragging,
 // resizable from its corner, showing its own camera preview. Its context menu flips the
 // preview and closes the overlay.
-// The camera is opened here unless a running engine is handed in, so the overlay and another
-// preview can share one open device (V4L2 refuses a second streaming opener).
+// The camera comes through CameraPreviewSource, so the overlay and the bubble showing the same
+// device share one open device (V4L2 refuses a second streaming opener).
 // Thread: main.
 class CameraOverlayWindowController final : public QObject {
     Q_OBJECT
@@ -30,8 +30,7 @@ public:
     // Opens the device and shows the window at `position` of the primary screen. Failures are
     // logged ("Failed to setup camera: ..."); returns whether the window is shown.
     bool showCameraOverlay(const AVCaptureDevice& device, QSize size, Position position);
-    // The same with a camera someone else opened and keeps; its frame handler is taken.
-    bool showCameraOverlay(std::shared_ptr<V4L2CameraCaptureEngine> engine, QSize size,
+    bool showCameraOverlay(std::shared_ptr<CameraPreviewSource> source, QSize size,
                            Position position);
     void closeCameraOverlay();
 
@@ -49,7 +48,7 @@ signals:
     void isFlippedChanged(bool flipped);
 
 private:
-    std::shared_ptr<V4L2CameraCaptureEngine> m_cameraEngine;
+    std::shared_ptr<CameraPreviewSource> m_cameraSource;
     std::unique_ptr<QWidget> m_window;
     QPointer<CameraPreviewWidget> m_preview;
     bool m_isFlipped = false;
