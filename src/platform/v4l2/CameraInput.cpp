@@ -179,8 +179,10 @@ CameraInput::ReadResult CameraInput::read() {
         return result;
     const MediaTime time = hostTime(p.packet->pts, p.timeBase.num, p.timeBase.den);
 
+    // One damaged frame (a torn JPEG) is dropped; the next one decodes.
+    result.status = Status::dropped;
     if (avcodec_send_packet(p.decoder.get(), p.packet.get()) < 0)
-        return result; // one damaged frame (a torn JPEG) is dropped, the next one decodes
+        return result;
     if (avcodec_receive_frame(p.decoder.get(), p.decoded.get()) < 0)
         return result;
     VideoFrame frame = p.pool->makeFrame(time, p.frameDuration);

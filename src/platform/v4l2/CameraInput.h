@@ -35,7 +35,8 @@ public:
     MediaTime frameDuration() const;
     const CameraDeviceInfo& device() const { return m_device; }
 
-    enum class Status { frame, again, failed };
+    // dropped: a frame came but could not be decoded or converted (a torn Motion-JPEG frame).
+    enum class Status { frame, again, dropped, failed };
     struct ReadResult {
         Status status = Status::again;
         VideoFrame frame;  // BGRA, for Status::frame

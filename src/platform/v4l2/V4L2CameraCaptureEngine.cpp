@@ -147,6 +147,9 @@ void V4L2CameraCaptureEngine::captureLoop() {
         case CameraInput::Status::again:
             std::this_thread::sleep_for(idleWait);
             break;
+        case CameraInput::Status::dropped:
+            logLine("Camera frame dropped");
+            break;
         case CameraInput::Status::failed:
             latchFailure(result.error);
             return;
