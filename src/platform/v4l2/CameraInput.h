@@ -5,7 +5,6 @@
 #include "media/VideoFrame.h"
 #include "platform/v4l2/V4L2CameraDiscovery.h"
 
-#include <atomic>
 #include <memory>
 #include <optional>
 #include <string>
@@ -16,7 +15,7 @@
 //
 // A device is open at most once in the process: V4L2 refuses a second streaming opener, so a
 // second open here fails as busy, the same answer another program's hold gives.
-// Thread: opened on any thread; read() on the one capture thread; interrupt() from any thread.
+// Thread: opened on any thread; read() on the one capture thread.
 class CameraInput final {
 public:
     struct Options {
