@@ -262,6 +262,26 @@ TEST(RecordCameraTest, MissingCameraIsRefusedBeforeRecording) {
     }
 }
 
+// Camera options with values that cannot be used are refused with the value named.
+TEST(RecordCameraTest, BadCameraOptionsAreNamed) {
+    for (const auto& [arguments, named] : std::vector<std::pair<QStringList, std::string>>{
+             {{"--camera-size", "12x7"}, "\"12x7\""},
+             {{"--camera-size", "wide"}, "\"wide\""},
+             {{"--camera-position", "middle"}, "\"middle\""},
+             {{"--camera"}, "--camera needs a value"}}) {
+        try {
+            parseRecordRequest(arguments);
+            ADD_FAILURE() << arguments.join(' ').toStdString() << " was taken";
+        } catch (const CliUsageError& error) {
+            EXPECT_NE(std::string(error.what()).find(named), std::string::npos) << error.what();
+        }
+    }
+    const RecordRequest request = parseRecordRequest(
+        {"--camera", "/dev/video0", "--camera-size", "1920x1080", "--separate-layers"});
+    EXPECT_EQ(request.cameraSize, (VideoDimensions{1920, 1080}));
+    EXPECT_TRUE(request.separateLayers);
+}
+
 // The test camera is listed beside real ones only when asked for.
 TEST(RecordCameraTest, ListShowsTheTestCameraWhenAsked) {
     auto listed = [] {

@@ -219,3 +219,18 @@ TEST_F(V4L2CameraCaptureEngineTest, CameraLayerStartsAtTheScreensFirstFrame) {
             EXPECT_GT(writer.times[i], writer.times[i - 1]);
     }
 }
+
+// A size asked for is the size the camera delivers and the layer is made at.
+TEST_F(V4L2CameraCaptureEngineTest, AskedSizeIsDelivered) {
+    V4L2CameraCaptureEngine engine(CameraInput::Options{VideoDimensions{640, 360}});
+    engine.setupCamera(testCamera);
+    EXPECT_EQ(engine.activeVideoDimensions(), (VideoDimensions{640, 360}));
+    FrameLog frames;
+    engine.setFrameHandler([&](const VideoFrame& frame) { frames.add(frame); });
+    engine.startCapture();
+    ASSERT_TRUE(waitUntil([&] { return frames.count() >= 1; }, 5s));
+    engine.stopCapture();
+    std::lock_guard lock(frames.m_mutex);
+    EXPECT_EQ(frames.last.width(), 640);
+    EXPECT_EQ(frames.last.height(), 360);
+}
