@@ -53,8 +53,7 @@ void V4L2CameraCaptureEngine::configureSeparateWriter(MediaWriterEngine* writer)
     }
     m_cameraFrameCount.store(0);
     m_cameraWriterFailedLogged.store(false);
-    m_hasAppended = false;
-    m_waitingFrame = VideoFrame();
+    m_openingPending.store(true);
     m_isSeparateLayerRecording.store(true);
     logLine("📹 Camera configured for separate layer recording");
 }
@@ -194,6 +193,12 @@ void V4L2CameraCaptureEngine::appendOpeningFrame(MediaWriterEngine& writer, cons
 }
 
 bool V4L2CameraCaptureEngine::appendToSeparateWriter(const VideoFrame& frame) {
+    // A prewarmed camera is already running when its writer arrives: the capture thread forgets
+    // what it held for the previous writer itself.
+    if (m_openingPending.exchange(false)) {
+        m_waitingFrame = VideoFrame();
+        m_hasAppended = false;
+    }
     MediaWriterEngine* writer = m_cameraWriter.load();
     if (!writer) {
         if (m_cameraFrameCount.load() == 0)

@@ -79,10 +79,12 @@ private:
     std::atomic<bool> m_isSeparateLayerRecording{false};
     std::atomic<int> m_cameraFrameCount{0};
     std::atomic<bool> m_cameraWriterFailedLogged{false};
-    // Capture thread only (reset before capture starts): the newest frame that came before the
-    // screen's first, and whether the layer has its first frame.
+    // Capture thread only: the newest frame that came before the screen's first, and whether the
+    // layer has its first frame. A new writer sets m_openingPending and the capture thread resets
+    // both.
     VideoFrame m_waitingFrame;
     bool m_hasAppended = false;
+    std::atomic<bool> m_openingPending{false};
 
     // Guards only sessionStarted and the synced start time, so that two callers can never start
     // the camera's session twice; the writer call itself runs outside it.
