@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # Records a short scripted scene on a private X server, for machines without a display:
 # Xvfb with openbox, a few windows, a pointer that moves and clicks through XTEST, and about
-# five seconds recorded by tavelquiston-cli. Prints the movie, its metadata and a summary.
+# five seconds recorded by tavelquiston-cli. Prints the movie, its metadata and a summary; then
+# records the test camera as a separate layer and prints the package folder.
 # Usage: scripts/demo.sh [OUTPUT-DIR]   (default: a new folder under /tmp)
 set -euo pipefail
 cd "$(dirname "$0")/.."
@@ -75,3 +76,15 @@ clicks=$(sed -n '/"cursorClicks"/,/\]/p' "$metadata" | grep -c '"timestamp"' || 
 echo "movie:    $movie"
 echo "metadata: $metadata"
 printf 'summary:  %.2f s, %d frames, %d clicks recorded\n' "$duration" "$frames" "$clicks"
+
+# The same desktop with the test camera recorded as a layer of its own: a package folder.
+TAVELQUISTON_TEST_CAMERA=1 "$cli" record --duration 3 --fps 30 --camera "Test Camera" \
+  --separate-layers --output "$out" >"$out/layers.log" 2>"$out/layers.err" || {
+  echo "❌ The camera layer recording failed:" >&2
+  cat "$out/layers.err" >&2
+  exit 1
+}
+package=$(tail -n 2 "$out/layers.log" | head -n 1)
+camera_frames=$(ffprobe -v error -select_streams v -count_packets -show_entries stream=nb_read_packets -of default=nw=1:nk=1 "$package/.camera.mov")
+echo "package:  $package"
+printf 'layers:   %s, camera %d frames\n' "$(cd "$package" && ls -A | tr '\n' ' ')" "$camera_frames"

@@ -3,6 +3,8 @@
 #include "app/MainWindow.h"
 #include "app/MessageBoxAlertPresenter.h"
 #include "app/StartupRecovery.h"
+#include "app/camera/FloatingCameraHeadController.h"
+#include "core/model/Constants.h"
 #include "core/model/RecordingError.h"
 #include "core/settings/RecordingConfigurationBuilder.h"
 #include "core/settings/UserDefaults.h"
@@ -63,6 +65,7 @@ ApplicationShell::ApplicationShell(const QStringList& arguments)
 
     createTrayIcon();
     m_window->show();
+    showCameraHeadIfEnabled();
     requestScreenRecordingPermissionIfNeeded(arguments);
     // What a killed or crashed run left in the output folder is saved before anything else.
     QCoro::connect(
@@ -71,7 +74,19 @@ ApplicationShell::ApplicationShell(const QStringList& arguments)
         this, [](const QStringList&) {});
 }
 
+void ApplicationShell::showCameraHeadIfEnabled() {
+    // Before a recording the camera shows as a bubble above the window, when it is on.
+    UserDefaults& defaults = UserDefaults::standard();
+    if (!defaults.boolValue(Constants::UserDefaultsKey::recordCamera, false))
+        return;
+    m_cameraHead = std::make_unique<FloatingCameraHeadController>(defaults);
+    m_cameraHead->show(
+        defaults.stringValue(Constants::UserDefaultsKey::cameraDevice, QStringLiteral("default")),
+        m_window.get());
+}
+
 ApplicationShell::~ApplicationShell() {
+    m_cameraHead.reset();
     KeyboardShortcutHandler::shared().stopMonitoring();
     ErrorReporter::shared().setAlertPresenter(nullptr);
 }

@@ -4,6 +4,7 @@
 
 #include <memory>
 
+class FloatingCameraHeadController;
 class MainWindow;
 class QSystemTrayIcon;
 
@@ -17,6 +18,8 @@ public:
 
     MainWindow* mainWindow() const { return m_window.get(); }
     bool hasTrayIcon() const { return m_tray != nullptr; }
+    // The camera bubble; null unless the camera is switched on ("recordCamera").
+    FloatingCameraHeadController* cameraHead() const { return m_cameraHead.get(); }
 
     // Whether this process can show windows at all: an X11 or Wayland display, or Qt's
     // offscreen platform. Checked before the application object exists.
@@ -25,7 +28,9 @@ public:
 private:
     void requestScreenRecordingPermissionIfNeeded(const QStringList& arguments);
     void createTrayIcon();
+    void showCameraHeadIfEnabled();
 
     std::unique_ptr<MainWindow> m_window;
     QSystemTrayIcon* m_tray = nullptr; // child of this
+    std::unique_ptr<FloatingCameraHeadController> m_cameraHead;
 };

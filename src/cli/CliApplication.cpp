@@ -1,7 +1,9 @@
 #include "cli/CliCommand.h"
+#include "cli/RecordCommand.h"
 
 #include "core/support/ErrorReporter.h"
 
+#include <QApplication>
 #include <QCoreApplication>
 
 #include <fmt/format.h>
@@ -17,7 +19,15 @@ void printUsage(FILE* out) {
 } // namespace
 
 int runCli(int argc, char** argv) {
-    QCoreApplication app(argc, argv);
+    // Windows need a GUI application; every other command stays free of any display.
+    QStringList given;
+    for (int i = 1; i < argc; ++i)
+        given.append(QString::fromLocal8Bit(argv[i]));
+    std::unique_ptr<QCoreApplication> app;
+    if (recordShowsCameraOverlay(given))
+        app = std::make_unique<QApplication>(argc, argv);
+    else
+        app = std::make_unique<QCoreApplication>(argc, argv);
     QCoreApplication::setOrganizationName(QStringLiteral("tavelquiston"));
     QCoreApplication::setApplicationName(QStringLiteral("tavelquiston"));
     QCoreApplication::setApplicationVersion(QStringLiteral(TAVELQUISTON_VERSION));

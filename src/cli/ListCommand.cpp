@@ -2,6 +2,7 @@
 
 #include "core/recording/engines/RecordingEngineFactory.h"
 #include "platform/RecordingEngineLoader.h"
+#include "platform/v4l2/V4L2CameraDiscovery.h"
 #include "platform/x11/X11Coordinates.h"
 
 #include <fmt/format.h>
@@ -10,7 +11,7 @@
 
 namespace {
 
-constexpr std::string_view usage = "list displays|windows|applications";
+constexpr std::string_view usage = "list displays|windows|applications|cameras";
 
 // The root's height is the top of the highest display: global points count up from its
 // bottom edge.
@@ -53,8 +54,22 @@ bool printContent(const QString& kind, const SCShareableContent& content, FILE* 
     return false;
 }
 
+void printCameras(FILE* out) {
+    for (const CameraDeviceInfo& camera : V4L2CameraDiscovery::discoverCameras()) {
+        // The test camera's "path" is its graph; `record --camera` takes its name.
+        const QString where = camera.isTestCamera ? QStringLiteral("lavfi") : camera.path;
+        fmt::print(out, "{}\t{}\t{}\n", where.toStdString(), camera.name.toStdString(),
+                   camera.formats.join(QStringLiteral(", ")).toStdString());
+    }
+}
+
 int runList(const QStringList& arguments, FILE* out, FILE* err) {
     const QString kind = arguments.value(0);
+    if (arguments.size() == 1 && kind == QLatin1String("cameras")) {
+        // Cameras need no X server.
+        printCameras(out);
+        return 0;
+    }
     if (arguments.size() != 1 ||
         !(kind == QLatin1String("displays") || kind == QLatin1String("windows") ||
           kind == QLatin1String("applications"))) {
@@ -76,6 +91,6 @@ int runList(const QStringList& arguments, FILE* out, FILE* err) {
 
 CliCommand listCommand() {
     return CliCommand{
-        "list", usage, "list the displays, windows or applications to record",
+        "list", usage, "list the displays, windows, applications or cameras to record",
         [](const QStringList& arguments) { return runList(arguments, stdout, stderr); }};
 }

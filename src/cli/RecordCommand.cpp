@@ -1,5 +1,7 @@
 #include "cli/RecordCommand.h"
 
+#include "app/camera/CameraOverlayWindowController.h"
+#include "cli/RecordCamera.h"
 #include "core/metadata/MetadataLocation.h"
 #include "core/model/RecordingError.h"
 #include "core/recording/RecordingCoordinator.h"
@@ -9,6 +11,7 @@
 #include "platform/RecordingEngineLoader.h"
 #include "platform/desktop/DBusSystemEventMonitor.h"
 
+#include <QApplication>
 #include <QDir>
 #include <QFileInfo>
 #include <QRect>
@@ -26,7 +29,9 @@ constexpr std::string_view usage =
     "record [--mode screen|area|window|windows|application] [--display ID] [--area X,Y,W,H] "
     "[--window ID]... [--app BUNDLE-ID]... [--fps N] [--resolution low|normal|high] "
     "[--quality low|medium|high] [--codec h264|h265] [--format mov|mp4] [--show-cursor] "
-    "[--background COLOR] [--countdown SECONDS] [--duration SECONDS] [--output DIR]";
+    "[--background COLOR] [--countdown SECONDS] [--duration SECONDS] [--output DIR] "
+    "[--camera DEVICE] [--camera-size WxH] [--mirror] [--separate-layers] "
+    "[--camera-position top-left|top-right|bottom-left|bottom-right|center]";
 
 // Signals only set these; the recording loop looks at them between waits.
 volatile std::sig_atomic_t stopSignals = 0;
@@ -90,7 +95,42 @@ QRect parseArea(const QString& value) {
     return QRect(numbers[0], numbers[1], numbers[2], numbers[3]);
 }
 
+VideoDimensions parseSize(const QString& option, const QString& value) {
+    const QStringList parts = value.split(QLatin1Char('x'));
+    bool okWidth = false, okHeight = false;
+    const int width = parts.size() == 2 ? parts[0].toInt(&okWidth) : 0;
+    const int height = parts.size() == 2 ? parts[1].toInt(&okHeight) : 0;
+    if (!okWidth || !okHeight || width < 16 || height < 16 || width > 8192 || height > 8192 ||
+        width % 2 || height % 2)
+        throw CliUsageError(
+            fmt::format("{} needs WIDTHxHEIGHT in even pixels from 16 to 8192, not \"{}\"",
+                        text(option), text(value)));
+    return VideoDimensions{width, height};
+}
+
+CameraOverlayWindowController::Position overlayPosition(const QString& name) {
+    using Position = CameraOverlayWindowController::Position;
+    if (name == QLatin1String("top-left"))
+        return Position::topLeft;
+    if (name == QLatin1String("top-right"))
+        return Position::topRight;
+    if (name == QLatin1String("bottom-left"))
+        return Position::bottomLeft;
+    if (name == QLatin1String("center"))
+        return Position::center;
+    return Position::bottomRight;
+}
+
+// The overlay's size on screen: a 16:9 picture-in-picture a sixth of a 1920-wide screen.
+constexpr QSize overlaySize(320, 180);
+
 } // namespace
+
+bool recordShowsCameraOverlay(const QStringList& programArguments) {
+    return programArguments.value(0) == QLatin1String("record") &&
+           programArguments.contains(QStringLiteral("--camera")) &&
+           !programArguments.contains(QStringLiteral("--separate-layers"));
+}
 
 RecordRequest parseRecordRequest(const QStringList& arguments) {
     RecordRequest request;
@@ -156,6 +196,22 @@ RecordRequest parseRecordRequest(const QStringList& arguments) {
             request.duration = seconds;
         } else if (option == QLatin1String("--output")) {
             request.outputDirectory = value();
+        } else if (option == QLatin1String("--camera")) {
+            request.camera = value();
+        } else if (option == QLatin1String("--camera-size")) {
+            request.cameraSize = parseSize(option, value());
+        } else if (option == QLatin1String("--mirror")) {
+            request.mirror = true;
+        } else if (option == QLatin1String("--separate-layers")) {
+            request.separateLayers = true;
+        } else if (option == QLatin1String("--camera-position")) {
+            request.cameraPosition = value();
+            parseChoice<int>(option, request.cameraPosition,
+                             {{"top-left", 0},
+                              {"top-right", 0},
+                              {"bottom-left", 0},
+                              {"bottom-right", 0},
+                              {"center", 0}});
         } else {
             throw CliUsageError(fmt::format("Unexpected argument \"{}\"", text(option)));
         }
@@ -247,6 +303,17 @@ RecordingConfiguration makeRecordingConfiguration(const RecordRequest& request,
     configuration.recordMicrophone = false;
     // A command run by a script keeps the machine awake by other means when it needs to.
     configuration.preventSleep = false;
+    if (request.separateLayers) {
+        StudioRecordingConfiguration studio;
+        studio.enableSeparateLayers = true;
+        configuration.studioConfig = studio;
+        // Only the layer package records the camera itself; a single file gets it through the
+        // overlay window the screen capture sees.
+        if (request.camera) {
+            configuration.recordCamera = true;
+            configuration.cameraDevice = request.camera;
+        }
+    }
     return configuration;
 }
 
@@ -254,7 +321,15 @@ namespace {
 
 QCoro::Task<int> recordUntilStopped(RecordingCoordinator& coordinator, RecordingMode mode,
                                     RecordingConfiguration configuration,
-                                    std::optional<double> duration, FILE* out, FILE* err) {
+                                    std::optional<double> duration,
+                                    CameraOverlayWindowController* overlay, FILE* out, FILE* err) {
+    // The overlay is recorded with the screen: its first picture should be there when the
+    // first frame is taken. A camera that shows nothing within a few seconds is recorded as it
+    // comes.
+    for (int waited = 0; overlay && !overlay->hasShownFrame() && waited < 250; ++waited) {
+        QCoro::Task<void> waiting = QCoro::sleepFor(std::chrono::milliseconds(20));
+        co_await waiting;
+    }
     // The trace ends at the first written frame and lands in the startup timing log.
     coordinator.beginStartupTrace(QStringLiteral("commandLine"));
     // The command counts down itself, so that a stop signal during the count ends it at once
@@ -339,6 +414,9 @@ QCoro::Task<int> recordUntilStopped(RecordingCoordinator& coordinator, Recording
         fmt::print(err, "❌ Could not finish the recording: {}\n", error.what());
         co_return 1;
     }
+    // The overlay was part of the picture; it goes with the recording, before the paths print.
+    if (overlay)
+        overlay->closeCameraOverlay();
     const auto* completed = coordinator.recordingState().as<RecordingState::Completed>();
     if (!completed) {
         fmt::print(err, "❌ The recording did not complete\n");
@@ -346,7 +424,10 @@ QCoro::Task<int> recordUntilStopped(RecordingCoordinator& coordinator, Recording
     }
     const QFileInfo movie(completed->fileURL);
     fmt::print(out, "{}\n", text(movie.absoluteFilePath()));
-    const QString metadata = metadataLocations(movie.absoluteFilePath()).hiddenSibling;
+    // A layer package keeps its metadata inside; a movie has it beside.
+    const QString metadata = movie.isDir()
+                                 ? packageMetadataPath(movie.absoluteFilePath())
+                                 : metadataLocations(movie.absoluteFilePath()).hiddenSibling;
     if (QFileInfo::exists(metadata))
         fmt::print(out, "{}\n", text(metadata));
     std::fflush(out);
@@ -376,6 +457,7 @@ int runRecord(const QStringList& arguments, FILE* out, FILE* err) {
         QDBusConnection::sessionBus(), QDBusConnection::systemBus()));
     RecordingEngineLoaderOptions loaderOptions;
     loaderOptions.hiddenApps = hidden ? hidden->toUtf8() : QByteArray();
+    loaderOptions.camera = CameraInput::Options{request.cameraSize};
     const std::unique_ptr<RecordingEngineFactory> factory =
         makeRecordingEngineFactory(loaderOptions);
     SCShareableContent content;
@@ -394,6 +476,16 @@ int runRecord(const QStringList& arguments, FILE* out, FILE* err) {
         return 2;
     }
 
+    if (request.camera) {
+        try {
+            // The coordinator finds cameras by name; a /dev path becomes the listed name.
+            request.camera = checkRecordCamera(*request.camera, *factory).name;
+        } catch (const CliUsageError& error) {
+            fmt::print(err, "❌ {}\n", error.what());
+            return 2;
+        }
+    }
+
     RecordingServices services;
     services.engines = factory.get();
     RecordingCoordinator coordinator(services);
@@ -407,9 +499,27 @@ int runRecord(const QStringList& arguments, FILE* out, FILE* err) {
     sigaction(SIGTERM, &stop, &oldTerm);
     sigaction(SIGUSR1, &pause, &oldUsr1);
 
-    QCoro::Task<int> recording = recordUntilStopped(
-        coordinator, *mode, makeRecordingConfiguration(request, *mode), request.duration, out, err);
+    std::unique_ptr<CameraOverlayWindowController> overlay;
+    if (request.camera && !request.separateLayers) {
+        if (!qobject_cast<QApplication*>(QCoreApplication::instance())) {
+            fmt::print(err, "❌ --camera without --separate-layers shows a window and needs a "
+                            "display\n");
+            return 2;
+        }
+        overlay = std::make_unique<CameraOverlayWindowController>();
+        overlay->setFlipped(request.mirror);
+        if (!overlay->showCameraOverlay(AVCaptureDevice{QString(), *request.camera}, overlaySize,
+                                        overlayPosition(request.cameraPosition))) {
+            fmt::print(err, "❌ --camera \"{}\" could not be shown\n", text(*request.camera));
+            return 2;
+        }
+    }
+
+    QCoro::Task<int> recording =
+        recordUntilStopped(coordinator, *mode, makeRecordingConfiguration(request, *mode),
+                           request.duration, overlay.get(), out, err);
     const int status = QCoro::waitFor(recording);
+    overlay.reset();
 
     sigaction(SIGINT, &oldInt, nullptr);
     sigaction(SIGTERM, &oldTerm, nullptr);

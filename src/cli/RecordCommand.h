@@ -3,6 +3,7 @@
 #include "cli/CliCommand.h"
 #include "core/model/RecordingConfiguration.h"
 #include "core/model/SCShareableContent.h"
+#include "core/recording/engines/CameraCaptureEngine.h"
 
 #include <QRect>
 
@@ -12,7 +13,8 @@
 
 // `record`: records the screen, an area, windows or applications through the recording
 // coordinator until --duration seconds of recording have passed or SIGINT/SIGTERM arrives;
-// SIGUSR1 toggles pause. Prints the movie's path, then its metadata's. SIGINT/SIGTERM before
+// SIGUSR1 toggles pause. Prints the movie's path (with --separate-layers the package folder's),
+// then its metadata's. SIGINT/SIGTERM before
 // the recording started (while preparing or counting down) cancel it: exit status 1, no file.
 CliCommand recordCommand();
 
@@ -34,6 +36,13 @@ struct RecordRequest {
     int countdown = 0;
     std::optional<double> duration;
     QString outputDirectory;
+    // A /dev path or a name from `list cameras`.
+    std::optional<QString> camera;
+    std::optional<VideoDimensions> cameraSize;
+    bool mirror = false;
+    // The screen and the camera as files of their own in a package folder.
+    bool separateLayers = false;
+    QString cameraPosition = QStringLiteral("bottom-right");
 };
 
 // A value on the command line that cannot be used; its message names the option and value.
@@ -41,6 +50,10 @@ class CliUsageError : public std::runtime_error {
 public:
     using std::runtime_error::runtime_error;
 };
+
+// Whether these program arguments are a `record` that shows the camera overlay window (a camera
+// in a single-file recording), which needs a GUI application object.
+bool recordShowsCameraOverlay(const QStringList& programArguments);
 
 // Throws CliUsageError.
 RecordRequest parseRecordRequest(const QStringList& arguments);

@@ -7,10 +7,12 @@
 #include "media/MediaWriterAdapter.h"
 #include "media/VideoFrame.h"
 #include "media/encoding/MediaEncoderProbe.h"
+#include "media/layers/MediaLayerRecordingManager.h"
 #include "platform/null/NullAudioCaptureEngine.h"
-#include "platform/null/NullCameraCaptureEngine.h"
 #include "platform/null/NullCursorOverlayController.h"
 #include "platform/null/PassThroughZoomRenderer.h"
+#include "platform/v4l2/V4L2CameraCaptureEngine.h"
+#include "platform/v4l2/V4L2CameraDiscovery.h"
 
 DesktopRecordingEngineFactory::DesktopRecordingEngineFactory()
     : m_probe(std::make_unique<MediaEncoderProbe>()) {}
@@ -23,8 +25,21 @@ std::unique_ptr<AudioCaptureEngine> DesktopRecordingEngineFactory::makeAudioCapt
 }
 
 std::unique_ptr<CameraCaptureEngine> DesktopRecordingEngineFactory::makeCameraCaptureEngine() {
-    return std::make_unique<NullCameraCaptureEngine>(
-        QStringLiteral("Camera capture is not available: no camera backend is loaded"));
+    return std::make_unique<V4L2CameraCaptureEngine>(m_cameraOptions);
+}
+
+std::vector<AVCaptureDevice> DesktopRecordingEngineFactory::cameras() {
+    std::vector<AVCaptureDevice> devices;
+    for (const CameraDeviceInfo& camera : V4L2CameraDiscovery::discoverCameras())
+        devices.push_back(camera.captureDevice());
+    return devices;
+}
+
+std::optional<AVCaptureDevice> DesktopRecordingEngineFactory::defaultCamera() {
+    const std::vector<AVCaptureDevice> all = cameras();
+    if (all.empty())
+        return std::nullopt;
+    return all.front();
 }
 
 std::unique_ptr<MediaWriterEngine> DesktopRecordingEngineFactory::makeMediaWriter() {
@@ -32,8 +47,8 @@ std::unique_ptr<MediaWriterEngine> DesktopRecordingEngineFactory::makeMediaWrite
 }
 
 std::unique_ptr<LayerRecordingManager> DesktopRecordingEngineFactory::makeLayerRecordingManager() {
-    throw RecordingError::invalidConfiguration(
-        QStringLiteral("Separate layer recording is not available: no layer recorder is loaded"));
+    return std::make_unique<MediaLayerRecordingManager>(
+        [] { return std::make_unique<MediaWriterAdapter>(); });
 }
 
 std::unique_ptr<AudioOnlyRecorder>

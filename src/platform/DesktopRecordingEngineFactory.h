@@ -1,6 +1,7 @@
 #pragma once
 
 #include "core/recording/engines/RecordingEngineFactory.h"
+#include "platform/v4l2/CameraInput.h"
 
 #include <QByteArray>
 
@@ -29,8 +30,10 @@ public:
 
     std::vector<AVCaptureDevice> microphones() override { return {}; }
     std::optional<AVCaptureDevice> defaultMicrophone() override { return std::nullopt; }
-    std::vector<AVCaptureDevice> cameras() override { return {}; }
-    std::optional<AVCaptureDevice> defaultCamera() override { return std::nullopt; }
+    std::vector<AVCaptureDevice> cameras() override;
+    std::optional<AVCaptureDevice> defaultCamera() override;
+    // The size and rate cameras are opened at from now on.
+    void setCameraOptions(CameraInput::Options options) { m_cameraOptions = options; }
     bool requestMicrophoneAccess() override { return false; }
 
     bool isAlphaChannelSupported() override { return false; }
@@ -39,4 +42,5 @@ public:
 
 private:
     std::unique_ptr<EncoderProbe> m_probe;
+    CameraInput::Options m_cameraOptions;
 };

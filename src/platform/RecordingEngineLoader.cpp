@@ -27,15 +27,15 @@ std::optional<CaptureBackend> chooseCaptureBackend(const QProcessEnvironment& en
 std::unique_ptr<RecordingEngineFactory>
 makeRecordingEngineFactory(const RecordingEngineLoaderOptions& options) {
     const auto backend = chooseCaptureBackend(options.environment, options.backend);
+    std::unique_ptr<DesktopRecordingEngineFactory> factory;
     if (!backend)
-        return std::make_unique<NullRecordingEngineFactory>(
+        factory = std::make_unique<NullRecordingEngineFactory>(
             QStringLiteral("No display to record: DISPLAY is not set"));
-    switch (*backend) {
-    case CaptureBackend::x11:
-        return std::make_unique<X11RecordingEngineFactory>(options.hiddenApps);
-    case CaptureBackend::wayland:
-        break;
-    }
-    return std::make_unique<NullRecordingEngineFactory>(
-        QStringLiteral("Wayland screen capture is not available in this build"));
+    else if (*backend == CaptureBackend::x11)
+        factory = std::make_unique<X11RecordingEngineFactory>(options.hiddenApps);
+    else
+        factory = std::make_unique<NullRecordingEngineFactory>(
+            QStringLiteral("Wayland screen capture is not available in this build"));
+    factory->setCameraOptions(options.camera);
+    return factory;
 }

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "platform/v4l2/CameraInput.h"
+
 #include <QByteArray>
 #include <QProcessEnvironment>
 #include <QString>
@@ -23,6 +25,7 @@ std::optional<CaptureBackend> chooseCaptureBackend(const QProcessEnvironment& en
 struct RecordingEngineLoaderOptions {
     QByteArray hiddenApps;                 // the persisted "hiddenApps" list
     std::optional<CaptureBackend> backend; // from the command line or a setting
+    CameraInput::Options camera;           // the size and rate cameras are opened at
     QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
 };
 
