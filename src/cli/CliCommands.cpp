@@ -2,6 +2,7 @@
 
 #include "cli/AnalyzeCommand.h"
 #include "cli/ComposeCommand.h"
+#include "cli/ExportCommand.h"
 #include "cli/ListCommand.h"
 #include "cli/RecordCommand.h"
 
@@ -10,6 +11,8 @@ const std::vector<CliCommand>& cliCommands() {
     static const std::vector<CliCommand> commands = {
         analyzeCommand(),
         composeCommand(),
+        exportCommand(),
+        waveformCommand(),
         recordCommand(),
         listCommand(),
     };

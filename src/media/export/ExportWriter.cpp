@@ -1,0 +1,180 @@
+#include "media/export/ExportWriter.h"
+
+#include "media/FFmpegHandles.h"
+#include "media/encoding/AudioTrackEncoder.h"
+#include "media/encoding/VideoTrackEncoder.h"
+
+#include <pthread.h>
+
+#include <algorithm>
+
+std::unique_ptr<ExportWriter> ExportWriter::create(const std::filesystem::path& path,
+                                                   const ExportEncoding& encoding,
+                                                   std::string& error) {
+    // The encoders report settings and statistics at the info level for every file.
+    av_log_set_level(std::min(av_log_get_level(), AV_LOG_ERROR));
+    std::unique_ptr<ExportWriter> writer(new ExportWriter());
+    writer->m_path = path;
+    const bool proRes = encoding.video.codec == VideoCodecSettings::Codec::proRes4444 ||
+                        encoding.video.codec == VideoCodecSettings::Codec::proRes4444XQ;
+    const char* muxerName =
+        encoding.fileType == ExportEncoding::FileType::mp4 && !proRes ? "mp4" : "mov";
+    if (int result =
+            avformat_alloc_output_context2(&writer->m_muxer, nullptr, muxerName, path.c_str());
+        result < 0) {
+        error = ffmpegErrorText(result);
+        return nullptr;
+    }
+    std::string encoderError;
+    writer->m_video =
+        VideoTrackEncoder::create(encoding.video, encoding.tuning, true, encoderError);
+    if (!writer->m_video) {
+        error = "no video encoder: " + encoderError;
+        return nullptr;
+    }
+    if (encoding.audio) {
+        writer->m_audio = AudioTrackEncoder::create(*encoding.audio, true, encoderError);
+        if (!writer->m_audio) {
+            error = "no audio encoder: " + encoderError;
+            return nullptr;
+        }
+    }
+    AVFormatContext* muxer = writer->m_muxer;
+    auto addStream = [muxer](const AVCodecContext* context) -> int {
+        AVStream* stream = avformat_new_stream(muxer, nullptr);
+        if (!stream || avcodec_parameters_from_context(stream->codecpar, context) < 0)
+            return -1;
+        stream->time_base = context->time_base;
+        if (context->codec_type == AVMEDIA_TYPE_VIDEO)
+            stream->avg_frame_rate = context->framerate;
+        return stream->index;
+    };
+    writer->m_videoStream = addStream(writer->m_video->context());
+    if (writer->m_audio)
+        writer->m_audioStream = addStream(writer->m_audio->context());
+    if (writer->m_videoStream < 0 || (writer->m_audio && writer->m_audioStream < 0)) {
+        error = "cannot add the tracks";
+        return nullptr;
+    }
+    if (int result = avio_open(&muxer->pb, path.c_str(), AVIO_FLAG_WRITE); result < 0) {
+        error = path.string() + ": " + ffmpegErrorText(result);
+        return nullptr;
+    }
+    writer->m_fileCreated = true;
+    AVDictionary* options = nullptr;
+    if (encoding.shouldOptimizeForNetworkUse)
+        av_dict_set(&options, "movflags", "+faststart", 0);
+    const int result = avformat_write_header(muxer, &options);
+    av_dict_free(&options);
+    if (result < 0) {
+        error = path.string() + ": " + ffmpegErrorText(result);
+        writer->cancel();
+        return nullptr;
+    }
+    writer->m_worker = std::thread([w = writer.get()] { w->run(); });
+    return writer;
+}
+
+ExportWriter::~ExportWriter() {
+    if (!m_stopped)
+        cancel();
+    if (m_muxer)
+        AVOutputFormatContextPtr release(m_muxer);
+}
+
+std::string ExportWriter::videoEncoderName() const {
+    return m_video ? m_video->encoderName() : std::string();
+}
+
+bool ExportWriter::appendVideo(VideoFrame frame, int64_t pts) {
+    if (m_failed || frame.isNull())
+        return false;
+    return m_queue.push(Job{std::move(frame), {}, pts, 0});
+}
+
+bool ExportWriter::appendAudio(AudioBuffer buffer, double startSeconds) {
+    if (m_failed || !m_audio || buffer.isNull())
+        return !m_failed;
+    return m_queue.push(Job{{}, std::move(buffer), 0, startSeconds});
+}
+
+void ExportWriter::run() {
+    pthread_setname_np(pthread_self(), "ExportWriter");
+    while (std::optional<Job> job = m_queue.pop()) {
+        if (m_failed)
+            continue;
+        int result = 0;
+        if (!job->video.isNull()) {
+            result = m_video->encode(job->video, job->pts,
+                                     [this](AVPacket* packet) { return write(packet, true); });
+            m_encodedVideoFrames++;
+        } else {
+            result = m_audio->encode(job->audio, job->audioStart,
+                                     [this](AVPacket* packet) { return write(packet, false); });
+        }
+        if (result < 0)
+            fail(ffmpegErrorText(result));
+    }
+}
+
+int ExportWriter::write(AVPacket* packet, bool video) {
+    const AVCodecContext* context = video ? m_video->context() : m_audio->context();
+    AVStream* stream = m_muxer->streams[video ? m_videoStream : m_audioStream];
+    av_packet_rescale_ts(packet, context->time_base, stream->time_base);
+    packet->stream_index = stream->index;
+    return av_interleaved_write_frame(m_muxer, packet);
+}
+
+void ExportWriter::fail(const std::string& text) {
+    {
+        std::lock_guard lock(m_errorMutex);
+        if (!m_error)
+            m_error = text;
+    }
+    m_failed = true;
+}
+
+std::optional<std::string> ExportWriter::error() const {
+    std::lock_guard lock(m_errorMutex);
+    return m_error;
+}
+
+void ExportWriter::stopWorker() {
+    m_queue.close();
+    if (m_worker.joinable())
+        m_worker.join();
+}
+
+bool ExportWriter::finish() {
+    stopWorker();
+    m_stopped = true;
+    if (!m_failed) {
+        int result = m_video->flush([this](AVPacket* packet) { return write(packet, true); });
+        if (result >= 0 && m_audio)
+            result = m_audio->flush([this](AVPacket* packet) { return write(packet, false); });
+        if (result >= 0)
+            result = av_write_trailer(m_muxer);
+        if (result < 0)
+            fail(ffmpegErrorText(result));
+    }
+    if (m_muxer->pb) {
+        if (int result = avio_closep(&m_muxer->pb); result < 0)
+            fail(ffmpegErrorText(result));
+    }
+    if (m_failed) {
+        std::error_code ignored;
+        std::filesystem::remove(m_path, ignored);
+    }
+    return !m_failed;
+}
+
+void ExportWriter::cancel() {
+    m_failed = true;
+    stopWorker();
+    m_stopped = true;
+    if (m_muxer && m_muxer->pb)
+        avio_closep(&m_muxer->pb);
+    std::error_code ignored;
+    if (m_fileCreated)
+        std::filesystem::remove(m_path, ignored);
+}

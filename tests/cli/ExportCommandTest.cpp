@@ -1,0 +1,212 @@
+#include "cli/ExportCommand.h"
+
+#include "media/export/VideoTrackReader.h"
+
+#include "CommandOutcome.h"
+#include "SyntheticRecording.h"
+#include "media/MovieProbe.h"
+#include "support/ChildProcess.h"
+
+#include <QDir>
+#include <QFile>
+#include <QTemporaryDir>
+
+#include <gtest/gtest.h>
+
+#include <csignal>
+#include <fstream>
+#include <thread>
+
+namespace {
+
+CommandOutcome run(const QStringList& arguments) {
+    return runCommandEntry(runExport, arguments);
+}
+
+std::string lastLine(const std::string& text) {
+    std::string trimmed = text;
+    while (!trimmed.empty() && trimmed.back() == '\n')
+        trimmed.pop_back();
+    const size_t newline = trimmed.rfind('\n');
+    return newline == std::string::npos ? trimmed : trimmed.substr(newline + 1);
+}
+
+class ExportCommandTest : public ::testing::Test {
+protected:
+    void SetUp() override { ASSERT_TRUE(folder.isValid()); }
+    std::string file(const char* name) const {
+        return QDir(folder.path()).filePath(name).toStdString();
+    }
+    QString qfile(const char* name) const { return QDir(folder.path()).filePath(name); }
+
+    QTemporaryDir folder;
+};
+
+// The styled export a user shares: the canvas keeps the source size, every output frame is
+// there at 60 frames/s, the sound lasts as long as the picture, and the background shows in
+// the padding while the screen shows inside it.
+TEST_F(ExportCommandTest, StyledExportKeepsLengthSoundAndGeometry) {
+    const synthetic::Layout layout{320, 240, 20, 3.0, true};
+    ASSERT_TRUE(synthetic::writeRecording(file("screen.mp4"), layout));
+    const CommandOutcome outcome = run({qfile("screen.mp4"), "--background", "color:#00FF00",
+                                        "--padding", "90", "--output", qfile("styled.mp4")});
+    ASSERT_EQ(outcome.status, 0) << outcome.err;
+    EXPECT_EQ(lastLine(outcome.out), file("styled.mp4"));
+
+    const std::optional<ProbedFile> probed = probeMovie(file("styled.mp4"));
+    ASSERT_TRUE(probed);
+    const ProbedStream* video = probed->first(AVMEDIA_TYPE_VIDEO);
+    const ProbedStream* audio = probed->first(AVMEDIA_TYPE_AUDIO);
+    ASSERT_TRUE(video && audio);
+    EXPECT_EQ(video->width, 320);
+    EXPECT_EQ(video->height, 240);
+    EXPECT_EQ(video->packetTimes.size(), 180u);
+    EXPECT_NEAR(video->endSeconds, 3.0, 1.0 / 60);
+    EXPECT_NEAR(audio->endSeconds, 3.0, 0.05);
+
+    std::string error;
+    auto reader = VideoTrackReader::open(file("styled.mp4"), error);
+    ASSERT_TRUE(reader) << error;
+    const VideoFrame frame = reader->frameAt(MediaTime::make(3, 2));
+    ASSERT_FALSE(frame.isNull());
+    auto pixel = [&](int x, int y) {
+        return *reinterpret_cast<const uint32_t*>(
+            frame.bytes() + size_t(y) * size_t(frame.bytesPerRow()) + size_t(x) * 4);
+    };
+    auto near = [](uint32_t a, uint32_t b) {
+        for (int shift = 0; shift < 24; shift += 8) {
+            if (std::abs(int((a >> shift) & 0xff) - int((b >> shift) & 0xff)) > 24)
+                return false;
+        }
+        return true;
+    };
+    // Padding of 90 on a 1080-high canvas is 20 pixels here: the corner is background.
+    EXPECT_TRUE(near(pixel(4, 4), 0xff00ff00u)) << std::hex << pixel(4, 4);
+    EXPECT_TRUE(near(pixel(315, 235), 0xff00ff00u)) << std::hex << pixel(315, 235);
+    // The lower half of the screen at 1.5 s has the colour of second 1.
+    EXPECT_TRUE(near(pixel(160, 190), synthetic::palette[1])) << std::hex << pixel(160, 190);
+}
+
+// Three kept ranges join end to end: the output lasts their sum, the first frame after each
+// join is the first frame of the next range, and the sound is cut the same way.
+TEST_F(ExportCommandTest, CutsJoinOnTheRightSourceFramesWithTheirSound) {
+    const synthetic::Layout layout{320, 240, 20, 6.0, true};
+    ASSERT_TRUE(synthetic::writeRecording(file("screen.mp4"), layout));
+    const CommandOutcome outcome =
+        run({qfile("screen.mp4"), "--cut", "3-4", "--cut", "0.5-1.5", "--cut", "4.5-5.5", "--fps",
+             "20", "--zoom", "none", "--output", qfile("cut.mp4")});
+    ASSERT_EQ(outcome.status, 0) << outcome.err;
+    const std::optional<ProbedFile> probed = probeMovie(file("cut.mp4"));
+    ASSERT_TRUE(probed);
+    ASSERT_TRUE(probed->first(AVMEDIA_TYPE_AUDIO));
+    EXPECT_NEAR(probed->first(AVMEDIA_TYPE_VIDEO)->endSeconds, 3.0, 1.0 / 20);
+    EXPECT_NEAR(probed->first(AVMEDIA_TYPE_AUDIO)->endSeconds, 3.0, 0.05);
+    EXPECT_EQ(probed->first(AVMEDIA_TYPE_VIDEO)->packetTimes.size(), 60u);
+
+    std::string error;
+    auto reader = VideoTrackReader::open(file("cut.mp4"), error);
+    ASSERT_TRUE(reader) << error;
+    // Output frame -> source frame: [0,20) from 10, [20,40) from 60, [40,60) from 90.
+    for (int output : {0, 19, 20, 21, 39, 40, 59}) {
+        const int expected = output < 20 ? 10 + output : output < 40 ? 40 + output : 50 + output;
+        const VideoFrame frame = reader->frameAt(MediaTime::make(output, 20));
+        ASSERT_FALSE(frame.isNull());
+        EXPECT_EQ(synthetic::frameNumber(frame, layout), expected) << "output frame " << output;
+    }
+}
+
+// One file per kept range, named after the source, each copied without re-encoding.
+TEST_F(ExportCommandTest, PartsGiveOneFilePerRangeBesideTheSource) {
+    const synthetic::Layout layout{320, 240, 20, 6.0, true};
+    ASSERT_TRUE(synthetic::writeRecording(file("screen.mp4"), layout));
+    const CommandOutcome outcome = run(
+        {qfile("screen.mp4"), "--cut", "0.5-1.5", "--cut", "3-4", "--cut", "4.5-5.5", "--parts"});
+    ASSERT_EQ(outcome.status, 0) << outcome.err;
+    for (int part = 1; part <= 3; ++part) {
+        const std::string path = file(("screen - Part " + std::to_string(part) + ".mp4").c_str());
+        EXPECT_NE(outcome.out.find(path), std::string::npos) << outcome.out;
+        const std::optional<ProbedFile> probed = probeMovie(path);
+        ASSERT_TRUE(probed) << path;
+        // Copied from the key frame at or before the range's start (one a second here).
+        const double length = probed->first(AVMEDIA_TYPE_VIDEO)->endSeconds;
+        EXPECT_GE(length, 0.95) << path;
+        EXPECT_LE(length, 1.6) << path;
+        EXPECT_TRUE(probed->first(AVMEDIA_TYPE_AUDIO)) << path;
+    }
+}
+
+// An unstyled trim copies packets: the picture is the source's own, cut at a key frame.
+TEST_F(ExportCommandTest, TrimCopiesTheRangeUnderTheDescribedName) {
+    const synthetic::Layout layout{320, 240, 20, 4.0, true};
+    ASSERT_TRUE(synthetic::writeRecording(file("screen.mp4"), layout));
+    const CommandOutcome outcome = run({qfile("screen.mp4"), "--trim", "1-3"});
+    ASSERT_EQ(outcome.status, 0) << outcome.err;
+    const std::string path = lastLine(outcome.out);
+    EXPECT_NE(path.find("screen (Cropped in "), std::string::npos) << path;
+    EXPECT_EQ(path.substr(path.size() - 4), ".mp4");
+    std::string error;
+    auto reader = VideoTrackReader::open(path, error);
+    ASSERT_TRUE(reader) << error;
+    EXPECT_NEAR(reader->duration().seconds(), 2.0, 0.1);
+    EXPECT_EQ(synthetic::frameNumber(reader->frameAt(MediaTime::zero()), layout), 20);
+}
+
+// Whatever is wrong with the input, the user reads one line naming it and gets status 2.
+TEST_F(ExportCommandTest, BadInputIsOneClearLineWithStatusTwo) {
+    const synthetic::Layout layout{320, 240, 20, 2.0, false};
+    ASSERT_TRUE(synthetic::writeRecording(file("screen.mp4"), layout));
+    {
+        std::ofstream text(file("notes.mp4"));
+        text << "not a movie";
+    }
+    QFile::copy(qfile("screen.mp4"), qfile("truncated.mp4"));
+    QFile::resize(qfile("truncated.mp4"), 600);
+
+    const std::vector<std::pair<QStringList, std::string>> cases = {
+        {{qfile("missing.mp4")}, "missing.mp4"},
+        {{qfile("notes.mp4")}, "notes.mp4"},
+        {{qfile("truncated.mp4")}, "truncated.mp4"},
+        {{qfile("screen.mp4"), "--cut", "1-9"}, "1-9"},
+        {{qfile("screen.mp4"), "--cut", "1.5-1"}, "1.5-1"},
+        {{qfile("screen.mp4"), "--codec", "vp9"}, "vp9"},
+        {{qfile("screen.mp4"), "--zoom", qfile("nozoom.json")}, "nozoom.json"},
+    };
+    for (const auto& [arguments, named] : cases) {
+        const CommandOutcome outcome = run(arguments);
+        EXPECT_EQ(outcome.status, 2) << named;
+        const std::string first = outcome.err.substr(0, outcome.err.find('\n'));
+        EXPECT_EQ(first.rfind("❌", 0), 0u) << outcome.err;
+        EXPECT_NE(first.find(named), std::string::npos) << first;
+    }
+}
+
+// Ctrl+C halfway through stops the export and leaves no partial file behind.
+TEST_F(ExportCommandTest, InterruptHalfwayLeavesNoOutput) {
+    const synthetic::Layout layout{640, 360, 30, 8.0, true};
+    ASSERT_TRUE(synthetic::writeRecording(file("screen.mp4"), layout));
+    ChildProcess::Options options;
+    options.stderrPath = file("progress.txt");
+    options.quiet = false;
+    ChildProcess cli({TAVELQUISTON_CLI_PATH, "export", file("screen.mp4"), "--background",
+                      "gradient:ocean", "--output", file("out.mp4")},
+                     options);
+    bool halfway = false;
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(120);
+    while (!halfway && std::chrono::steady_clock::now() < deadline && cli.isRunning()) {
+        std::ifstream progress(file("progress.txt"));
+        std::string line;
+        while (std::getline(progress, line)) {
+            if (line.size() >= 2 && line.back() == '%' && std::atoi(line.c_str()) >= 50)
+                halfway = true;
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    }
+    ASSERT_TRUE(halfway) << "the export never reported 50 %";
+    ::kill(cli.pid(), SIGINT);
+    const std::optional<int> status = cli.waitForExit(std::chrono::seconds(20));
+    ASSERT_TRUE(status);
+    EXPECT_EQ(*status, 130);
+    EXPECT_FALSE(std::filesystem::exists(file("out.mp4")));
+}
+
+} // namespace
