@@ -75,3 +75,12 @@ clicks=$(sed -n '/"cursorClicks"/,/\]/p' "$metadata" | grep -c '"timestamp"' || 
 echo "movie:    $movie"
 echo "metadata: $metadata"
 printf 'summary:  %.2f s, %d frames, %d clicks recorded\n' "$duration" "$frames" "$clicks"
+
+# The recording made shareable: styled on a background, its automatic zoom and drawn cursor.
+if ! "$cli" export "$movie" --background gradient:ocean --padding 80 \
+    >"$out/export.log" 2>"$out/export.err"; then
+  echo "❌ The export failed:" >&2
+  cat "$out/export.err" >&2
+  exit 1
+fi
+echo "styled:   $(tail -n 1 "$out/export.log")"
