@@ -22,7 +22,7 @@ namespace {
 constexpr std::string_view usage =
     "export INPUT [--output OUT] [--zoom auto|none|FILE] [--cut START-END]... [--parts] "
     "[--trim START-END] [--codec h264|hevc|prores] [--quality high|medium|low] [--fps N] "
-    "[--encoder auto|software|vaapi|nvenc] [--no-cursor] [--camera MOVIE] "
+    "[--encoder auto|software|vaapi|nvenc] [--gif] [--no-cursor] [--camera MOVIE] "
     "[--aspect Original|16:9|1:1|4:3|9:16|3:4|4:5] "
     "[--background gradient:<preset>|color:#RRGGBB] [--padding N] [--corner-radius N] "
     "[--screen-shadow OPACITY,RADIUS] [--camera-shadow OPACITY,RADIUS] "
@@ -47,7 +47,8 @@ struct ExportOptions {
     bool encodingAsked = false;
     VideoCodecSettings::Codec codec = VideoCodecSettings::Codec::h264;
     int crf = 20;
-    int fps = 60;
+    std::optional<int> fps;
+    bool gif = false;
     QString encoder = QStringLiteral("auto");
 };
 
@@ -81,6 +82,9 @@ ExportOptions parse(const QStringList& arguments, RoundedCameraCompositorSetting
             options.zoom = value();
         } else if (argument == QLatin1String("--cut")) {
             options.cuts.push_back(parseRange(argument, value()));
+        } else if (argument == QLatin1String("--gif")) {
+            options.gif = true;
+            options.encodingAsked = true;
         } else if (argument == QLatin1String("--parts")) {
             options.parts = true;
         } else if (argument == QLatin1String("--trim")) {
@@ -141,6 +145,8 @@ ExportOptions parse(const QStringList& arguments, RoundedCameraCompositorSetting
         throw BadInput{"--trim and --cut cannot be combined"};
     if (options.parts && options.cuts.empty())
         throw BadInput{"--parts needs at least one --cut"};
+    if (options.gif && (options.parts || options.trim))
+        throw BadInput{"--gif makes one styled clip; it cannot be combined with --parts or --trim"};
     return options;
 }
 
@@ -237,7 +243,8 @@ int runExport(const QStringList& arguments, FILE* out, FILE* err) {
     if (style.backgroundSettings)
         session.backgroundSettings = *style.backgroundSettings;
     session.allowPassthrough = !options.encodingAsked;
-    session.frameDuration = MediaTime::make(1, options.fps);
+    // A GIF plays smoothly enough at 15 frames/s and stays a fraction of the size.
+    session.frameDuration = MediaTime::make(1, options.fps.value_or(options.gif ? 15 : 60));
     session.outputURLOverride = options.output;
     ExportEncoding& encoding = session.encoding;
     encoding.video.codec = options.codec;
@@ -251,6 +258,8 @@ int runExport(const QStringList& arguments, FILE* out, FILE* err) {
     if (options.encoder == QLatin1String("vaapi") || options.encoder == QLatin1String("nvenc"))
         encoding.tuning.preferredHardware = options.encoder.toStdString();
     encoding.audio = WriterConfiguration::AudioSettings{};
+    if (options.gif)
+        encoding.fileType = ExportEncoding::FileType::gif;
 
     VideoTrimmerViewModel::ExportStyle look;
     look.cameraSettings = style.cameraSettings;

@@ -161,6 +161,7 @@ AdvancedVideoExporter::Export::compose(const AdvancedExportArguments& arguments,
         videoComposition.customVideoCompositor = compositor.get();
     }
     const bool passthrough = !custom && arguments.allowPassthrough &&
+                             arguments.encoding.fileType != ExportEncoding::FileType::gif &&
                              renderSize.width == naturalSize.width &&
                              renderSize.height == naturalSize.height &&
                              (arguments.encoding.fileType == ExportEncoding::FileType::mov ||

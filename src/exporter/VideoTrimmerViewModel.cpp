@@ -157,8 +157,12 @@ QString VideoTrimmerViewModel::namingSource() const {
 }
 
 QString VideoTrimmerViewModel::outputURL(ExportKind kind) const {
-    return outputURLOverride.value_or(
-        exportOutputPath(kind, namingSource(), QDateTime::currentDateTime()));
+    if (outputURLOverride)
+        return *outputURLOverride;
+    QString path = exportOutputPath(kind, namingSource(), QDateTime::currentDateTime());
+    if (encoding.fileType == ExportEncoding::FileType::gif)
+        path = path.left(path.lastIndexOf(QLatin1Char('.'))) + QStringLiteral(".gif");
+    return path;
 }
 
 AdvancedExportArguments VideoTrimmerViewModel::baseArguments(const QString& output) const {
@@ -235,7 +239,8 @@ void VideoTrimmerViewModel::exportAdvancedVideo(const ExportStyle& style,
     arguments.screenShadowRadius = style.screenShadowRadius;
     arguments.cameraShadowOpacity = style.cameraShadowOpacity;
     arguments.cameraShadowRadius = style.cameraShadowRadius;
-    arguments.encoding.fileType = ExportEncoding::FileType::mp4;
+    if (arguments.encoding.fileType != ExportEncoding::FileType::gif)
+        arguments.encoding.fileType = ExportEncoding::FileType::mp4;
     setProgress(0.0);
     start(std::move(arguments), [this, completion](ExportOutcome outcome) {
         setExporting(false);
@@ -271,7 +276,8 @@ void VideoTrimmerViewModel::exportMergedVideo(const ExportStyle& style,
     arguments.cameraShadowOpacity = style.cameraShadowOpacity;
     arguments.cameraShadowRadius = style.cameraShadowRadius;
     arguments.alwaysCompose = true;
-    arguments.encoding.fileType = fileTypeOf(output);
+    if (arguments.encoding.fileType != ExportEncoding::FileType::gif)
+        arguments.encoding.fileType = fileTypeOf(output);
     if (AdvancedVideoExporter::needsCustomCompositor(arguments))
         logLine("🎨 Setting up custom compositor for merged export");
     logLine("🚀 Starting merged export to {}", output.toStdString());

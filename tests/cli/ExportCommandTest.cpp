@@ -151,6 +151,50 @@ TEST_F(ExportCommandTest, TrimCopiesTheRangeUnderTheDescribedName) {
     EXPECT_EQ(synthetic::frameNumber(reader->frameAt(MediaTime::zero()), layout), 20);
 }
 
+// A recording package: the camera movie inside it is drawn where its settings put it, and the
+// export goes beside the package, named after it.
+TEST_F(ExportCommandTest, PackageExportsWithItsCameraInPlace) {
+    ASSERT_TRUE(QDir(folder.path()).mkdir("Recording-1"));
+    ASSERT_TRUE(
+        synthetic::writeRecording(file("Recording-1/.screen.mov"), {320, 240, 20, 2.0, true}));
+    synthetic::Layout camera{160, 120, 20, 2.0, false};
+    camera.solidColour = 0xff1030e0;
+    ASSERT_TRUE(synthetic::writeRecording(file("Recording-1/.camera.mov"), camera));
+    const CommandOutcome outcome =
+        run({qfile("Recording-1"), "--background", "color:#00FF00", "--camera-center", "0.5,0.5",
+             "--camera-width", "0.3", "--camera-shape", "rectangle"});
+    ASSERT_EQ(outcome.status, 0) << outcome.err;
+    const std::string path = lastLine(outcome.out);
+    EXPECT_EQ(path.rfind(file("Recording-1 (Edited "), 0), 0u) << path;
+    std::string error;
+    auto reader = VideoTrackReader::open(path, error);
+    ASSERT_TRUE(reader) << error;
+    const VideoFrame frame = reader->frameAt(MediaTime::make(1, 1));
+    auto pixel = [&](int x, int y) {
+        return *reinterpret_cast<const uint32_t*>(
+            frame.bytes() + size_t(y) * size_t(frame.bytesPerRow()) + size_t(x) * 4);
+    };
+    auto blue = [](uint32_t p) { return (p & 0xff) > 180 && ((p >> 16) & 0xff) < 60; };
+    EXPECT_TRUE(blue(pixel(160, 120))) << std::hex << pixel(160, 120);
+    EXPECT_FALSE(blue(pixel(60, 190))) << std::hex << pixel(60, 190);
+}
+
+// A GIF for sharing: one palette, 15 frames a second, no sound.
+TEST_F(ExportCommandTest, GifIsAShortPaletteClip) {
+    ASSERT_TRUE(synthetic::writeRecording(file("screen.mp4"), {320, 240, 20, 2.0, true}));
+    const CommandOutcome outcome =
+        run({qfile("screen.mp4"), "--gif", "--background", "gradient:ocean"});
+    ASSERT_EQ(outcome.status, 0) << outcome.err;
+    const std::string path = lastLine(outcome.out);
+    EXPECT_EQ(path.substr(path.size() - 4), ".gif");
+    const std::optional<ProbedFile> probed = probeMovie(path);
+    ASSERT_TRUE(probed);
+    ASSERT_TRUE(probed->first(AVMEDIA_TYPE_VIDEO));
+    EXPECT_EQ(probed->first(AVMEDIA_TYPE_VIDEO)->codec, "gif");
+    EXPECT_EQ(probed->first(AVMEDIA_TYPE_VIDEO)->packetTimes.size(), 30u);
+    EXPECT_FALSE(probed->first(AVMEDIA_TYPE_AUDIO));
+}
+
 // Whatever is wrong with the input, the user reads one line naming it and gets status 2.
 TEST_F(ExportCommandTest, BadInputIsOneClearLineWithStatusTwo) {
     const synthetic::Layout layout{320, 240, 20, 2.0, false};

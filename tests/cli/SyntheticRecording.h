@@ -23,6 +23,7 @@ struct Layout {
     int fps = 20;
     double seconds = 3.0;
     bool audio = true;
+    uint32_t solidColour = 0; // not 0: every pixel this colour, no counter
 };
 
 inline bool writeRecording(const std::filesystem::path& path, const Layout& layout) {
@@ -34,6 +35,8 @@ inline bool writeRecording(const std::filesystem::path& path, const Layout& layo
     encoding.tuning.constantRateFactor = 12;
     if (layout.audio)
         encoding.audio = WriterConfiguration::AudioSettings{};
+    if (path.extension() == ".mov")
+        encoding.fileType = ExportEncoding::FileType::mov;
     std::string error;
     auto writer = ExportWriter::create(path, encoding, error);
     if (!writer)
@@ -52,7 +55,10 @@ inline bool writeRecording(const std::filesystem::path& path, const Layout& layo
                                                     size_t(y) * size_t(frame.bytesPerRow()));
             for (int x = 0; x < layout.width; ++x) {
                 const bool white = y < layout.height / 2 && x >= barStart && x < barStart + bar;
-                row[x] = white ? 0xffffffffu : y < layout.height / 2 ? 0xff000000u : colour;
+                row[x] = layout.solidColour      ? layout.solidColour
+                         : white                 ? 0xffffffffu
+                         : y < layout.height / 2 ? 0xff000000u
+                                                 : colour;
             }
         }
         if (!writer->appendVideo(frame, int64_t(k) * 90000 / layout.fps))

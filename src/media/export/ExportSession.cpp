@@ -218,6 +218,8 @@ bool ExportSession::runComposed() {
     settings.video.height = composition.renderHeight;
     const double frameSeconds = composition.frameDuration.seconds();
     settings.video.expectedSourceFrameRate = int(std::lround(1.0 / frameSeconds));
+    if (settings.fileType == ExportEncoding::FileType::gif)
+        settings.audio.reset();
     std::unique_ptr<AudioTrackReader> audio;
     if (settings.audio) {
         audio = AudioTrackReader::open(m_composition.screenURL,

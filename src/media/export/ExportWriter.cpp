@@ -1,12 +1,35 @@
 #include "media/export/ExportWriter.h"
 
+#include "core/support/Log.h"
 #include "media/FFmpegHandles.h"
 #include "media/encoding/AudioTrackEncoder.h"
 #include "media/encoding/VideoTrackEncoder.h"
+#include "media/export/GifEncoder.h"
 
 #include <pthread.h>
 
 #include <algorithm>
+
+namespace {
+// One line when the hardware that was asked for is not what encodes, and why.
+void reportFallback(const EncoderTuning& tuning, const std::string& used) {
+    const std::string& family = tuning.preferredHardware;
+    if (family.empty() || used.find(family) != std::string::npos)
+        return;
+    std::error_code ignored;
+    bool device = false;
+    if (family == "vaapi") {
+        for (const auto& entry : std::filesystem::directory_iterator("/dev/dri", ignored))
+            device = device || entry.path().filename().string().rfind("renderD", 0) == 0;
+    } else {
+        device = std::filesystem::exists("/dev/nvidia0", ignored);
+    }
+    logLine("⚠️ No working {} encoder ({}); encoding with {}", family,
+            device ? "its test frame failed" : "no device for it on this machine", used);
+}
+} // namespace
+
+ExportWriter::ExportWriter() = default;
 
 std::unique_ptr<ExportWriter> ExportWriter::create(const std::filesystem::path& path,
                                                    const ExportEncoding& encoding,
@@ -15,6 +38,15 @@ std::unique_ptr<ExportWriter> ExportWriter::create(const std::filesystem::path& 
     av_log_set_level(std::min(av_log_get_level(), AV_LOG_ERROR));
     std::unique_ptr<ExportWriter> writer(new ExportWriter());
     writer->m_path = path;
+    if (encoding.fileType == ExportEncoding::FileType::gif) {
+        writer->m_gif =
+            GifEncoder::create(path, encoding.video.width, encoding.video.height, error);
+        if (!writer->m_gif)
+            return nullptr;
+        writer->m_fileCreated = true;
+        writer->m_worker = std::thread([w = writer.get()] { w->run(); });
+        return writer;
+    }
     const bool proRes = encoding.video.codec == VideoCodecSettings::Codec::proRes4444 ||
                         encoding.video.codec == VideoCodecSettings::Codec::proRes4444XQ;
     const char* muxerName =
@@ -32,6 +64,7 @@ std::unique_ptr<ExportWriter> ExportWriter::create(const std::filesystem::path& 
         error = "no video encoder: " + encoderError;
         return nullptr;
     }
+    reportFallback(encoding.tuning, writer->m_video->encoderName());
     if (encoding.audio) {
         writer->m_audio = AudioTrackEncoder::create(*encoding.audio, true, encoderError);
         if (!writer->m_audio) {
@@ -83,7 +116,7 @@ ExportWriter::~ExportWriter() {
 }
 
 std::string ExportWriter::videoEncoderName() const {
-    return m_video ? m_video->encoderName() : std::string();
+    return m_gif ? "gif" : m_video ? m_video->encoderName() : std::string();
 }
 
 bool ExportWriter::appendVideo(VideoFrame frame, int64_t pts) {
@@ -93,7 +126,7 @@ bool ExportWriter::appendVideo(VideoFrame frame, int64_t pts) {
 }
 
 bool ExportWriter::appendAudio(AudioBuffer buffer, double startSeconds) {
-    if (m_failed || !m_audio || buffer.isNull())
+    if (m_failed || !m_audio || m_gif || buffer.isNull())
         return !m_failed;
     return m_queue.push(Job{{}, std::move(buffer), 0, startSeconds});
 }
@@ -104,7 +137,12 @@ void ExportWriter::run() {
         if (m_failed)
             continue;
         int result = 0;
-        if (!job->video.isNull()) {
+        if (m_gif) {
+            if (!job->video.isNull()) {
+                result = m_gif->add(job->video, job->pts);
+                m_encodedVideoFrames++;
+            }
+        } else if (!job->video.isNull()) {
             result = m_video->encode(job->video, job->pts,
                                      [this](AVPacket* packet) { return write(packet, true); });
             m_encodedVideoFrames++;
@@ -148,6 +186,18 @@ void ExportWriter::stopWorker() {
 bool ExportWriter::finish() {
     stopWorker();
     m_stopped = true;
+    if (m_gif) {
+        if (!m_failed) {
+            if (int result = m_gif->finish(); result < 0)
+                fail(ffmpegErrorText(result));
+        }
+        m_gif.reset();
+        if (m_failed) {
+            std::error_code ignored;
+            std::filesystem::remove(m_path, ignored);
+        }
+        return !m_failed;
+    }
     if (!m_failed) {
         int result = m_video->flush([this](AVPacket* packet) { return write(packet, true); });
         if (result >= 0 && m_audio)
@@ -172,6 +222,7 @@ void ExportWriter::cancel() {
     m_failed = true;
     stopWorker();
     m_stopped = true;
+    m_gif.reset();
     if (m_muxer && m_muxer->pb)
         avio_closep(&m_muxer->pb);
     std::error_code ignored;

@@ -18,11 +18,12 @@
 struct AVFormatContext;
 struct AVPacket;
 class AudioTrackEncoder;
+class GifEncoder;
 class VideoTrackEncoder;
 
 // How an export encodes: the video codec and its tuning, the audio, the container.
 struct ExportEncoding {
-    enum class FileType { mp4, mov };
+    enum class FileType { mp4, mov, gif };
     VideoCodecSettings video;
     EncoderTuning tuning;
     std::optional<WriterConfiguration::AudioSettings> audio;
@@ -67,7 +68,7 @@ private:
         int64_t pts = 0;
         double audioStart = 0;
     };
-    ExportWriter() = default;
+    ExportWriter();
     void run();
     int write(AVPacket* packet, bool video);
     void fail(const std::string& text);
@@ -76,6 +77,7 @@ private:
     std::filesystem::path m_path;
     std::unique_ptr<VideoTrackEncoder> m_video;
     std::unique_ptr<AudioTrackEncoder> m_audio;
+    std::unique_ptr<GifEncoder> m_gif;  // instead of the two above and the muxer
     AVFormatContext* m_muxer = nullptr; // owned, freed in the destructor after its file is closed
     int m_videoStream = -1;
     int m_audioStream = -1;
