@@ -81,7 +81,8 @@ private:
     AVFormatContext* m_muxer = nullptr; // owned, freed in the destructor after its file is closed
     int m_videoStream = -1;
     int m_audioStream = -1;
-    BoundedQueue<Job> m_queue{16};
+    // A few jobs: each composed 1080p frame is 8 MB, and the encoder keeps its own lookahead.
+    BoundedQueue<Job> m_queue{4};
     std::thread m_worker;
     std::atomic<bool> m_failed{false};
     std::atomic<bool> m_stopped{false};
