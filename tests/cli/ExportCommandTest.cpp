@@ -1,5 +1,7 @@
 #include "cli/ExportCommand.h"
 
+#include "core/metadata/MetadataFile.h"
+#include "core/metadata/MetadataJson.h"
 #include "media/export/VideoTrackReader.h"
 
 #include "CommandOutcome.h"
@@ -12,6 +14,7 @@
 #include <QTemporaryDir>
 
 #include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
 
 #include <csignal>
 #include <fstream>
@@ -193,6 +196,83 @@ TEST_F(ExportCommandTest, GifIsAShortPaletteClip) {
     EXPECT_EQ(probed->first(AVMEDIA_TYPE_VIDEO)->codec, "gif");
     EXPECT_EQ(probed->first(AVMEDIA_TYPE_VIDEO)->packetTimes.size(), 30u);
     EXPECT_FALSE(probed->first(AVMEDIA_TYPE_AUDIO));
+}
+
+uint32_t pixelOf(const VideoFrame& frame, int x, int y) {
+    return *reinterpret_cast<const uint32_t*>(
+        frame.bytes() + size_t(y) * size_t(frame.bytesPerRow()) + size_t(x) * 4);
+}
+bool reddish(uint32_t p) {
+    return ((p >> 16) & 0xff) > 150 && (p & 0xff) < 90;
+}
+bool bluish(uint32_t p) {
+    return (p & 0xff) > 150 && ((p >> 16) & 0xff) < 90;
+}
+
+// A zoom segment from a file magnifies by its level at its middle and leaves the picture alone
+// well before it. Red fills the left 35 % of the source, blue the rest; at level 2 about the
+// centre, x = 80 shows source x = 120 (blue) and x = 32 shows x = 96 (red).
+TEST_F(ExportCommandTest, ZoomSegmentMagnifiesByItsLevelAtItsMiddle) {
+    synthetic::Layout layout{320, 240, 20, 4.5, false};
+    layout.splitAt = 0.35;
+    ASSERT_TRUE(synthetic::writeRecording(file("screen.mp4"), layout));
+    ZoomSegment segment;
+    segment.id = QUuid::createUuid();
+    segment.startTime = 1.5;
+    segment.endTime = 3.0;
+    segment.zoomLevel = 2.0;
+    segment.focusPoint = Point{0.5, 0.5};
+    {
+        std::ofstream zoom(file("zoom.json"));
+        zoom << nlohmann::json(std::vector<ZoomSegment>{segment}).dump();
+    }
+    const CommandOutcome outcome = run({qfile("screen.mp4"), "--zoom", qfile("zoom.json"), "--fps",
+                                        "20", "--output", qfile("zoom.mp4")});
+    ASSERT_EQ(outcome.status, 0) << outcome.err;
+    std::string error;
+    auto reader = VideoTrackReader::open(file("zoom.mp4"), error);
+    ASSERT_TRUE(reader) << error;
+    const VideoFrame before = reader->frameAt(MediaTime::make(3, 10));
+    EXPECT_TRUE(reddish(pixelOf(before, 80, 120))) << std::hex << pixelOf(before, 80, 120);
+    EXPECT_TRUE(bluish(pixelOf(before, 160, 120)));
+    const VideoFrame middle = reader->frameAt(MediaTime::make(9, 4));
+    EXPECT_TRUE(bluish(pixelOf(middle, 80, 120))) << std::hex << pixelOf(middle, 80, 120);
+    EXPECT_TRUE(reddish(pixelOf(middle, 32, 120))) << std::hex << pixelOf(middle, 32, 120);
+}
+
+// The drawn cursor is where the metadata puts it (normalised, from the top left), and nowhere
+// when it is turned off.
+TEST_F(ExportCommandTest, CursorIsDrawnWhereTheMetadataPutsIt) {
+    synthetic::Layout layout{320, 240, 20, 1.0, false};
+    layout.solidColour = 0xff202020;
+    ASSERT_TRUE(synthetic::writeRecording(file("screen.mp4"), layout));
+    RecordingMetadata metadata;
+    metadata.duration = 1.0;
+    metadata.resolution = {320, 240};
+    for (int i = 0; i <= 10; ++i)
+        metadata.cursorPositions.push_back({QUuid::createUuid(), i / 10.0, {0.75, 0.25}});
+    writeMetadataFile(metadata, qfile(".screen.metadata.json"));
+    const auto brightNear = [](const VideoFrame& frame, int cx, int cy) {
+        int count = 0;
+        for (int y = cy - 2; y < cy + 12; ++y) {
+            for (int x = cx - 2; x < cx + 10; ++x)
+                count += ((pixelOf(frame, x, y) >> 8) & 0xff) > 150 ? 1 : 0;
+        }
+        return count;
+    };
+    for (const bool cursor : {true, false}) {
+        const QString output = qfile(cursor ? "cursor.mp4" : "plain.mp4");
+        const CommandOutcome outcome =
+            run({qfile("screen.mp4"), "--zoom", "none", cursor ? "--cursor" : "--no-cursor",
+                 "--fps", "20", "--output", output});
+        ASSERT_EQ(outcome.status, 0) << outcome.err;
+        std::string error;
+        auto reader = VideoTrackReader::open(output.toStdString(), error);
+        ASSERT_TRUE(reader) << error;
+        const VideoFrame frame = reader->frameAt(MediaTime::make(1, 2));
+        EXPECT_EQ(brightNear(frame, 240, 60) > 3, cursor);
+        EXPECT_EQ(brightNear(frame, 80, 180), 0);
+    }
 }
 
 // Whatever is wrong with the input, the user reads one line naming it and gets status 2.

@@ -24,6 +24,7 @@ struct Layout {
     double seconds = 3.0;
     bool audio = true;
     uint32_t solidColour = 0; // not 0: every pixel this colour, no counter
+    double splitAt = 0;       // not 0: red left of this fraction of the width, blue right of it
 };
 
 inline bool writeRecording(const std::filesystem::path& path, const Layout& layout) {
@@ -55,6 +56,10 @@ inline bool writeRecording(const std::filesystem::path& path, const Layout& layo
                                                     size_t(y) * size_t(frame.bytesPerRow()));
             for (int x = 0; x < layout.width; ++x) {
                 const bool white = y < layout.height / 2 && x >= barStart && x < barStart + bar;
+                if (layout.splitAt > 0) {
+                    row[x] = x < layout.splitAt * layout.width ? palette[0] : palette[2];
+                    continue;
+                }
                 row[x] = layout.solidColour      ? layout.solidColour
                          : white                 ? 0xffffffffu
                          : y < layout.height / 2 ? 0xff000000u
