@@ -18,6 +18,7 @@
 
 #include <csignal>
 #include <fstream>
+#include <sstream>
 #include <thread>
 
 namespace {
@@ -273,6 +274,21 @@ TEST_F(ExportCommandTest, CursorIsDrawnWhereTheMetadataPutsIt) {
         EXPECT_EQ(brightNear(frame, 240, 60) > 3, cursor);
         EXPECT_EQ(brightNear(frame, 80, 180), 0);
     }
+}
+
+// The timeline's loudness values of a movie: 50 a second (at least 200), the loudest at 1.
+TEST_F(ExportCommandTest, WaveformPrintsOneValuePerLine) {
+    ASSERT_TRUE(synthetic::writeRecording(file("screen.mp4"), {320, 240, 20, 6.0, true}));
+    const CommandOutcome outcome = runCommandEntry(runWaveform, {qfile("screen.mp4")});
+    ASSERT_EQ(outcome.status, 0) << outcome.err;
+    std::istringstream lines(outcome.out);
+    std::vector<double> values;
+    for (std::string line; std::getline(lines, line);)
+        values.push_back(std::stod(line));
+    ASSERT_EQ(values.size(), 300u);
+    EXPECT_DOUBLE_EQ(*std::max_element(values.begin(), values.end()), 1.0);
+    EXPECT_GT(*std::min_element(values.begin() + 2, values.end() - 2), 0.5);
+    EXPECT_EQ(runCommandEntry(runWaveform, {qfile("missing.mp4")}).status, 2);
 }
 
 // Whatever is wrong with the input, the user reads one line naming it and gets status 2.
