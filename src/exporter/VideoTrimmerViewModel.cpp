@@ -160,8 +160,13 @@ QString VideoTrimmerViewModel::outputURL(ExportKind kind) const {
     if (outputURLOverride)
         return *outputURLOverride;
     QString path = exportOutputPath(kind, namingSource(), QDateTime::currentDateTime());
+    // GIF is its own format, and ProRes exists only in QuickTime movies.
+    const bool proRes = encoding.video.codec == VideoCodecSettings::Codec::proRes4444 ||
+                        encoding.video.codec == VideoCodecSettings::Codec::proRes4444XQ;
     if (encoding.fileType == ExportEncoding::FileType::gif)
         path = path.left(path.lastIndexOf(QLatin1Char('.'))) + QStringLiteral(".gif");
+    else if (proRes && kind == ExportKind::edited)
+        path = path.left(path.lastIndexOf(QLatin1Char('.'))) + QStringLiteral(".mov");
     return path;
 }
 
