@@ -67,6 +67,10 @@ TEST_F(ExportCommandTest, StyledExportKeepsLengthSoundAndGeometry) {
     EXPECT_EQ(video->packetTimes.size(), 180u);
     EXPECT_NEAR(video->endSeconds, 3.0, 1.0 / 60);
     EXPECT_NEAR(audio->endSeconds, 3.0, 0.05);
+    // No cut touches the sound, so it is the source's own packets.
+    const std::optional<ProbedFile> source = probeMovie(file("screen.mp4"));
+    ASSERT_TRUE(source && source->first(AVMEDIA_TYPE_AUDIO));
+    EXPECT_EQ(audio->packetTimes, source->first(AVMEDIA_TYPE_AUDIO)->packetTimes);
 
     std::string error;
     auto reader = VideoTrackReader::open(file("styled.mp4"), error);

@@ -1,5 +1,6 @@
 #include "media/export/ExportSession.h"
 
+#include "media/export/AudioPacketSource.h"
 #include "media/export/AudioTrackReader.h"
 #include "media/export/PassthroughCopy.h"
 #include "media/export/VideoCompositing.h"
@@ -10,6 +11,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstring>
+#include <limits>
 
 namespace {
 // Frames between the reader and the encoder: enough to keep both cores busy, few enough that an
@@ -220,8 +222,20 @@ bool ExportSession::runComposed() {
     settings.video.expectedSourceFrameRate = int(std::lround(1.0 / frameSeconds));
     if (settings.fileType == ExportEncoding::FileType::gif)
         settings.audio.reset();
+    // Sound that no cut touches goes over as it is; cuts need it decoded, cut and encoded again.
+    std::unique_ptr<AudioPacketSource> copiedAudio;
+    const auto& ranges = m_composition.screenTimeRanges;
+    const bool wholeMovie = ranges.size() == 1 && ranges[0].start == MediaTime::zero() &&
+                            ranges[0].end() >= screen->duration();
+    if (settings.audio && wholeMovie) {
+        copiedAudio = AudioPacketSource::open(m_composition.screenURL, error);
+        if (copiedAudio && settings.fileType == ExportEncoding::FileType::mp4 &&
+            !copiedAudio->fitsMpeg4())
+            copiedAudio.reset();
+        error.clear();
+    }
     std::unique_ptr<AudioTrackReader> audio;
-    if (settings.audio) {
+    if (settings.audio && !copiedAudio) {
         audio = AudioTrackReader::open(m_composition.screenURL,
                                        {settings.audio->sampleRate, settings.audio->channelCount},
                                        error);
@@ -232,7 +246,8 @@ bool ExportSession::runComposed() {
         if (!audio)
             settings.audio.reset();
     }
-    std::unique_ptr<ExportWriter> writer = ExportWriter::create(outputURL, settings, error);
+    std::unique_ptr<ExportWriter> writer =
+        ExportWriter::create(outputURL, settings, error, copiedAudio.get());
     if (!writer) {
         setError(error);
         return false;
@@ -243,6 +258,24 @@ bool ExportSession::runComposed() {
     std::optional<AudioRangeFeeder> feeder;
     if (audio)
         feeder.emplace(*audio, *writer);
+    // Packets of the copied sound up to a source time; the one read past it waits for the next.
+    std::shared_ptr<AVPacket> pendingPacket;
+    double pendingSeconds = 0;
+    bool audioEnded = false;
+    auto copyAudioUntil = [&](double seconds) {
+        while (!audioEnded) {
+            if (!pendingPacket && !(pendingPacket = copiedAudio->next(pendingSeconds))) {
+                audioEnded = true;
+                break;
+            }
+            if (pendingSeconds >= seconds)
+                break;
+            if (!writer->appendAudioPacket(std::move(pendingPacket)))
+                return false;
+            pendingPacket = nullptr;
+        }
+        return true;
+    };
     int64_t frameIndex = 0;
     MediaTime compositionStart = MediaTime::zero();
     bool ok = true;
@@ -252,9 +285,13 @@ bool ExportSession::runComposed() {
         std::function<bool(double)> feedAudio;
         if (feeder)
             feedAudio = [&feeder](double seconds) { return feeder->feedUntil(seconds); };
+        if (copiedAudio)
+            feedAudio = [&](double seconds) { return copyAudioUntil(seconds); };
         ok = composeRange(*writer, *screen, camera.get(), range, compositionStart, frameIndex,
                           totalFrames, feedAudio);
         if (ok && feeder && !feeder->feedUntil(range.end().seconds()))
+            ok = false;
+        if (ok && copiedAudio && !copyAudioUntil(std::numeric_limits<double>::infinity()))
             ok = false;
         if (!ok)
             break;

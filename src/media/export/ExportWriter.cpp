@@ -4,6 +4,7 @@
 #include "media/FFmpegHandles.h"
 #include "media/encoding/AudioTrackEncoder.h"
 #include "media/encoding/VideoTrackEncoder.h"
+#include "media/export/AudioPacketSource.h"
 #include "media/export/GifEncoder.h"
 
 #include <pthread.h>
@@ -33,7 +34,8 @@ ExportWriter::ExportWriter() = default;
 
 std::unique_ptr<ExportWriter> ExportWriter::create(const std::filesystem::path& path,
                                                    const ExportEncoding& encoding,
-                                                   std::string& error) {
+                                                   std::string& error,
+                                                   const AudioPacketSource* copiedAudio) {
     // The encoders report settings and statistics at the info level for every file.
     av_log_set_level(std::min(av_log_get_level(), AV_LOG_ERROR));
     std::unique_ptr<ExportWriter> writer(new ExportWriter());
@@ -65,7 +67,7 @@ std::unique_ptr<ExportWriter> ExportWriter::create(const std::filesystem::path& 
         return nullptr;
     }
     reportFallback(encoding.tuning, writer->m_video->encoderName());
-    if (encoding.audio) {
+    if (encoding.audio && !copiedAudio) {
         writer->m_audio = AudioTrackEncoder::create(*encoding.audio, true, encoderError);
         if (!writer->m_audio) {
             error = "no audio encoder: " + encoderError;
@@ -85,7 +87,18 @@ std::unique_ptr<ExportWriter> ExportWriter::create(const std::filesystem::path& 
     writer->m_videoStream = addStream(writer->m_video->context());
     if (writer->m_audio)
         writer->m_audioStream = addStream(writer->m_audio->context());
-    if (writer->m_videoStream < 0 || (writer->m_audio && writer->m_audioStream < 0)) {
+    if (copiedAudio) {
+        AVStream* stream = avformat_new_stream(muxer, nullptr);
+        if (stream && avcodec_parameters_copy(stream->codecpar, copiedAudio->parameters()) >= 0) {
+            stream->codecpar->codec_tag = 0;
+            stream->time_base = AVRational{copiedAudio->timeBaseNum(), copiedAudio->timeBaseDen()};
+            writer->m_copiedAudioStream = stream->index;
+            writer->m_copiedTimeBaseNum = copiedAudio->timeBaseNum();
+            writer->m_copiedTimeBaseDen = copiedAudio->timeBaseDen();
+        }
+    }
+    if (writer->m_videoStream < 0 || (writer->m_audio && writer->m_audioStream < 0) ||
+        (copiedAudio && writer->m_copiedAudioStream < 0)) {
         error = "cannot add the tracks";
         return nullptr;
     }
@@ -122,13 +135,21 @@ std::string ExportWriter::videoEncoderName() const {
 bool ExportWriter::appendVideo(VideoFrame frame, int64_t pts) {
     if (m_failed || frame.isNull())
         return false;
-    return m_queue.push(Job{std::move(frame), {}, pts, 0});
+    return m_queue.push(Job{std::move(frame), {}, pts, 0, {}});
 }
 
 bool ExportWriter::appendAudio(AudioBuffer buffer, double startSeconds) {
     if (m_failed || !m_audio || m_gif || buffer.isNull())
         return !m_failed;
-    return m_queue.push(Job{{}, std::move(buffer), 0, startSeconds});
+    return m_queue.push(Job{{}, std::move(buffer), 0, startSeconds, {}});
+}
+
+bool ExportWriter::appendAudioPacket(std::shared_ptr<AVPacket> packet) {
+    if (m_failed || m_copiedAudioStream < 0 || !packet)
+        return !m_failed;
+    Job job;
+    job.packet = std::move(packet);
+    return m_queue.push(std::move(job));
 }
 
 void ExportWriter::run() {
@@ -137,7 +158,14 @@ void ExportWriter::run() {
         if (m_failed)
             continue;
         int result = 0;
-        if (m_gif) {
+        if (job->packet) {
+            AVStream* stream = m_muxer->streams[m_copiedAudioStream];
+            av_packet_rescale_ts(job->packet.get(),
+                                 AVRational{m_copiedTimeBaseNum, m_copiedTimeBaseDen},
+                                 stream->time_base);
+            job->packet->stream_index = m_copiedAudioStream;
+            result = av_interleaved_write_frame(m_muxer, job->packet.get());
+        } else if (m_gif) {
             if (!job->video.isNull()) {
                 result = m_gif->add(job->video, job->pts);
                 m_encodedVideoFrames++;

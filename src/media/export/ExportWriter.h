@@ -19,6 +19,7 @@ struct AVFormatContext;
 struct AVPacket;
 class AudioTrackEncoder;
 class GifEncoder;
+class AudioPacketSource;
 class VideoTrackEncoder;
 
 // How an export encodes: the video codec and its tuning, the audio, the container.
@@ -40,8 +41,11 @@ struct ExportEncoding {
 // thread and the compositor's stage; counters from anywhere.
 class ExportWriter final {
 public:
+    // With `copiedAudio`, its packets go into the file as they are (appendAudioPacket) instead
+    // of encoding.audio.
     static std::unique_ptr<ExportWriter> create(const std::filesystem::path& path,
-                                                const ExportEncoding& encoding, std::string& error);
+                                                const ExportEncoding& encoding, std::string& error,
+                                                const AudioPacketSource* copiedAudio = nullptr);
     // Cancels an unfinished file.
     ~ExportWriter();
     ExportWriter(const ExportWriter&) = delete;
@@ -51,6 +55,8 @@ public:
     bool appendVideo(VideoFrame frame, int64_t pts);
     // startSeconds: the block's first sample on the output's time line.
     bool appendAudio(AudioBuffer buffer, double startSeconds);
+    // A packet of the copied audio track, its times already on the output's time line.
+    bool appendAudioPacket(std::shared_ptr<AVPacket> packet);
 
     // Drains, flushes the encoders and completes the file; false with an error.
     bool finish();
@@ -67,6 +73,7 @@ private:
         AudioBuffer audio;
         int64_t pts = 0;
         double audioStart = 0;
+        std::shared_ptr<AVPacket> packet;
     };
     ExportWriter();
     void run();
@@ -81,6 +88,9 @@ private:
     AVFormatContext* m_muxer = nullptr; // owned, freed in the destructor after its file is closed
     int m_videoStream = -1;
     int m_audioStream = -1;
+    int m_copiedAudioStream = -1;
+    int m_copiedTimeBaseNum = 1;
+    int m_copiedTimeBaseDen = 1;
     // A few jobs: each composed 1080p frame is 8 MB, and the encoder keeps its own lookahead.
     BoundedQueue<Job> m_queue{4};
     std::thread m_worker;
