@@ -120,6 +120,35 @@ private:
     double m_rangeStart = 0, m_rangeEnd = 0, m_compositionStart = 0;
     bool m_done = false;
 };
+// Carries the sound of the whole movie over unchanged, in step with the pictures.
+class AudioPacketFeeder {
+public:
+    AudioPacketFeeder(AudioPacketSource& source, ExportWriter& writer)
+        : m_source(source), m_writer(writer) {}
+
+    // Passes on every packet before `sourceSeconds`; false if the writer refused.
+    bool feedUntil(double sourceSeconds) {
+        while (!m_ended) {
+            if (!m_pending && !(m_pending = m_source.next(m_pendingSeconds))) {
+                m_ended = true;
+                break;
+            }
+            if (m_pendingSeconds >= sourceSeconds)
+                break;
+            if (!m_writer.appendAudioPacket(std::move(m_pending)))
+                return false;
+            m_pending = nullptr;
+        }
+        return true;
+    }
+
+private:
+    AudioPacketSource& m_source;
+    ExportWriter& m_writer;
+    std::shared_ptr<AVPacket> m_pending; // read past the last limit, waits for the next
+    double m_pendingSeconds = 0;
+    bool m_ended = false;
+};
 } // namespace
 
 ExportSession::ExportSession(ExportComposition composition, Preset preset)
@@ -258,24 +287,9 @@ bool ExportSession::runComposed() {
     std::optional<AudioRangeFeeder> feeder;
     if (audio)
         feeder.emplace(*audio, *writer);
-    // Packets of the copied sound up to a source time; the one read past it waits for the next.
-    std::shared_ptr<AVPacket> pendingPacket;
-    double pendingSeconds = 0;
-    bool audioEnded = false;
-    auto copyAudioUntil = [&](double seconds) {
-        while (!audioEnded) {
-            if (!pendingPacket && !(pendingPacket = copiedAudio->next(pendingSeconds))) {
-                audioEnded = true;
-                break;
-            }
-            if (pendingSeconds >= seconds)
-                break;
-            if (!writer->appendAudioPacket(std::move(pendingPacket)))
-                return false;
-            pendingPacket = nullptr;
-        }
-        return true;
-    };
+    std::optional<AudioPacketFeeder> copier;
+    if (copiedAudio)
+        copier.emplace(*copiedAudio, *writer);
     int64_t frameIndex = 0;
     MediaTime compositionStart = MediaTime::zero();
     bool ok = true;
@@ -285,13 +299,13 @@ bool ExportSession::runComposed() {
         std::function<bool(double)> feedAudio;
         if (feeder)
             feedAudio = [&feeder](double seconds) { return feeder->feedUntil(seconds); };
-        if (copiedAudio)
-            feedAudio = [&](double seconds) { return copyAudioUntil(seconds); };
+        if (copier)
+            feedAudio = [&copier](double seconds) { return copier->feedUntil(seconds); };
         ok = composeRange(*writer, *screen, camera.get(), range, compositionStart, frameIndex,
                           totalFrames, feedAudio);
         if (ok && feeder && !feeder->feedUntil(range.end().seconds()))
             ok = false;
-        if (ok && copiedAudio && !copyAudioUntil(std::numeric_limits<double>::infinity()))
+        if (ok && copier && !copier->feedUntil(std::numeric_limits<double>::infinity()))
             ok = false;
         if (!ok)
             break;
