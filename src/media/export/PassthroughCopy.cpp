@@ -93,6 +93,12 @@ bool copyPacketRanges(const std::filesystem::path& input, const std::vector<Medi
         av_seek_frame(raw, videoIndex, start, AVSEEK_FLAG_BACKWARD);
         // The range is copied from its key frame: every stream shifts by the same amount.
         double cutSeconds = -1;
+        // The first range starts at its own start: the pictures before it, from the key frame on,
+        // get times before zero, which the file's edit list hides, so the copy begins exactly
+        // where asked. A later range cannot reach back past the previous one, so it starts at
+        // its key frame.
+        const bool firstRange = &range == &ranges.front();
+        double anchorSeconds = -1;
         double rangeEndOutput = outputOffset;
         std::vector<bool> finished(raw->nb_streams, false);
         while (true) {
@@ -122,6 +128,7 @@ bool copyPacketRanges(const std::filesystem::path& input, const std::vector<Medi
                     continue;
                 }
                 cutSeconds = std::min(ptsSeconds, range.start.seconds());
+                anchorSeconds = firstRange ? range.start.seconds() : cutSeconds;
             }
             if (seconds >= endSeconds || ptsSeconds < cutSeconds - 1e-6) {
                 if (seconds >= endSeconds)
@@ -134,7 +141,7 @@ bool copyPacketRanges(const std::filesystem::path& input, const std::vector<Medi
                     break;
                 continue;
             }
-            const int64_t shift = av_rescale_q(int64_t((outputOffset - cutSeconds) * 1e6),
+            const int64_t shift = av_rescale_q(int64_t((outputOffset - anchorSeconds) * 1e6),
                                                AVRational{1, 1000000}, base) -
                                   streamOrigin;
             if (packet->pts != AV_NOPTS_VALUE)
