@@ -223,10 +223,12 @@ int runExport(const QStringList& arguments, FILE* out, FILE* err) {
             checkRange("--cut", cut, duration);
         if (options.trim)
             checkRange("--trim", *options.trim, duration);
-        if (options.zoom == QLatin1String("none"))
+        if (options.zoom == QLatin1String("none")) {
             session.zoomSegments.clear();
-        else if (options.zoom != QLatin1String("auto"))
+            session.zoomKeyframes.clear();
+        } else if (options.zoom != QLatin1String("auto")) {
             session.zoomSegments = zoomSegmentsFromFile(options.zoom);
+        }
         if (options.camera) {
             if (!QFileInfo(*options.camera).isFile())
                 throw BadInput{
