@@ -98,7 +98,8 @@ TEST_F(ExportCommandTest, StyledExportKeepsLengthSoundAndGeometry) {
 // Three kept ranges join end to end: the output lasts their sum, the first frame after each
 // join is the first frame of the next range, and the sound is cut the same way.
 TEST_F(ExportCommandTest, CutsJoinOnTheRightSourceFramesWithTheirSound) {
-    const synthetic::Layout layout{320, 240, 20, 6.0, true};
+    synthetic::Layout layout{320, 240, 20, 6.0, true};
+    layout.louderEachSecond = true;
     ASSERT_TRUE(synthetic::writeRecording(file("screen.mp4"), layout));
     const CommandOutcome outcome =
         run({qfile("screen.mp4"), "--cut", "3-4", "--cut", "0.5-1.5", "--cut", "4.5-5.5", "--fps",
@@ -121,6 +122,14 @@ TEST_F(ExportCommandTest, CutsJoinOnTheRightSourceFramesWithTheirSound) {
         ASSERT_FALSE(frame.isNull());
         EXPECT_EQ(synthetic::frameNumber(frame, layout), expected) << "output frame " << output;
     }
+    // The sound is as loud as its source second, 0.05 (second + 1), on either side of each join
+    // (source 0.5-1.5, 3-4, 4.5-5.5 at output 0, 1, 2).
+    const std::pair<double, double> loudness[] = {
+        {0.2, 0.05}, {0.4, 0.05}, {0.6, 0.10},  {0.9, 0.10},  {1.1, 0.20},
+        {1.9, 0.20}, {2.1, 0.25}, {2.45, 0.25}, {2.55, 0.30}, {2.9, 0.30}};
+    for (const auto& [at, expected] : loudness)
+        EXPECT_NEAR(synthetic::amplitude(file("cut.mp4"), at - 0.04, at + 0.04), expected, 0.02)
+            << "at " << at << " s";
 }
 
 // One file per kept range, named after the source, each copied without re-encoding.

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "media/export/AudioTrackReader.h"
 #include "media/export/ExportWriter.h"
 #include "media/export/VideoTrackReader.h"
 
@@ -25,6 +26,7 @@ struct Layout {
     bool audio = true;
     uint32_t solidColour = 0; // not 0: every pixel this colour, no counter
     double splitAt = 0;       // not 0: red left of this fraction of the width, blue right of it
+    bool louderEachSecond = false; // the tone's amplitude is 0.05 * (second + 1)
 };
 
 inline bool writeRecording(const std::filesystem::path& path, const Layout& layout) {
@@ -74,7 +76,8 @@ inline bool writeRecording(const std::filesystem::path& path, const Layout& layo
             for (int c = 0; c < 2; ++c) {
                 for (int i = 0; i < count; ++i)
                     tone.mutableChannelData(c)[i] =
-                        0.3f * float(std::sin(2 * M_PI * 440.0 * double(sample + i) / 48000.0));
+                        (layout.louderEachSecond ? 0.05f * float(k / layout.fps + 1) : 0.3f) *
+                        float(std::sin(2 * M_PI * 440.0 * double(sample + i) / 48000.0));
             }
             sample += count;
             if (!writer->appendAudio(tone, double(k) / layout.fps))
@@ -115,6 +118,27 @@ inline int frameNumber(const VideoFrame& frame, const Layout& layout, int left =
     if (best > 90 || index < 0)
         return -1;
     return second * layout.fps + index;
+}
+
+// The tone's amplitude over [from, to) seconds of a movie's audio (the peak of the first channel).
+inline double amplitude(const std::filesystem::path& path, double from, double to) {
+    std::string error;
+    auto reader = AudioTrackReader::open(path, {}, error);
+    if (!reader)
+        return -1;
+    double peak = 0;
+    while (true) {
+        const AudioBuffer block = reader->nextBuffer();
+        if (block.isNull())
+            break;
+        const double start = block.presentationTime.seconds();
+        for (int i = 0; i < block.sampleCount(); ++i) {
+            const double t = start + double(i) / block.sampleRate();
+            if (t >= from && t < to)
+                peak = std::max(peak, double(std::abs(block.channelData(0)[i])));
+        }
+    }
+    return peak;
 }
 
 } // namespace synthetic
