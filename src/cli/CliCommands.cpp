@@ -9,12 +9,8 @@
 // Each command lives in its own file; this table is the one place that lists them.
 const std::vector<CliCommand>& cliCommands() {
     static const std::vector<CliCommand> commands = {
-        analyzeCommand(),
-        composeCommand(),
-        exportCommand(),
-        waveformCommand(),
-        recordCommand(),
-        listCommand(),
+        analyzeCommand(),  composeCommand(), exportCommand(),
+        waveformCommand(), recordCommand(),  listCommand(),
     };
     return commands;
 }

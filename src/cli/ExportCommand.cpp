@@ -154,7 +154,7 @@ ExportOptions parse(const QStringList& arguments, RoundedCameraCompositorSetting
 std::vector<ZoomSegment> zoomSegmentsFromFile(const QString& path) {
     QFile file(path);
     if (!file.open(QIODevice::ReadOnly))
-        throw BadInput{fmt::format("--zoom: {}: no such file", path.toStdString())};
+        throw BadInput{fmt::format("--zoom: {}: no such file", path.toStdString()), false};
     const QByteArray text = file.readAll();
     try {
         const nlohmann::json json = nlohmann::json::parse(text.constData());
@@ -162,7 +162,7 @@ std::vector<ZoomSegment> zoomSegmentsFromFile(const QString& path) {
             return json.get<std::vector<ZoomSegment>>();
         return decodeMetadata(text.toStdString()).zoomSegments;
     } catch (const std::exception& error) {
-        throw BadInput{fmt::format("--zoom: {}: {}", path.toStdString(), error.what())};
+        throw BadInput{fmt::format("--zoom: {}: {}", path.toStdString(), error.what()), false};
     }
 }
 
@@ -198,7 +198,8 @@ private:
 void checkRange(const char* option, std::pair<double, double> range, double duration) {
     if (range.second > duration + 1e-3)
         throw BadInput{fmt::format("{}: {}-{} lies outside the video (0-{:.3f} s)", option,
-                                   range.first, range.second, duration)};
+                                   range.first, range.second, duration),
+                       false};
 }
 
 MediaTimeRange timeRange(std::pair<double, double> range, double duration) {
@@ -217,7 +218,7 @@ int runExport(const QStringList& arguments, FILE* out, FILE* err) {
     try {
         options = parse(arguments, style);
         if (const std::optional<QString> error = session.loadVideo(options.input))
-            throw BadInput{error->toStdString()};
+            throw BadInput{error->toStdString(), false};
         const double duration = session.videoDuration().seconds();
         for (const auto& cut : options.cuts)
             checkRange("--cut", cut, duration);
@@ -236,7 +237,9 @@ int runExport(const QStringList& arguments, FILE* out, FILE* err) {
             session.setCameraURL(*options.camera);
         }
     } catch (const BadInput& bad) {
-        fmt::print(err, "❌ {}\nusage: tavelquiston-cli {}\n", bad.message, usage);
+        fmt::print(err, "❌ {}\n", bad.message);
+        if (bad.showUsage)
+            fmt::print(err, "usage: tavelquiston-cli {}\n", usage);
         return 2;
     }
 

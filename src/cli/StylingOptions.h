@@ -12,6 +12,8 @@
 // ends with status 2.
 struct BadInput {
     std::string message;
+    // A wrong file or value in the right place needs no reminder of how the command is used.
+    bool showUsage = true;
 };
 
 double parseNumber(const QString& option, const QString& text);

@@ -61,7 +61,7 @@ std::optional<QString> VideoTrimmerViewModel::loadVideo(const QString& path) {
     }
     std::string error;
     const auto reader = VideoTrackReader::open(screen.toStdString(), error);
-    if (!reader) {
+    if (!reader || !reader->checkComplete(error)) {
         const QString reason = QFileInfo::exists(screen)
                                    ? QString::fromStdString(error)
                                    : screen + QStringLiteral(": no such file");

@@ -11,6 +11,7 @@
 
 #include <QDir>
 #include <QFile>
+#include <QFileInfo>
 #include <QTemporaryDir>
 
 #include <gtest/gtest.h>
@@ -316,11 +317,15 @@ TEST_F(ExportCommandTest, BadInputIsOneClearLineWithStatusTwo) {
     }
     QFile::copy(qfile("screen.mp4"), qfile("truncated.mp4"));
     QFile::resize(qfile("truncated.mp4"), 600);
+    // Its index intact at the front, half of its pictures missing.
+    QFile::copy(qfile("screen.mp4"), qfile("half.mp4"));
+    QFile::resize(qfile("half.mp4"), QFileInfo(qfile("screen.mp4")).size() / 2);
 
     const std::vector<std::pair<QStringList, std::string>> cases = {
         {{qfile("missing.mp4")}, "missing.mp4"},
         {{qfile("notes.mp4")}, "notes.mp4"},
         {{qfile("truncated.mp4")}, "truncated.mp4"},
+        {{qfile("half.mp4")}, "half.mp4"},
         {{qfile("screen.mp4"), "--cut", "1-9"}, "1-9"},
         {{qfile("screen.mp4"), "--cut", "1.5-1"}, "1.5-1"},
         {{qfile("screen.mp4"), "--codec", "vp9"}, "vp9"},

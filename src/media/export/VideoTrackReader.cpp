@@ -82,6 +82,35 @@ std::unique_ptr<VideoTrackReader> VideoTrackReader::open(const std::filesystem::
     return reader;
 }
 
+bool VideoTrackReader::checkComplete(std::string& error) {
+    Decoder& d = *m_decoder;
+    const AVRational base = d.stream->time_base;
+    const MediaTime lastSecond = std::max(MediaTime::zero(), m_duration - MediaTime::make(1, 1));
+    av_seek_frame(d.format.get(), d.stream->index,
+                  d.origin + lastSecond.inTimeBase(base.num, base.den), AVSEEK_FLAG_BACKWARD);
+    int64_t lastEnd = AV_NOPTS_VALUE;
+    int result = 0;
+    while ((result = av_read_frame(d.format.get(), d.packet.get())) >= 0) {
+        if (d.packet->stream_index == d.stream->index && d.packet->pts != AV_NOPTS_VALUE)
+            lastEnd = std::max(lastEnd == AV_NOPTS_VALUE ? INT64_MIN : lastEnd,
+                               d.packet->pts + d.packet->duration);
+        av_packet_unref(d.packet.get());
+    }
+    // The next frameAt seeks again from wherever this left the demuxer.
+    m_positioned = false;
+    const std::string name = d.format->url ? d.format->url : "the movie";
+    if (result != AVERROR_EOF) {
+        error = name + ": damaged or cut short (" + ffmpegErrorText(result) + ")";
+        return false;
+    }
+    if (lastEnd == AV_NOPTS_VALUE ||
+        MediaTime::fromTimeBase(lastEnd - d.origin, base.num, base.den) < lastSecond) {
+        error = name + ": cut short, its pictures end before its stated length";
+        return false;
+    }
+    return true;
+}
+
 void VideoTrackReader::seekTo(MediaTime time) {
     Decoder& d = *m_decoder;
     const int64_t target =

@@ -30,6 +30,10 @@ public:
     // FFmpeg's short name of the track's codec ("h264", "hevc", "prores").
     const std::string& codecName() const { return m_codecName; }
 
+    // Whether the end of the track can be read: a movie whose index promises more than the file
+    // holds (a copy cut short) fails here, with a reason, before any work is done on it.
+    bool checkComplete(std::string& error);
+
     // The frame shown at `time` (the first frame for earlier times, the last one after the end);
     // null only when nothing could be decoded. A decoding error is latched in `error`.
     VideoFrame frameAt(MediaTime time);
