@@ -14,6 +14,7 @@
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
+#include <algorithm>
 #include <csignal>
 #include <unistd.h>
 
@@ -28,6 +29,8 @@ constexpr std::string_view usage =
     "[--screen-shadow OPACITY,RADIUS] [--camera-shadow OPACITY,RADIUS] "
     "[--camera-shape squircle|circle|roundedRect|rectangle] [--camera-center X,Y] "
     "[--camera-width F] [--camera-shrink F] [--vertical-stack]";
+
+constexpr double maximumGifSeconds = 30.0;
 
 // Set by SIGINT/SIGTERM only; the event loop looks at it.
 volatile std::sig_atomic_t interruptRequested = 0;
@@ -195,6 +198,19 @@ private:
     int m_shown = -1;
 };
 
+// The cut ranges as they will be kept: sorted, overlapping ones joined.
+std::vector<std::pair<double, double>> mergedCuts(std::vector<std::pair<double, double>> cuts) {
+    std::sort(cuts.begin(), cuts.end());
+    std::vector<std::pair<double, double>> merged;
+    for (const auto& cut : cuts) {
+        if (!merged.empty() && cut.first <= merged.back().second)
+            merged.back().second = std::max(merged.back().second, cut.second);
+        else
+            merged.push_back(cut);
+    }
+    return merged;
+}
+
 void checkRange(const char* option, std::pair<double, double> range, double duration) {
     if (range.second > duration + 1e-3)
         throw BadInput{fmt::format("{}: {}-{} lies outside the video (0-{:.3f} s)", option,
@@ -224,6 +240,15 @@ int runExport(const QStringList& arguments, FILE* out, FILE* err) {
             checkRange("--cut", cut, duration);
         if (options.trim)
             checkRange("--trim", *options.trim, duration);
+        // The palette needs the whole clip in memory before the first frame is written.
+        double kept = options.cuts.empty() ? duration : 0.0;
+        for (const auto& cut : mergedCuts(options.cuts))
+            kept += cut.second - cut.first;
+        if (options.gif && kept > maximumGifSeconds)
+            throw BadInput{fmt::format("--gif: {:.1f} s is too long for a GIF (at most {:.0f} s; "
+                                       "use --cut to choose a part)",
+                                       kept, maximumGifSeconds),
+                           false};
         if (options.zoom == QLatin1String("none")) {
             session.zoomSegments.clear();
             session.zoomKeyframes.clear();
