@@ -235,6 +235,12 @@ int runExport(const QStringList& arguments, FILE* out, FILE* err) {
         options = parse(arguments, style);
         if (const std::optional<QString> error = session.loadVideo(options.input))
             throw BadInput{error->toStdString(), false};
+        if (options.output && QFileInfo(*options.output).exists() &&
+            QFileInfo(*options.output).canonicalFilePath() ==
+                QFileInfo(*session.fileURL()).canonicalFilePath())
+            throw BadInput{
+                fmt::format("--output: {} is the recording itself", options.output->toStdString()),
+                false};
         const double duration = session.videoDuration().seconds();
         for (const auto& cut : options.cuts)
             checkRange("--cut", cut, duration);

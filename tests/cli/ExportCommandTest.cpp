@@ -329,6 +329,7 @@ TEST_F(ExportCommandTest, BadInputIsOneClearLineWithStatusTwo) {
         {{qfile("screen.mp4"), "--cut", "1-9"}, "1-9"},
         {{qfile("screen.mp4"), "--cut", "1.5-1"}, "1.5-1"},
         {{qfile("screen.mp4"), "--codec", "vp9"}, "vp9"},
+        {{qfile("screen.mp4"), "--output", qfile("screen.mp4")}, "screen.mp4"},
         {{qfile("screen.mp4"), "--zoom", qfile("nozoom.json")}, "nozoom.json"},
     };
     for (const auto& [arguments, named] : cases) {
