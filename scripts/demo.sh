@@ -88,3 +88,12 @@ package=$(tail -n 2 "$out/layers.log" | head -n 1)
 camera_frames=$(ffprobe -v error -select_streams v -count_packets -show_entries stream=nb_read_packets -of default=nw=1:nk=1 "$package/.camera.mov")
 echo "package:  $package"
 printf 'layers:   %s, camera %d frames\n' "$(cd "$package" && ls -A | tr '\n' ' ')" "$camera_frames"
+
+# The recording made shareable: styled on a background, its automatic zoom and drawn cursor.
+if ! "$cli" export "$movie" --background gradient:ocean --padding 80 \
+    >"$out/export.log" 2>"$out/export.err"; then
+  echo "❌ The export failed:" >&2
+  cat "$out/export.err" >&2
+  exit 1
+fi
+echo "styled:   $(tail -n 1 "$out/export.log")"

@@ -1,5 +1,7 @@
 #include "cli/ComposeCommand.h"
 
+#include "cli/StylingOptions.h"
+
 #include "core/metadata/MetadataFile.h"
 #include "core/metadata/MetadataJson.h"
 #include "core/metadata/MetadataLocation.h"
@@ -7,7 +9,6 @@
 #include "media/VideoFrameGrabber.h"
 #include "render/RoundedCameraCompositor.h"
 
-#include <QColor>
 #include <QFileInfo>
 #include <QImage>
 #include <QImageReader>
@@ -21,55 +22,12 @@
 namespace {
 
 constexpr std::string_view usage =
-    "compose INPUT --time T --output OUT.png [--metadata FILE] "
-    "[--aspect Original|16:9|1:1|4:3|9:16|3:4|4:5] "
+    "compose INPUT --time T --output OUT.png [--metadata FILE] [--cursor|--no-cursor] "
+    "[--camera IMAGE-OR-VIDEO] [--aspect Original|16:9|1:1|4:3|9:16|3:4|4:5] "
     "[--background gradient:<preset>|color:#RRGGBB] [--padding N] [--corner-radius N] "
-    "[--screen-shadow OPACITY,RADIUS] [--camera-shadow OPACITY,RADIUS] [--cursor|--no-cursor] "
-    "[--camera IMAGE-OR-VIDEO] [--camera-shape squircle|circle|roundedRect|rectangle] "
-    "[--camera-center X,Y] [--camera-width F] [--camera-shrink F] [--vertical-stack]";
-
-// A bad value: the message names the option and the value, and the run ends with status 2.
-struct BadInput {
-    std::string message;
-};
-
-double number(const QString& option, const QString& text) {
-    bool ok = false;
-    const double value = text.toDouble(&ok);
-    if (!ok || !std::isfinite(value))
-        throw BadInput{
-            fmt::format("{}: \"{}\" is not a number", option.toStdString(), text.toStdString())};
-    return value;
-}
-
-std::pair<double, double> pair(const QString& option, const QString& text) {
-    const QStringList parts = text.split(QLatin1Char(','));
-    if (parts.size() != 2)
-        throw BadInput{fmt::format("{}: \"{}\" is not two numbers separated by a comma",
-                                   option.toStdString(), text.toStdString())};
-    return {number(option, parts[0]), number(option, parts[1])};
-}
-
-BackgroundSettings background(const QString& text) {
-    BackgroundSettings settings;
-    if (text.startsWith(QLatin1String("gradient:"))) {
-        const std::optional<GradientPreset> preset = gradientPresetFromRawValue(text.mid(9));
-        if (!preset || *preset == GradientPreset::custom)
-            throw BadInput{
-                fmt::format("--background: unknown gradient \"{}\"", text.mid(9).toStdString())};
-        settings.type = StudioBackgroundType::gradient;
-        settings.gradient = gradientSettings(*preset);
-        return settings;
-    }
-    const QColor color(text.mid(6));
-    if (!text.startsWith(QLatin1String("color:#")) || text.size() != 13 || !color.isValid())
-        throw BadInput{
-            fmt::format("--background: \"{}\" is neither gradient:<preset> nor color:#RRGGBB",
-                        text.toStdString())};
-    settings.type = StudioBackgroundType::solidColor;
-    settings.color = CodableColor{color.redF(), color.greenF(), color.blueF(), 1.0};
-    return settings;
-}
+    "[--screen-shadow OPACITY,RADIUS] [--camera-shadow OPACITY,RADIUS] "
+    "[--camera-shape squircle|circle|roundedRect|rectangle] [--camera-center X,Y] "
+    "[--camera-width F] [--camera-shrink F] [--vertical-stack]";
 
 // A still picture, or the frame of a movie at `seconds`, as premultiplied ARGB.
 QImage picture(const QString& path, double seconds) {
@@ -112,53 +70,20 @@ ComposeOptions parse(const QStringList& arguments, RoundedCameraCompositorSettin
                 throw BadInput{fmt::format("{} needs a value", argument.toStdString())};
             return arguments[++i];
         };
-        if (argument == QLatin1String("--time")) {
-            options.time = number(argument, value());
+        if (parseStylingOption(arguments, i, settings)) {
+            continue;
+        } else if (argument == QLatin1String("--time")) {
+            options.time = parseNumber(argument, value());
         } else if (argument == QLatin1String("--output")) {
             options.output = value();
         } else if (argument == QLatin1String("--metadata")) {
             options.metadata = value();
-        } else if (argument == QLatin1String("--aspect")) {
-            const QString text = value();
-            const std::optional<OutputAspectRatio> aspect = outputAspectRatioFromRawValue(text);
-            if (!aspect)
-                throw BadInput{fmt::format("--aspect: unknown ratio \"{}\"", text.toStdString())};
-            settings.outputAspectRatio = *aspect;
-        } else if (argument == QLatin1String("--background")) {
-            settings.backgroundSettings = background(value());
-            settings.backgroundEnabled = true;
-        } else if (argument == QLatin1String("--padding")) {
-            settings.videoPadding = number(argument, value());
-        } else if (argument == QLatin1String("--corner-radius")) {
-            settings.videoCornerRadius = number(argument, value());
-        } else if (argument == QLatin1String("--screen-shadow")) {
-            std::tie(settings.screenShadowOpacity, settings.screenShadowRadius) =
-                pair(argument, value());
-        } else if (argument == QLatin1String("--camera-shadow")) {
-            std::tie(settings.cameraShadowOpacity, settings.cameraShadowRadius) =
-                pair(argument, value());
         } else if (argument == QLatin1String("--cursor")) {
             options.cursor = true;
         } else if (argument == QLatin1String("--no-cursor")) {
             options.cursor = false;
         } else if (argument == QLatin1String("--camera")) {
             options.camera = value();
-        } else if (argument == QLatin1String("--camera-shape")) {
-            const QString text = value();
-            const std::optional<CameraShape> shape = cameraShapeFromRawValue(text);
-            if (!shape)
-                throw BadInput{
-                    fmt::format("--camera-shape: unknown shape \"{}\"", text.toStdString())};
-            settings.cameraSettings.shape = *shape;
-        } else if (argument == QLatin1String("--camera-center")) {
-            const auto [x, y] = pair(argument, value());
-            settings.cameraSettings.centerNormalized = {x, y};
-        } else if (argument == QLatin1String("--camera-width")) {
-            settings.cameraSettings.widthFraction = number(argument, value());
-        } else if (argument == QLatin1String("--camera-shrink")) {
-            settings.cameraSettings.shrinkFactor = number(argument, value());
-        } else if (argument == QLatin1String("--vertical-stack")) {
-            settings.verticalStack = true;
         } else if (argument.startsWith(QLatin1Char('-')) || !options.input.isEmpty()) {
             throw BadInput{fmt::format("Unexpected argument \"{}\"", argument.toStdString())};
         } else {

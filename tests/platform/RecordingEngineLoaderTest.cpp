@@ -2,8 +2,6 @@
 
 #include "core/model/RecordingError.h"
 #include "core/recording/engines/AudioCaptureEngine.h"
-#include "core/recording/engines/CameraCaptureEngine.h"
-#include "core/recording/engines/LayerRecordingManager.h"
 #include "core/recording/engines/RecordingEngineFactory.h"
 #include "core/recording/engines/ScreenCaptureEngine.h"
 
@@ -55,9 +53,6 @@ TEST(RecordingEngineLoader, MissingCapabilitiesFailWithTheirReason) {
 
     auto audio = factory->makeAudioCaptureEngine();
     EXPECT_FALSE(failureOf([&] { audio->setupSystemAudioCapture(); }).isEmpty());
-    auto camera = factory->makeCameraCaptureEngine();
-    EXPECT_FALSE(failureOf([&] { camera->setupCamera(AVCaptureDevice{"cam", "Cam"}); }).isEmpty());
-    EXPECT_FALSE(failureOf([&] { factory->makeLayerRecordingManager(); }).isEmpty());
 
     options.backend = CaptureBackend::wayland;
     EXPECT_TRUE(failureOf([&] {

@@ -367,10 +367,10 @@ void read(const json& value, T& out) {
 
 } // namespace
 
-RecordingMetadata decodeMetadata(std::string_view text) {
-    json document;
+namespace {
+json parseDocument(std::string_view text) {
     try {
-        document = json::parse(text);
+        return json::parse(text);
     } catch (const json::exception& error) {
         // Syntax errors, and literals beyond the range of a double.
         // Keep the parser's own description of where and why, without its internal prefix.
@@ -379,7 +379,17 @@ RecordingMetadata decodeMetadata(std::string_view text) {
             message.remove_prefix(at + 2);
         throw MetadataDecodingError({}, fmt::format("not valid JSON: {}", message));
     }
+}
+} // namespace
+
+RecordingMetadata decodeMetadata(std::string_view text) {
     RecordingMetadata metadata;
-    read(document, metadata);
+    read(parseDocument(text), metadata);
     return metadata;
+}
+
+std::vector<ZoomSegment> decodeZoomSegments(std::string_view text) {
+    std::vector<ZoomSegment> segments;
+    read(parseDocument(text), segments);
+    return segments;
 }

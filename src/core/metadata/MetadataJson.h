@@ -50,6 +50,8 @@ private:
 std::string encodeMetadata(const RecordingMetadata& metadata);
 // Throws MetadataDecodingError, also for text that is not JSON at all.
 RecordingMetadata decodeMetadata(std::string_view text);
+// A bare list of zoom segments, as the metadata holds them. Throws MetadataDecodingError.
+std::vector<ZoomSegment> decodeZoomSegments(std::string_view text);
 
 // Upper-case canonical form, "E621E1F8-C36C-495A-93FC-0C247A3E6E5F".
 std::string uuidString(const QUuid& uuid);

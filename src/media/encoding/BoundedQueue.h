@@ -26,6 +26,19 @@ public:
         return true;
     }
 
+    // For producers that may wait (an export, not a capture): waits for room; false once closed.
+    bool push(T item) {
+        {
+            std::unique_lock lock(m_mutex);
+            m_room.wait(lock, [this] { return m_closed || m_items.size() < m_capacity; });
+            if (m_closed)
+                return false;
+            m_items.push_back(std::move(item));
+        }
+        m_ready.notify_one();
+        return true;
+    }
+
     // Waits for the next item; nothing once the queue is closed and empty.
     std::optional<T> pop() {
         std::unique_lock lock(m_mutex);
@@ -34,6 +47,8 @@ public:
             return std::nullopt;
         T item = std::move(m_items.front());
         m_items.pop_front();
+        lock.unlock();
+        m_room.notify_one();
         return item;
     }
 
@@ -43,6 +58,7 @@ public:
             m_closed = true;
         }
         m_ready.notify_all();
+        m_room.notify_all();
     }
 
     size_t size() const {
@@ -54,6 +70,7 @@ private:
     const size_t m_capacity;
     mutable std::mutex m_mutex;
     std::condition_variable m_ready;
+    std::condition_variable m_room;
     std::deque<T> m_items;
     bool m_closed = false;
 };

@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <string>
 
 // The knobs of real-time encoding that were chosen by measurement on a two-core machine (see
@@ -26,6 +27,11 @@ struct EncoderTuning {
     // prores_aw encodes 4444 with alpha about four times faster than prores_ks here.
     std::string proResEncoder = "prores_aw";
     bool allowHardware = true;
+    // Only this hardware family ("vaapi" or "nvenc") before software; empty: whichever works.
+    std::string preferredHardware;
+    // Exports: constant quality for x264/x265 (lower is better); absent: the bit rate or the
+    // encoder's default.
+    std::optional<int> constantRateFactor;
     // Frames waiting for the encoder: 200 ms at 60 frames/s. Measured at 1080p60 with x264 on two
     // busy cores: 4 refused 3% of the frames, 8 refused none to 0.7% depending on the other load,
     // 16 none; each queued frame holds one capture buffer (8 MB at 1080p), so 12 is the middle.

@@ -54,10 +54,10 @@ std::vector<Candidate> candidates(VideoCodecSettings::Codec codec, const Encoder
     case VideoCodecSettings::Codec::h264:
     case VideoCodecSettings::Codec::hevc: {
         bool h264 = codec == VideoCodecSettings::Codec::h264;
-        if (tuning.allowHardware) {
+        if (tuning.allowHardware && tuning.preferredHardware != "nvenc")
             list.push_back({h264 ? "h264_vaapi" : "hevc_vaapi", HardwareKind::vaapi});
+        if (tuning.allowHardware && tuning.preferredHardware != "vaapi")
             list.push_back({h264 ? "h264_nvenc" : "hevc_nvenc", HardwareKind::nvenc});
-        }
         list.push_back({h264 ? "libx264" : "libx265"});
         break;
     }
@@ -219,6 +219,8 @@ std::optional<OpenedEncoder> openEncoder(const Candidate& candidate,
             av_dict_set(&options, "tune", tuning.softwareH264Tune.c_str(), 0);
         av_dict_set(&options, "profile", "high", 0);
         av_dict_set(&options, "forced-idr", "1", 0);
+        if (tuning.constantRateFactor)
+            av_dict_set_int(&options, "crf", *tuning.constantRateFactor, 0);
     } else {
         av_dict_set(&options, "forced-idr", "1", 0);
         av_dict_set(&options, "preset", tuning.softwareHEVCPreset.c_str(), 0);
@@ -227,6 +229,8 @@ std::optional<OpenedEncoder> openEncoder(const Candidate& candidate,
         av_dict_set(&options, "tune", "zerolatency", 0);
         av_dict_set(&options, "profile", "main", 0);
         av_dict_set(&options, "x265-params", "log-level=error", 0);
+        if (tuning.constantRateFactor)
+            av_dict_set_int(&options, "crf", *tuning.constantRateFactor, 0);
     }
     if (context->pix_fmt == AV_PIX_FMT_NONE)
         context->pix_fmt = opened.softwareFormat;

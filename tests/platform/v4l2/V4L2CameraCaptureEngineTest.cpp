@@ -1,7 +1,7 @@
 #include "platform/v4l2/V4L2CameraCaptureEngine.h"
 
 #include "core/model/RecordingError.h"
-#include "platform/recording/MediaWriterAdapter.h"
+#include "media/MediaWriterAdapter.h"
 
 #include "media/MovieProbe.h"
 #include "support/EventLoop.h"
