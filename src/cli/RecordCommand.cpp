@@ -3,13 +3,17 @@
 #include "core/model/RecordingError.h"
 #include "core/recording/RecordingCoordinator.h"
 #include "core/recording/RecordingServices.h"
+#include "core/recording/engines/CursorOverlayController.h"
 #include "core/recording/engines/RecordingEngineFactory.h"
 #include "core/settings/UserDefaults.h"
 #include "platform/RecordingEngineLoader.h"
 
 #include <QDir>
+#include <QFile>
 #include <QFileInfo>
 #include <QRect>
+#include <QSettings>
+#include <QTemporaryDir>
 
 #include <QCoro/QCoroTask>
 #include <QCoro/QCoroTimer>
@@ -24,7 +28,11 @@ constexpr std::string_view usage =
     "record [--mode screen|area|window|windows|application] [--display ID] [--area X,Y,W,H] "
     "[--window ID]... [--app BUNDLE-ID]... [--fps N] [--resolution low|normal|high] "
     "[--quality low|medium|high] [--codec h264|h265] [--format mov|mp4] [--show-cursor] "
-    "[--background COLOR] [--countdown SECONDS] [--duration SECONDS] [--output DIR]";
+    "[--background COLOR] [--countdown SECONDS] [--duration SECONDS] [--output DIR] "
+    "[--click-to-zoom] [--zoom-level X] [--zoom-duration SECONDS] [--click-threshold SECONDS] "
+    "[--smart-zoom on|off] [--highlight] [--magnifier] "
+    "[--cursor-style circle|arrow|pointer|custom] [--cursor-size PX] [--ripple on|off] "
+    "[--ripple-color COLOR]";
 
 // Signals only set these; the recording loop looks at them between waits.
 volatile std::sig_atomic_t stopSignals = 0;
@@ -154,6 +162,7 @@ RecordRequest parseRecordRequest(const QStringList& arguments) {
             request.duration = seconds;
         } else if (option == QLatin1String("--output")) {
             request.outputDirectory = value();
+        } else if (request.cursor.parse(option, value)) {
         } else {
             throw CliUsageError(fmt::format("Unexpected argument \"{}\"", text(option)));
         }
@@ -245,6 +254,7 @@ RecordingConfiguration makeRecordingConfiguration(const RecordRequest& request,
     configuration.recordMicrophone = false;
     // A command run by a script keeps the machine awake by other means when it needs to.
     configuration.preventSleep = false;
+    request.cursor.apply(configuration);
     return configuration;
 }
 
@@ -384,7 +394,24 @@ int runRecord(const QStringList& arguments, FILE* out, FILE* err) {
 
     RecordingServices services;
     services.engines = factory.get();
+    // Options that live in the settings apply to this recording only: a private copy of the
+    // person's settings carries them.
+    QTemporaryDir settingsFolder;
+    std::unique_ptr<UserDefaults> settings;
+    if (request.cursor.overridesDefaults()) {
+        const QString copy = settingsFolder.filePath(QStringLiteral("tavelquiston.ini"));
+        QFile::copy(QSettings(QSettings::IniFormat, QSettings::UserScope,
+                              QStringLiteral("tavelquiston"), QStringLiteral("tavelquiston"))
+                        .fileName(),
+                    copy);
+        QFile(copy).setPermissions(QFileDevice::ReadOwner | QFileDevice::WriteOwner);
+        settings = std::make_unique<UserDefaults>(copy);
+        request.cursor.writeDefaults(*settings);
+        services.defaults = settings.get();
+    }
     RecordingCoordinator coordinator(services);
+    if (request.cursor.magnifier)
+        coordinator.cursorOverlayController().setMagnifierEnabled(true);
 
     stopSignals = 0;
     pauseToggles = 0;

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "cli/CliCommand.h"
+#include "cli/RecordCursorOptions.h"
 #include "core/model/RecordingConfiguration.h"
 #include "core/model/SCShareableContent.h"
 
@@ -34,6 +35,7 @@ struct RecordRequest {
     int countdown = 0;
     std::optional<double> duration;
     QString outputDirectory;
+    RecordCursorOptions cursor;
 };
 
 // A value on the command line that cannot be used; its message names the option and value.

@@ -1,5 +1,6 @@
 #include "core/recording/RecordingCoordinator.h"
 
+#include "core/recording/CursorSampler.h"
 #include "core/recording/CustomCursorSettings.h"
 #include "core/recording/ErrorDescription.h"
 #include "core/recording/RecordingClock.h"
@@ -55,6 +56,24 @@ RecordingCoordinator::RecordingCoordinator(RecordingServices services, QObject* 
       m_cursorOverlayController(m_services.engines->makeCursorOverlayController()),
       m_camera(*m_services.engines,
                [this](const std::optional<QString>& name) { return resolveCameraDevice(name); }) {
+    m_cursorSampler = std::make_unique<CursorSampler>(
+        *m_cursorOverlayController, m_clock,
+        CursorSampler::Hooks{
+            [this] {
+                return m_screenEngine ? m_screenEngine->captureRectInScreenSpace() : std::nullopt;
+            },
+            [this] {
+                if (auto timeline = currentVideoTimelineTimestamp())
+                    return timeline;
+                return currentRecordingTimestamp();
+            },
+            [this] { return m_recordingState.isRecording(); },
+            [this] { return m_recordingState.displayName(); }, [this] { return isPaused(); },
+            [this] {
+                return m_isStreamRecoveryInProgress.load() ||
+                       m_awaitingStreamRestartFirstFrame.load();
+            },
+            [this] { return m_metadataRecorder.get(); }, [this] { return m_zoomRenderer.get(); }});
     setupKeyboardShortcuts();
     setupTerminationHandler();
 }
@@ -329,8 +348,8 @@ QCoro::Task<void> RecordingCoordinator::startRecording() {
             return self->currentRecordingTimestamp();
         });
         markStartupPhase(QStringLiteral("metadataRecorder.start.end"));
-        const auto& studio = configuration.studioConfig;
-        m_cursorOverlayController->setClickThreshold(studio ? studio->clickThreshold : 0.5);
+        m_cursorSampler->configure(configuration.studioConfig,
+                                   m_defaults.enableSmartAutoClickZoom(), true);
     } else {
         logLine("⚠️ MetadataRecorder is nil - cannot start recording metadata");
     }
@@ -403,6 +422,7 @@ void RecordingCoordinator::startCursorMonitoring(const RecordingConfiguration& c
     }
     logLine("✅ Starting cursor overlay monitoring...");
     m_cursorOverlayController->startMonitoring();
+    m_cursorSampler->startSampling();
 }
 
 // MARK: pause and resume
@@ -573,9 +593,7 @@ void RecordingCoordinator::discardOutputs() {
 }
 
 void RecordingCoordinator::resetSmartClickZoomState() {
-    m_smartCursorSamples.clear();
-    m_lastAcceptedSmartZoomTime.reset();
-    m_lastAcceptedSmartZoomPositionTL.reset();
+    m_cursorSampler->smartClickZoom().resetSmartClickZoomState();
 }
 
 QCoro::Task<void> RecordingCoordinator::cleanupAfterError() {

@@ -11,4 +11,12 @@ public:
     void setHUDEnabled(bool) override {}
     void setHUDIncludeInRecording(bool) override {}
     void setDebugEnabled(bool) override {}
+    void updateCursor(Point) override {}
+    void triggerClickZoom(Point) override {}
+    void endClickZoom() override {}
+    bool isAnimating() const override { return false; }
+    void updateAnimation(std::optional<MediaTime>) override {}
+    VideoFrameHandle processedPixelBuffer(const VideoFrameHandle& source, bool) override {
+        return source;
+    }
 };
