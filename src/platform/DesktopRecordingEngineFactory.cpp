@@ -10,7 +10,7 @@
 #include "platform/null/NullAudioCaptureEngine.h"
 #include "platform/null/NullCameraCaptureEngine.h"
 #include "platform/null/NullCursorOverlayController.h"
-#include "platform/null/PassThroughZoomRenderer.h"
+#include "render/RasterZoomRenderer.h"
 
 DesktopRecordingEngineFactory::DesktopRecordingEngineFactory()
     : m_probe(std::make_unique<MediaEncoderProbe>()) {}
@@ -48,7 +48,7 @@ DesktopRecordingEngineFactory::makeMetadataRecorder(Size resolution, int frameRa
 }
 
 std::unique_ptr<ZoomRenderer> DesktopRecordingEngineFactory::makeZoomRenderer() {
-    return std::make_unique<PassThroughZoomRenderer>();
+    return std::make_unique<RasterZoomRenderer>();
 }
 
 std::unique_ptr<CursorOverlayController>

@@ -234,7 +234,8 @@ void RecordingCoordinator::installFramePath(const RecordingConfiguration& config
         RecordingFramePath::Pump{m_shouldUseWindowPump, m_pumpFrameRate, false,
                                  [factory = m_services.engines](const VideoFrame& frame) {
                                      return factory->quickFrameChecksum(frame);
-                                 }});
+                                 },
+                                 m_zoomRenderer});
     RecordingEngineSetup::installFramePath(m_framePath, m_screenEngine.get(), m_audioEngine.get());
 }
 

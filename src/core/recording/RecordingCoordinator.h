@@ -209,7 +209,7 @@ private:
         nullptr}; // where screen frames go; read by handlers
     std::unique_ptr<AudioOnlyRecorder> m_audioOnlyRecorder;
     std::unique_ptr<MetadataRecorderEngine> m_metadataRecorder;
-    std::unique_ptr<ZoomRenderer> m_zoomRenderer;
+    std::shared_ptr<ZoomRenderer> m_zoomRenderer; // shared with the window pump
     std::unique_ptr<iOSDeviceCaptureEngine> m_iOSDeviceEngine;
     CameraPrewarmer m_camera;
     std::unique_ptr<AudioCaptureEngine> m_audioEngine;
