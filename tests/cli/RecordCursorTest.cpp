@@ -1,3 +1,4 @@
+#include "media/MovieProbe.h"
 #include "support/ChildProcess.h"
 #include "support/EventLoop.h"
 #include "support/ScreenAnimation.h"
@@ -11,8 +12,10 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <csignal>
 #include <fstream>
+#include <functional>
 #include <sstream>
 #include <thread>
 
@@ -92,6 +95,117 @@ bool xdotool(const std::vector<std::string>& arguments) {
     argv.insert(argv.end(), arguments.begin(), arguments.end());
     return runCommand(argv, 5s) == 0;
 }
+
+// Every decoded picture of a file's video with its time in seconds.
+void forEachPicture(const std::string& path, const std::function<void(const AVFrame&, double)>& f) {
+    AVFormatContext* raw = nullptr;
+    if (avformat_open_input(&raw, path.c_str(), nullptr, nullptr) < 0)
+        return;
+    AVInputFormatContextPtr input(raw);
+    avformat_find_stream_info(input.get(), nullptr);
+    const int index = av_find_best_stream(input.get(), AVMEDIA_TYPE_VIDEO, -1, -1, nullptr, 0);
+    if (index < 0)
+        return;
+    const AVStream* stream = input->streams[index];
+    const AVCodec* codec = avcodec_find_decoder(stream->codecpar->codec_id);
+    AVCodecContextPtr decoder(avcodec_alloc_context3(codec));
+    avcodec_parameters_to_context(decoder.get(), stream->codecpar);
+    if (avcodec_open2(decoder.get(), codec, nullptr) < 0)
+        return;
+    AVPacketPtr packet(av_packet_alloc());
+    AVFramePtr frame(av_frame_alloc());
+    auto drain = [&] {
+        while (avcodec_receive_frame(decoder.get(), frame.get()) >= 0)
+            f(*frame, double(frame->best_effort_timestamp) * av_q2d(stream->time_base));
+    };
+    while (av_read_frame(input.get(), packet.get()) >= 0) {
+        if (packet->stream_index == index && avcodec_send_packet(decoder.get(), packet.get()) >= 0)
+            drain();
+        av_packet_unref(packet.get());
+    }
+    avcodec_send_packet(decoder.get(), nullptr);
+    drain();
+}
+
+// The widest run of red in any row of a 4:2:0 picture, in pixels (red has a high Cr).
+int widestRed(const AVFrame& picture) {
+    int widest = 0;
+    for (int y = 0; y < picture.height / 2; ++y) {
+        int run = 0;
+        for (int x = 0; x < picture.width / 2; ++x) {
+            run = picture.data[2][y * picture.linesize[2] + x] > 190 ? run + 1 : 0;
+            widest = std::max(widest, run * 2);
+        }
+    }
+    return widest;
+}
+
+// The middle of the red in a 4:2:0 picture, normalised with the origin at the top left.
+std::pair<double, double> redCentre(const AVFrame& picture) {
+    double sumX = 0, sumY = 0;
+    int count = 0;
+    for (int y = 0; y < picture.height / 2; ++y)
+        for (int x = 0; x < picture.width / 2; ++x)
+            if (picture.data[2][y * picture.linesize[2] + x] > 190) {
+                sumX += 2 * x + 1;
+                sumY += 2 * y + 1;
+                ++count;
+            }
+    if (count == 0)
+        return {-1, -1};
+    return {sumX / count / picture.width, sumY / count / picture.height};
+}
+
+// A grey window with a red square of 20 pixels in its middle and a small corner that changes
+// colour every 20 ms, so that window capture always has a new picture.
+class PatternWindow {
+public:
+    PatternWindow(int x, int y) : m_connection(xcb_connect(nullptr, nullptr)) {
+        xcb_connection_t* c = m_connection;
+        xcb_screen_t* screen = xcb_setup_roots_iterator(xcb_get_setup(c)).data;
+        m_window = makeWindow(screen->root, x, y, 320, 240, 0x808080);
+        const std::string title = "pattern";
+        xcb_change_property(c, XCB_PROP_MODE_REPLACE, m_window, XCB_ATOM_WM_NAME, XCB_ATOM_STRING,
+                            8, uint32_t(title.size()), title.data());
+        m_square = makeWindow(m_window, 150, 110, 20, 20, 0xff0000);
+        m_blinker = makeWindow(m_window, 0, 0, 8, 8, 0x000000);
+        xcb_map_subwindows(c, m_window);
+        xcb_map_window(c, m_window);
+        xcb_flush(c);
+        m_thread = std::thread([this] {
+            for (uint32_t i = 0; !m_stop; ++i) {
+                const uint32_t colour = i % 2 ? 0x000000 : 0xffffff;
+                xcb_change_window_attributes(m_connection, m_blinker, XCB_CW_BACK_PIXEL, &colour);
+                xcb_clear_area(m_connection, 0, m_blinker, 0, 0, 0, 0);
+                xcb_flush(m_connection);
+                std::this_thread::sleep_for(20ms);
+            }
+        });
+    }
+    ~PatternWindow() {
+        m_stop = true;
+        m_thread.join();
+        xcb_disconnect(m_connection);
+    }
+    xcb_window_t id() const { return m_window; }
+    xcb_window_t square() const { return m_square; }
+
+private:
+    xcb_window_t makeWindow(xcb_window_t parent, int x, int y, int w, int h, uint32_t rgb) {
+        const xcb_window_t window = xcb_generate_id(m_connection);
+        xcb_create_window(m_connection, XCB_COPY_FROM_PARENT, window, parent, int16_t(x),
+                          int16_t(y), uint16_t(w), uint16_t(h), 0, XCB_WINDOW_CLASS_INPUT_OUTPUT,
+                          XCB_COPY_FROM_PARENT, XCB_CW_BACK_PIXEL, &rgb);
+        return window;
+    }
+
+    xcb_connection_t* m_connection;
+    xcb_window_t m_window = 0;
+    xcb_window_t m_square = 0;
+    xcb_window_t m_blinker = 0;
+    std::atomic<bool> m_stop{false};
+    std::thread m_thread;
+};
 
 } // namespace
 
@@ -206,4 +320,82 @@ TEST(RecordCursorTest, AreaRecordingKeepsItsOwnClicks) {
     EXPECT_EQ(clicks[1].type, "leftClick");
     EXPECT_NEAR(clicks[1].x, 190.0 / 200, 1.0 / 200);
     EXPECT_NEAR(clicks[1].y, 95.0 / 100, 1.0 / 100);
+}
+
+// Click-to-zoom in a window recording is burnt into the file: after a click on the red
+// square, the smart decision accepts it (the pointer rests) and the frames show the square
+// magnified 2.25 times around the click; after the zoom's duration they are back to normal.
+// The click's window position is normalised to the window too.
+TEST(RecordCursorTest, WindowRecordingBurnsInTheClickZoom) {
+    XvfbSession::Options options = screen();
+    options.windowManager = true;
+    REQUIRE_XVFB(options);
+    REQUIRE_TOOL("xdotool");
+    XvfbSession session(options);
+    ASSERT_TRUE(session.isReady()) << session.error();
+    PatternWindow window(100, 100);
+    std::this_thread::sleep_for(700ms);
+
+    ChildProcess::Options processOptions;
+    QTemporaryDir folder;
+    processOptions.stdoutPath = (folder.path() + "/stdout.txt").toStdString();
+    processOptions.stderrPath = (folder.path() + "/stderr.txt").toStdString();
+    ChildProcess process({TAVELQUISTON_CLI_PATH, "record", "--output", folder.path().toStdString(),
+                          "--fps", "30", "--mode", "window", "--window",
+                          std::to_string(window.id()), "--click-to-zoom", "--duration", "4"},
+                         processOptions);
+    auto output = [&] { return readText(folder.path() + "/stdout.txt"); };
+    ASSERT_TRUE(waitUntil(
+        [&] { return output().find("MediaWriter session started") != std::string::npos; }, 10s))
+        << readText(folder.path() + "/stderr.txt");
+    ASSERT_TRUE(xdotool({"mousemove", "--window", std::to_string(window.square()), "10", "10"}));
+    std::this_thread::sleep_for(500ms);
+    ASSERT_TRUE(session.click(1));
+    ASSERT_EQ(process.waitForExit(20s), 0) << readText(folder.path() + "/stderr.txt");
+
+    std::istringstream lines(output());
+    std::vector<std::string> printed;
+    for (std::string line; std::getline(lines, line);)
+        printed.push_back(line);
+    ASSERT_GE(printed.size(), 2u);
+    QFile file(QString::fromStdString(printed.back()));
+    ASSERT_TRUE(file.open(QIODevice::ReadOnly));
+    const QJsonObject metadata = QJsonDocument::fromJson(file.readAll()).object();
+    const std::vector<Click> clicks = clicksOf(metadata);
+    ASSERT_EQ(clicks.size(), 1u);
+    const QJsonArray events = metadata.value("zoomEvents").toArray();
+    ASSERT_EQ(events.size(), 1) << output();
+    const double zoomDuration = events[0].toObject().value("duration").toDouble();
+    const double clicked = clicks[0].t;
+
+    int before = 0, zoomed = 0, after = 0;
+    int framesZoomed = 0, framesAfter = 0;
+    // In: the decision 0.24 s after the click, then 0.45 s of easing. Out: the zoom holds for
+    // its duration and 0.55 s more, then eases out over 0.45 s.
+    const double zoomedFrom = clicked + 0.24 + 0.45 + 0.1;
+    const double zoomedUntil = clicked + 0.24 + zoomDuration + 0.55 - 0.05;
+    const double normalFrom = clicked + 0.24 + zoomDuration + 0.55 + 0.45 + 0.15;
+    std::optional<std::pair<double, double>> squareAt; // normalised, top left, before the click
+    forEachPicture(printed[printed.size() - 2], [&](const AVFrame& picture, double t) {
+        const int red = widestRed(picture);
+        if (t < clicked && !squareAt)
+            squareAt = redCentre(picture);
+        if (t < clicked)
+            before = std::max(before, red);
+        else if (t >= zoomedFrom && t <= zoomedUntil) {
+            zoomed = framesZoomed++ ? std::min(zoomed, red) : red;
+        } else if (t >= normalFrom) {
+            after = std::max(after, red);
+            ++framesAfter;
+        }
+    });
+    // The click lies where the square is in the picture, decorations and all.
+    ASSERT_TRUE(squareAt);
+    EXPECT_NEAR(clicks[0].x, squareAt->first, 2.0 / 320);
+    EXPECT_NEAR(clicks[0].y, squareAt->second, 2.0 / 240);
+    ASSERT_GT(framesZoomed, 5);
+    ASSERT_GT(framesAfter, 5);
+    EXPECT_NEAR(before, 20, 2);
+    EXPECT_NEAR(zoomed, 20 * 2.25, 4);
+    EXPECT_NEAR(after, 20, 2);
 }
