@@ -3,6 +3,10 @@
 #include "core/support/ErrorReporter.h"
 
 #include <QCoreApplication>
+#include <QGuiApplication>
+
+#include <memory>
+#include <string_view>
 
 #include <fmt/format.h>
 
@@ -16,8 +20,29 @@ void printUsage(FILE* out) {
 }
 } // namespace
 
+namespace {
+// The live pointer overlays are windows: a recording that shows them needs a GUI application,
+// everything else runs without a display connection of Qt's own.
+bool needsWindows(int argc, char** argv) {
+    if (argc < 2 || std::string_view(argv[1]) != "record")
+        return false;
+    for (int i = 2; i < argc; ++i) {
+        const std::string_view argument = argv[i];
+        if (argument == "--highlight" || argument == "--cursor-style")
+            return true;
+    }
+    return false;
+}
+} // namespace
+
 int runCli(int argc, char** argv) {
-    QCoreApplication app(argc, argv);
+    const bool windows = needsWindows(argc, argv);
+    // The overlays must be windows on the X display being recorded, whatever Qt would pick.
+    if (windows && !qEnvironmentVariableIsEmpty("DISPLAY"))
+        qputenv("QT_QPA_PLATFORM", "xcb");
+    const std::unique_ptr<QCoreApplication> app =
+        windows ? std::make_unique<QGuiApplication>(argc, argv)
+                : std::make_unique<QCoreApplication>(argc, argv);
     QCoreApplication::setOrganizationName(QStringLiteral("tavelquiston"));
     QCoreApplication::setApplicationName(QStringLiteral("tavelquiston"));
     QCoreApplication::setApplicationVersion(QStringLiteral(TAVELQUISTON_VERSION));

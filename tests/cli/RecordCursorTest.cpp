@@ -399,3 +399,52 @@ TEST(RecordCursorTest, WindowRecordingBurnsInTheClickZoom) {
     EXPECT_NEAR(zoomed, 20 * 2.25, 4);
     EXPECT_NEAR(after, 20, 2);
 }
+
+// With --highlight the pointer highlight is drawn in a window of its own that the display
+// recording keeps: it shows in the frames where the pointer is, and follows it.
+TEST(RecordCursorTest, TheHighlightFollowsThePointerInTheFrames) {
+    REQUIRE_XVFB(screen());
+    REQUIRE_TOOL("xdotool");
+    XvfbSession session(screen());
+    ASSERT_TRUE(session.isReady()) << session.error();
+    ASSERT_TRUE(session.moveTo(320, 240));
+
+    QTemporaryDir folder;
+    ChildProcess::Options options;
+    options.stdoutPath = (folder.path() + "/stdout.txt").toStdString();
+    options.stderrPath = (folder.path() + "/stderr.txt").toStdString();
+    ChildProcess process({TAVELQUISTON_CLI_PATH, "record", "--output", folder.path().toStdString(),
+                          "--fps", "30", "--highlight", "--duration", "2"},
+                         options);
+    auto output = [&] { return readText(folder.path() + "/stdout.txt"); };
+    ASSERT_TRUE(waitUntil(
+        [&] { return output().find("Successfully appended video frame #1") != std::string::npos; },
+        10s))
+        << readText(folder.path() + "/stderr.txt");
+    std::this_thread::sleep_for(300ms);
+    ASSERT_TRUE(session.moveTo(200, 150));
+    ASSERT_EQ(process.waitForExit(20s), 0) << readText(folder.path() + "/stderr.txt");
+
+    std::istringstream lines(output());
+    std::vector<std::string> printed;
+    for (std::string line; std::getline(lines, line);)
+        printed.push_back(line);
+    ASSERT_GE(printed.size(), 2u);
+    // The highlight is yellow: a low Cb where it is, neutral grey chroma elsewhere.
+    auto blueChroma = [](const AVFrame& picture, int x, int y) {
+        return int(picture.data[1][(y / 2) * picture.linesize[1] + x / 2]);
+    };
+    // The monitor stops (and its windows go) before capture does, so the very last frame may
+    // be without it.
+    int atStart = 0, followed = 0, both = 0;
+    forEachPicture(printed[printed.size() - 2], [&](const AVFrame& picture, double) {
+        const bool start = blueChroma(picture, 320, 240) < 110;
+        const bool moved = blueChroma(picture, 200, 150) < 110;
+        atStart += start;
+        followed += moved;
+        both += start && moved;
+    });
+    EXPECT_GT(atStart, 0);
+    EXPECT_GT(followed, 0);
+    EXPECT_EQ(both, 0);
+}

@@ -7,8 +7,10 @@
 #include <QGuiApplication>
 #include <QSocketNotifier>
 #include <QStyleHints>
+#include <QTimer>
 #include <QWindow>
 
+#include <xcb/xfixes.h>
 #include <xcb/xinput.h>
 
 #include <chrono>
@@ -70,6 +72,7 @@ X11CursorMonitor::~X11CursorMonitor() {
 void X11CursorMonitor::configureCustomCursor(std::optional<CursorStyle> style, double size,
                                              bool enabled, bool scaleAnimation, bool rippleEffect,
                                              std::optional<CodableColor> rippleColor) {
+    const bool wasCustom = m_useCustomCursor;
     m_customCursorStyle = style;
     m_customCursorSize = size;
     m_useCustomCursor = enabled;
@@ -77,6 +80,82 @@ void X11CursorMonitor::configureCustomCursor(std::optional<CursorStyle> style, d
     m_enableRippleEffect = rippleEffect;
     if (rippleColor)
         m_rippleColor = *rippleColor;
+    if (wasCustom && !enabled)
+        setSystemCursorHidden(false);
+    else if (!wasCustom && enabled && m_notifier)
+        setSystemCursorHidden(true);
+    if (m_overlays)
+        m_overlays->setLook(pointerLook());
+}
+
+void X11CursorMonitor::setHighlightEnabled(bool enabled) {
+    m_highlightEnabled = enabled;
+    if (m_overlays)
+        m_overlays->setLook(pointerLook());
+}
+
+PointerLook X11CursorMonitor::pointerLook() const {
+    PointerLook look;
+    look.highlight = m_highlightEnabled;
+    if (m_useCustomCursor)
+        look.customStyle = m_customCursorStyle;
+    look.customSize = m_customCursorSize;
+    look.scaleAnimation = m_enableScaleAnimation;
+    return look;
+}
+
+void X11CursorMonitor::setHideOverlays(bool hide) {
+    m_hideMousePointer = hide;
+    m_hideMagnifier = hide;
+    if (hide && m_overlays)
+        m_overlays->hidePointer();
+}
+
+void X11CursorMonitor::updateOverlays(const PointerState& pointer) {
+    const bool wanted = !m_hideMousePointer && (m_highlightEnabled || m_useCustomCursor);
+    if (!wanted) {
+        if (m_overlays)
+            m_overlays->hidePointer();
+        return;
+    }
+    if (!m_overlays) {
+        if (!CursorOverlayWindows::isAvailable())
+            return;
+        m_overlays = std::make_unique<CursorOverlayWindows>();
+        m_overlays->setLook(pointerLook());
+        reportCompositing();
+    }
+    m_overlays->movePointer(pointer.rootX, pointer.rootY);
+}
+
+void X11CursorMonitor::reportCompositing() {
+    if (m_reportedCompositing || !m_connection)
+        return;
+    m_reportedCompositing = true;
+    xcb_connection_t* c = m_connection->get();
+    const xcb_atom_t selection = m_connection->atom("_NET_WM_CM_S0");
+    auto owner =
+        reply(xcb_get_selection_owner_reply(c, xcb_get_selection_owner(c, selection), nullptr));
+    if (!owner || owner->owner == XCB_WINDOW_NONE)
+        logLine("⚠️ CursorOverlayController: No compositing manager; overlays are cut to their "
+                "shapes instead of blended");
+}
+
+void X11CursorMonitor::setSystemCursorHidden(bool hidden) {
+    if (!m_connection || hidden == m_systemCursorHidden)
+        return;
+    xcb_connection_t* c = m_connection->get();
+    // The server hides the cursor only for clients that said which XFixes they speak.
+    auto version =
+        reply(xcb_xfixes_query_version_reply(c, xcb_xfixes_query_version(c, 4, 0), nullptr));
+    if (!version)
+        return;
+    if (hidden)
+        xcb_xfixes_hide_cursor(c, m_connection->root());
+    else
+        xcb_xfixes_show_cursor(c, m_connection->root());
+    xcb_flush(c);
+    m_systemCursorHidden = hidden;
 }
 
 void X11CursorMonitor::startMonitoring() {
@@ -103,6 +182,18 @@ void X11CursorMonitor::startMonitoring() {
     QObject::connect(m_notifier.get(), &QSocketNotifier::activated, m_notifier.get(),
                      [this] { readEvents(); });
     logLine("✅ CursorOverlayController: Mouse monitoring started");
+    if (m_useCustomCursor)
+        setSystemCursorHidden(true);
+    m_lastReported.reset();
+    if (m_highlightEnabled || m_useCustomCursor) {
+        m_overlayPoll = std::make_unique<QTimer>();
+        m_overlayPoll->setInterval(16);
+        QObject::connect(m_overlayPoll.get(), &QTimer::timeout, [this] { reportMove(); });
+        m_overlayPoll->start();
+    }
+    // The overlay shows at once, not at the first move.
+    if (const std::optional<PointerState> pointer = queryPointer(false))
+        updateOverlays(*pointer);
     // Whatever was queued while selecting is read now, not at the next event.
     readEvents();
 }
@@ -141,6 +232,11 @@ bool X11CursorMonitor::selectRawEvents() {
 }
 
 void X11CursorMonitor::stopMonitoring() {
+    if (m_overlays)
+        m_overlays->hideAll();
+    // Closing the connection would show the cursor too; saying so keeps the state honest.
+    setSystemCursorHidden(false);
+    m_overlayPoll.reset();
     m_notifier.reset();
     m_connection.reset();
 }
@@ -198,6 +294,9 @@ void X11CursorMonitor::handleButtonPress(uint32_t detail) {
         return;
     }
     logLine("   📍 Position: ({}, {})", int(pointer->location.x), int(pointer->location.y));
+    if (m_overlays)
+        m_overlays->click(pointer->rootX, pointer->rootY, *outcome.type,
+                          m_enableRippleEffect ? std::optional(m_rippleColor) : std::nullopt);
     logLine("   🔔 Calling clickHandler...");
     logLine("   clickHandler exists: {}", boolText(bool(m_clickHandler)));
     if (m_clickHandler)
@@ -206,9 +305,15 @@ void X11CursorMonitor::handleButtonPress(uint32_t detail) {
 }
 
 void X11CursorMonitor::reportMove() {
-    if (!m_moveHandler)
+    const std::optional<PointerState> pointer = queryPointer(false);
+    if (!pointer)
         return;
-    if (const std::optional<PointerState> pointer = queryPointer(false))
+    const std::pair<int, int> at{pointer->rootX, pointer->rootY};
+    if (m_lastReported == at)
+        return;
+    m_lastReported = at;
+    updateOverlays(*pointer);
+    if (m_moveHandler)
         m_moveHandler(pointer->location);
 }
 
@@ -222,6 +327,8 @@ X11CursorMonitor::queryPointer(bool checkOwnWindows) const {
     PointerState state;
     state.location =
         X11Coordinates::pointToGlobal(root->root_x, root->root_y, m_connection->rootHeight());
+    state.rootX = root->root_x;
+    state.rootY = root->root_y;
     if (!checkOwnWindows)
         return state;
     // A window manager puts a frame between the root and a client: walk down to the deepest
@@ -241,8 +348,10 @@ X11CursorMonitor::queryPointer(bool checkOwnWindows) const {
 bool X11CursorMonitor::isOwnWindow(xcb_window_t window) const {
     if (!qobject_cast<QGuiApplication*>(QCoreApplication::instance()))
         return false;
+    // The overlays take no input; a click through them belongs to what lies below.
     for (QWindow* own : QGuiApplication::allWindows())
-        if (own->handle() && own->isVisible() && own->winId() == window)
+        if (own->handle() && own->isVisible() &&
+            !own->flags().testFlag(Qt::WindowTransparentForInput) && own->winId() == window)
             return true;
     return false;
 }
@@ -250,7 +359,14 @@ bool X11CursorMonitor::isOwnWindow(xcb_window_t window) const {
 std::optional<Point> X11CursorMonitor::mouseLocation() const {
     if (!m_connection)
         return std::nullopt;
-    if (const std::optional<PointerState> pointer = queryPointer(false))
+    const std::optional<PointerState> pointer = queryPointer(false);
+    // Waiting for the reply reads whatever events were on the socket into xcb's queue, where
+    // the socket notifier no longer sees them: they are handled right after this call.
+    if (m_notifier)
+        QMetaObject::invokeMethod(
+            m_notifier.get(), [this] { const_cast<X11CursorMonitor*>(this)->readEvents(); },
+            Qt::QueuedConnection);
+    if (pointer)
         return pointer->location;
     return std::nullopt;
 }

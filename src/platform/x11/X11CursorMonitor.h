@@ -2,6 +2,7 @@
 
 #include "core/recording/engines/CursorOverlayController.h"
 #include "platform/x11/ClickClassifier.h"
+#include "platform/x11/CursorOverlayWindows.h"
 
 #include <xcb/xcb.h>
 
@@ -9,6 +10,7 @@
 #include <optional>
 
 class QSocketNotifier;
+class QTimer;
 class X11Connection;
 
 // The pointer monitor of an X11 desktop. XInput2 raw button and motion events, selected on
@@ -32,7 +34,7 @@ public:
     void configureCustomCursor(std::optional<CursorStyle> style, double size, bool enabled,
                                bool scaleAnimation, bool rippleEffect,
                                std::optional<CodableColor> rippleColor) override;
-    void setHighlightEnabled(bool enabled) override { m_highlightEnabled = enabled; }
+    void setHighlightEnabled(bool enabled) override;
     bool isHighlightEnabled() const override { return m_highlightEnabled; }
     void setMagnifierEnabled(bool enabled) override { m_magnifierEnabled = enabled; }
     bool isMagnifierEnabled() const override { return m_magnifierEnabled; }
@@ -40,10 +42,15 @@ public:
     void startMonitoring() override;
     void stopMonitoring() override;
     bool isMonitoring() const { return m_notifier != nullptr; }
+    // Keeps the pointer and magnifier overlays out of sight while true (a screenshot, say).
+    void setHideOverlays(bool hide);
+    bool isPointerOverlayVisible() const { return m_overlays && m_overlays->isPointerVisible(); }
 
 private:
     struct PointerState {
         Point location; // global, origin bottom left
+        int rootX = 0;  // root pixels, origin top left
+        int rootY = 0;
         bool onOwnWindow = false;
     };
 
@@ -51,17 +58,31 @@ private:
     void readEvents();
     void handleButtonPress(uint32_t button);
     void reportMove();
+    void updateOverlays(const PointerState& pointer);
+    PointerLook pointerLook() const;
+    void setSystemCursorHidden(bool hidden);
+    void reportCompositing();
     std::optional<PointerState> queryPointer(bool checkOwnWindows) const;
     bool isOwnWindow(xcb_window_t window) const;
 
     std::unique_ptr<X11Connection> m_connection;
     std::unique_ptr<QSocketNotifier> m_notifier;
+    // While overlays follow the pointer: a warped pointer (XWarpPointer) sends no device event,
+    // so the overlays also look where it is at the screen's rate.
+    std::unique_ptr<QTimer> m_overlayPoll;
+    std::optional<std::pair<int, int>> m_lastReported; // root pixels of the last move
     uint8_t m_inputOpcode = 0;
     bool m_reportedConnectionLoss = false;
 
     ClickClassifier m_classifier;
     ClickHandler m_clickHandler;
     MoveHandler m_moveHandler;
+
+    std::unique_ptr<CursorOverlayWindows> m_overlays; // made on first use, with a GUI only
+    bool m_hideMousePointer = false;
+    bool m_hideMagnifier = false;
+    bool m_systemCursorHidden = false;
+    bool m_reportedCompositing = false;
 
     bool m_highlightEnabled = false;
     bool m_magnifierEnabled = false;
