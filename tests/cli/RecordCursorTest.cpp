@@ -1,3 +1,5 @@
+#include "cli/RecordCommand.h"
+
 #include "media/MovieProbe.h"
 #include "support/ChildProcess.h"
 #include "support/EventLoop.h"
@@ -244,6 +246,8 @@ TEST(RecordCursorTest, DisplayRecordingCarriesClicksAndPositions) {
     const QJsonObject metadata = recording.metadata();
     const std::vector<Click> clicks = clicksOf(metadata);
     ASSERT_EQ(clicks.size(), 4u) << recording.output();
+    // --smart-zoom off: clicks are recorded, none is judged to deserve a zoom.
+    EXPECT_TRUE(metadata.value("zoomEvents").toArray().isEmpty());
     const double pixel = 1.0 / 480;
     EXPECT_EQ(clicks[0].type, "leftClick");
     EXPECT_NEAR(clicks[0].x, 160.0 / 640, pixel);
@@ -447,4 +451,35 @@ TEST(RecordCursorTest, TheHighlightFollowsThePointerInTheFrames) {
     EXPECT_GT(atStart, 0);
     EXPECT_GT(followed, 0);
     EXPECT_EQ(both, 0);
+}
+
+// The pointer options are checked before anything starts and name the value they refuse;
+// good ones reach the recording's configuration.
+TEST(RecordCursorTest, PointerOptionsAreCheckedAndApplied) {
+    const std::vector<std::pair<QStringList, std::string>> bad = {
+        {{"--zoom-level", "9"}, "\"9\""},         {{"--zoom-duration", "soon"}, "\"soon\""},
+        {{"--click-threshold", "-1"}, "\"-1\""},  {{"--smart-zoom", "maybe"}, "\"maybe\""},
+        {{"--cursor-style", "star"}, "\"star\""}, {{"--cursor-size", "0"}, "\"0\""},
+        {{"--ripple", "yes"}, "\"yes\""},         {{"--ripple-color", "nocolour"}, "\"nocolour\""},
+    };
+    for (const auto& [arguments, expected] : bad) {
+        try {
+            parseRecordRequest(arguments);
+            ADD_FAILURE() << arguments.join(' ').toStdString() << " was accepted";
+        } catch (const CliUsageError& error) {
+            EXPECT_NE(std::string(error.what()).find(expected), std::string::npos) << error.what();
+        }
+    }
+    const RecordRequest request =
+        parseRecordRequest({"--click-to-zoom", "--zoom-level", "2.5", "--zoom-duration", "0.8",
+                            "--click-threshold", "0.2", "--cursor-style", "arrow"});
+    const RecordingConfiguration configuration = makeRecordingConfiguration(
+        request, RecordingMode::screen(SCDisplay{1, Rect(0, 0, 640, 480), 1.0}));
+    ASSERT_TRUE(configuration.studioConfig);
+    EXPECT_TRUE(configuration.studioConfig->enableClickToZoom);
+    EXPECT_EQ(configuration.studioConfig->zoomLevel, 2.5);
+    EXPECT_EQ(configuration.studioConfig->zoomDuration, 0.8);
+    EXPECT_EQ(configuration.studioConfig->clickThreshold, 0.2);
+    EXPECT_TRUE(configuration.highlightCursor);
+    EXPECT_TRUE(request.cursor.overridesDefaults());
 }
