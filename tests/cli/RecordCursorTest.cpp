@@ -191,6 +191,12 @@ public:
     }
     xcb_window_t id() const { return m_window; }
     xcb_window_t square() const { return m_square; }
+    void moveTo(int x, int y) {
+        const uint32_t values[] = {uint32_t(x), uint32_t(y)};
+        xcb_configure_window(m_connection, m_window, XCB_CONFIG_WINDOW_X | XCB_CONFIG_WINDOW_Y,
+                             values);
+        xcb_flush(m_connection);
+    }
 
 private:
     xcb_window_t makeWindow(xcb_window_t parent, int x, int y, int w, int h, uint32_t rgb) {
@@ -482,4 +488,40 @@ TEST(RecordCursorTest, PointerOptionsAreCheckedAndApplied) {
     EXPECT_EQ(configuration.studioConfig->clickThreshold, 0.2);
     EXPECT_TRUE(configuration.highlightCursor);
     EXPECT_TRUE(request.cursor.overridesDefaults());
+}
+
+// A window recording follows its window: a click after the window moved is normalised to
+// where the window is now, so it lands on the square in the picture.
+TEST(RecordCursorTest, ClicksFollowAWindowThatMoved) {
+    XvfbSession::Options options = screen();
+    options.windowManager = true;
+    REQUIRE_XVFB(options);
+    REQUIRE_TOOL("xdotool");
+    XvfbSession session(options);
+    ASSERT_TRUE(session.isReady()) << session.error();
+    PatternWindow window(60, 60);
+    std::this_thread::sleep_for(700ms);
+
+    CursorRecording recording(
+        {"--mode", "window", "--window", std::to_string(window.id()), "--duration", "3"});
+    ASSERT_TRUE(recording.waitFor("MediaWriter session started")) << recording.errors();
+    window.moveTo(250, 200);
+    std::this_thread::sleep_for(600ms);
+    ASSERT_TRUE(xdotool({"mousemove", "--window", std::to_string(window.square()), "10", "10"}));
+    std::this_thread::sleep_for(200ms);
+    ASSERT_TRUE(session.click(1));
+    ASSERT_EQ(recording.process.waitForExit(20s), 0) << recording.errors();
+
+    std::istringstream lines(recording.output());
+    std::vector<std::string> printed;
+    for (std::string line; std::getline(lines, line);)
+        printed.push_back(line);
+    ASSERT_GE(printed.size(), 2u);
+    const std::vector<Click> clicks = clicksOf(recording.metadata());
+    ASSERT_EQ(clicks.size(), 1u) << recording.output();
+    std::pair<double, double> square{-1, -1};
+    forEachPicture(printed[printed.size() - 2],
+                   [&](const AVFrame& picture, double) { square = redCentre(picture); });
+    EXPECT_NEAR(clicks[0].x, square.first, 2.0 / 320);
+    EXPECT_NEAR(clicks[0].y, square.second, 2.0 / 240);
 }

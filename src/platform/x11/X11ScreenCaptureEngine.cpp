@@ -5,6 +5,7 @@
 #include "core/support/Log.h"
 #include "media/VideoFrame.h"
 #include "platform/x11/X11Connection.h"
+#include "platform/x11/X11Coordinates.h"
 #include "platform/x11/X11FramePixels.h"
 #include "platform/x11/X11RootGrabber.h"
 #include "platform/x11/X11ShareableContent.h"
@@ -321,8 +322,10 @@ std::optional<Rect> X11ScreenCaptureEngine::captureRectInScreenSpace() const {
         return Rect(base.origin.x + area->rect.origin.x, base.origin.y + area->rect.origin.y,
                     area->rect.width(), area->rect.height());
     // Window frames are global points with the origin at the bottom left already.
-    if (const auto* one = m_mode->as<RecordingMode::Window>())
-        return one->window.frame;
+    if (const auto* one = m_mode->as<RecordingMode::Window>()) {
+        std::lock_guard lock(m_configurationMutex);
+        return m_followedRect.value_or(one->window.frame);
+    }
     if (const auto* list = m_mode->as<RecordingMode::Windows>(); list && !list->windows.empty()) {
         Rect joined = list->windows.front().frame;
         for (const SCWindow& window : list->windows)
@@ -338,6 +341,10 @@ QCoro::Task<void> X11ScreenCaptureEngine::startCapture() {
             QStringLiteral("Filter and configuration must be set before starting capture"));
     if (m_thread.joinable())
         co_return;
+    {
+        std::lock_guard lock(m_configurationMutex);
+        m_followedRect.reset();
+    }
     if (!m_connection)
         m_connection = std::make_unique<X11Connection>();
     {
@@ -520,6 +527,13 @@ void X11ScreenCaptureEngine::captureLoop(Stream stream) {
                                         int((cursor.y - origin.y) * cursorScaleY),
                                         frame.mutableBytes(), frame.bytesPerRow(), frame.width(),
                                         frame.height());
+        }
+        if (const auto followed = compositor && compositor->followsWindow()
+                                      ? compositor->followedFrame()
+                                      : std::nullopt) {
+            // Clicks and cursor positions are normalised against where the window is now.
+            std::lock_guard lock(m_configurationMutex);
+            m_followedRect = X11Coordinates::toGlobal(*followed, m_connection->rootHeight());
         }
         lastCursor = std::move(cursor);
         first = false;
