@@ -323,8 +323,19 @@ TEST(RecordCursorTest, AreaRecordingKeepsItsOwnClicks) {
     ASSERT_TRUE(session.click(1));
     ASSERT_EQ(recording.process.waitForExit(20s), 0) << recording.errors();
 
-    const std::vector<Click> clicks = clicksOf(recording.metadata());
+    const QJsonObject metadata = recording.metadata();
+    const std::vector<Click> clicks = clicksOf(metadata);
     ASSERT_EQ(clicks.size(), 2u) << recording.output();
+    // Times stay on the video's time line across the pause: in order, within the file.
+    const double duration = metadata.value("duration").toDouble();
+    EXPECT_LT(clicks[1].t, duration);
+    double previous = -1;
+    for (const QJsonValue& value : metadata.value("cursorPositions").toArray()) {
+        const double t = value.toObject().value("timestamp").toDouble();
+        EXPECT_GE(t, previous);
+        EXPECT_LE(t, duration + 0.05);
+        previous = t;
+    }
     EXPECT_NEAR(clicks[0].x, 50.0 / 200, 1.0 / 200);
     EXPECT_NEAR(clicks[0].y, 25.0 / 100, 1.0 / 100);
     EXPECT_EQ(clicks[1].type, "leftClick");

@@ -45,6 +45,7 @@ Point CursorSampler::normalizedBottomLeft(Point p, const Rect& rect) {
 void CursorSampler::configure(const std::optional<StudioRecordingConfiguration>& studio,
                               bool smartAutoClickZoomEnabled, bool recorderExists) {
     logLine("🔍 Checking click-to-zoom configuration...");
+    m_lastSampleTime.reset();
     m_clickToZoomEnabled = studio && studio->enableClickToZoom;
     m_smartAutoClickZoomEnabled = smartAutoClickZoomEnabled;
     m_zoomLevel = studio ? studio->zoomLevel : 2.0;
@@ -117,9 +118,17 @@ void CursorSampler::sample() {
 
 void CursorSampler::recordPosition(Point screenPoint, const Rect& rect) {
     const Point tl = topLeft(normalizedBottomLeft(screenPoint, rect));
+    const std::optional<double> time = m_hooks.timestamp();
+    // The video's time line can step back for a moment: at the first frame (from the
+    // recording's clock to the file's) and right after a resume, before the next frame, when
+    // the last frame's time meets the grown pause offset. Samples keep to the time line's order.
+    if (time && m_lastSampleTime && *time < *m_lastSampleTime)
+        return;
+    if (time)
+        m_lastSampleTime = time;
     if (MetadataRecorderEngine* metadata = m_hooks.metadataRecorder())
         metadata->recordCursorPosition(tl);
-    if (const std::optional<double> time = m_hooks.timestamp())
+    if (time)
         m_smartClickZoom.recordSmartCursorSample(tl, *time);
 }
 

@@ -77,4 +77,5 @@ private:
     bool m_smartAutoClickZoomEnabled = true;
     double m_zoomLevel = 2.0;
     double m_zoomDuration = 0.5;
+    std::optional<double> m_lastSampleTime;
 };
