@@ -36,9 +36,10 @@ bool needsWindows(int argc, char** argv) {
 } // namespace
 
 int runCli(int argc, char** argv) {
-    const bool windows = needsWindows(argc, argv);
-    // The overlays must be windows on the X display being recorded, whatever Qt would pick.
-    if (windows && !qEnvironmentVariableIsEmpty("DISPLAY"))
+    // The overlays must be windows on the X display being recorded, whatever Qt would pick;
+    // without a display the recording fails later with its own message.
+    const bool windows = needsWindows(argc, argv) && !qEnvironmentVariableIsEmpty("DISPLAY");
+    if (windows)
         qputenv("QT_QPA_PLATFORM", "xcb");
     const std::unique_ptr<QCoreApplication> app =
         windows ? std::make_unique<QGuiApplication>(argc, argv)
