@@ -333,7 +333,7 @@ TEST(RecordCursorTest, AreaRecordingKeepsItsOwnClicks) {
     for (const QJsonValue& value : metadata.value("cursorPositions").toArray()) {
         const double t = value.toObject().value("timestamp").toDouble();
         EXPECT_GE(t, previous);
-        EXPECT_LE(t, duration + 0.05);
+        EXPECT_LE(t, duration + 0.1); // the file's last frames may run a little past it
         previous = t;
     }
     EXPECT_NEAR(clicks[0].x, 50.0 / 200, 1.0 / 200);

@@ -153,9 +153,13 @@ void CursorSampler::handleClick(Point screenPoint, ClickType type) {
 void CursorSampler::handleMove(Point screenPoint) {
     if (m_hooks.isRecovering())
         return;
-    if (ZoomRenderer* renderer = m_hooks.zoomRenderer())
-        renderer->updateCursor(screenPoint);
     const std::optional<Rect> rect = m_hooks.captureRect();
+    if (ZoomRenderer* renderer = m_hooks.zoomRenderer()) {
+        // A followed window may have moved since the renderer was set up.
+        if (isUsable(rect))
+            renderer->setCaptureFrame(rect->size, rect->origin);
+        renderer->updateCursor(screenPoint);
+    }
     if (!isUsable(rect)) {
         logLine("   ⚠️ captureRect unavailable or zero");
         return;
