@@ -13,13 +13,21 @@
 // machine's speed drifts by tens of percent within minutes, so one pair can mislead. Needs Xvfb
 // and ffmpeg; skips otherwise.
 
+#include "core/metadata/MetadataRecorderAdapter.h"
+#include "core/recording/CursorSampler.h"
 #include "media/FFmpegHandles.h"
 #include "media/MediaWriter.h"
+#include "platform/x11/X11CursorMonitor.h"
 #include "platform/x11/X11Handles.h"
+
+#include <QCoreApplication>
+#include <QEventLoop>
+#include <QTimer>
 
 #include <benchmark/benchmark.h>
 #include <fmt/format.h>
 #include <xcb/xcb.h>
+#include <xcb/xtest.h>
 
 extern "C" {
 #include <libavformat/avformat.h>
@@ -278,19 +286,68 @@ bool prepareScene(benchmark::State& state) {
     return true;
 }
 
+// Moves the pointer in a circle through XTEST every 8 ms while it lives, as a busy hand would:
+// every move reaches the pointer monitor of a recording that watches the cursor.
+class PointerMover {
+public:
+    explicit PointerMover(bool enabled) {
+        if (enabled)
+            m_thread = std::thread([this] { run(); });
+    }
+    ~PointerMover() {
+        m_stop = true;
+        if (m_thread.joinable())
+            m_thread.join();
+    }
+
+private:
+    void run() {
+        xcb_connection_t* c = xcb_connect(scene().display.c_str(), nullptr);
+        if (xcb_connection_has_error(c)) {
+            xcb_disconnect(c);
+            return;
+        }
+        const xcb_window_t root = xcb_setup_roots_iterator(xcb_get_setup(c)).data->root;
+        for (int i = 0; !m_stop; ++i) {
+            const double angle = i * 0.05;
+            xcb_test_fake_input(c, XCB_MOTION_NOTIFY, 0, XCB_CURRENT_TIME, root,
+                                int16_t(960 + 400 * std::cos(angle)),
+                                int16_t(540 + 300 * std::sin(angle)), 0);
+            xcb_flush(c);
+            std::this_thread::sleep_for(std::chrono::milliseconds(8));
+        }
+        xcb_disconnect(c);
+    }
+    std::atomic<bool> m_stop{false};
+    std::thread m_thread;
+};
+
+// The third argument, when 1, records with the pointer monitor and 30 Hz cursor sampling on
+// (--highlight) while the pointer moves all the time; the same moves run without it otherwise.
 void Tavelquiston(benchmark::State& state) {
     const int fps = int(state.range(0));
+    const bool monitoring = state.range(2) != 0;
     if (!prepareScene(state))
         return;
+    PointerMover mover(state.range(2) >= 0);
     const std::string folder = std::filesystem::temp_directory_path() / "tq-bench-record";
     for (auto _ : state) {
         std::filesystem::remove_all(folder);
         std::filesystem::create_directories(folder);
         const std::string log = folder + "/log.txt";
-        const Outcome outcome = runToEnd(
-            {TAVELQUISTON_CLI_PATH, "record", "--duration", fmt::format("{}", recordSeconds),
-             "--fps", std::to_string(fps), "--codec", "h264", "--output", folder},
-            log);
+        std::vector<std::string> command = {TAVELQUISTON_CLI_PATH,
+                                            "record",
+                                            "--duration",
+                                            fmt::format("{}", recordSeconds),
+                                            "--fps",
+                                            std::to_string(fps),
+                                            "--codec",
+                                            "h264",
+                                            "--output",
+                                            folder};
+        if (monitoring)
+            command.push_back("--highlight");
+        const Outcome outcome = runToEnd(command, log);
         std::string movie;
         for (const auto& entry : std::filesystem::directory_iterator(folder))
             if (entry.path().extension() == ".mov")
@@ -304,7 +361,10 @@ void Tavelquiston(benchmark::State& state) {
             return;
         }
         const int frames = videoPackets(movie);
-        report(state, key("tavelquiston", state), outcome, frames, fps);
+        const char* tool = state.range(2) < 0 ? "tavelquiston"
+                           : monitoring       ? "tavelquiston-cursor"
+                                              : "tavelquiston-moving";
+        report(state, key(tool, state), outcome, frames, fps);
         const std::string text = readText(log);
         state.counters["first_frame_ms"] = firstFrameMilliseconds(text);
         // A tick where nothing on screen changed sends no frame; that is not a drop. Dropped
@@ -317,6 +377,57 @@ void Tavelquiston(benchmark::State& state) {
         }
     }
     std::filesystem::remove_all(folder);
+}
+
+double threadCpuSeconds() {
+    rusage usage{};
+    getrusage(RUSAGE_THREAD, &usage);
+    return double(usage.ru_utime.tv_sec + usage.ru_stime.tv_sec) +
+           double(usage.ru_utime.tv_usec + usage.ru_stime.tv_usec) * 1e-6;
+}
+
+// The pointer monitor and the 30 Hz sampling alone, on this process's main thread as in a
+// recording, while the pointer moves every 8 ms: the CPU of that thread per second, with
+// every move and sample normalised and recorded into the metadata.
+void CursorMonitoring(benchmark::State& state) {
+    if (!prepareScene(state))
+        return;
+    PointerMover mover(true);
+    for (auto _ : state) {
+        X11CursorMonitor monitor;
+        MetadataRecorderAdapter metadata(Size{1920, 1080}, 60);
+        metadata.startRecording(QDateTime::currentDateTime());
+        const Rect screen(0, 0, 1920, 1080);
+        int moves = 0;
+        int samples = 0;
+        auto record = [&](Point p) {
+            metadata.recordCursorPosition(
+                CursorSampler::topLeft(CursorSampler::normalizedBottomLeft(p, screen)));
+        };
+        monitor.setCursorMoveHandler([&](Point p) {
+            record(p);
+            ++moves;
+        });
+        monitor.startMonitoring();
+        QTimer sampling;
+        QObject::connect(&sampling, &QTimer::timeout, [&] {
+            if (const auto p = monitor.mouseLocation())
+                record(*p);
+            ++samples;
+        });
+        sampling.start(33);
+        QEventLoop loop;
+        QTimer::singleShot(int(recordSeconds * 1000), &loop, &QEventLoop::quit);
+        const double before = threadCpuSeconds();
+        loop.exec();
+        const double cpu = threadCpuSeconds() - before;
+        monitor.stopMonitoring();
+        metadata.stopRecording(recordSeconds);
+        cpuPerSecond["monitor/60"].push_back(cpu / recordSeconds);
+        state.counters["cpu_s_per_s"] = cpu / recordSeconds;
+        state.counters["moves_per_s"] = moves / recordSeconds;
+        state.counters["samples_per_s"] = samples / recordSeconds;
+    }
 }
 
 // `encoderSettings` replaces ffmpeg's defaults for libx264; empty keeps them.
@@ -368,14 +479,16 @@ void FfmpegX11grabDefaults(benchmark::State& state) {
 } // namespace
 
 int main(int argc, char** argv) {
+    QCoreApplication application(argc, argv);
     benchmark::Initialize(&argc, argv);
     const char* givenPairs = std::getenv("TQ_BENCH_PAIRS");
     const int pairs = givenPairs && std::atoi(givenPairs) > 0 ? std::atoi(givenPairs) : 1;
     // Each recorder right after the other on the same scene, so the two see the same machine.
     for (int pair = 0; pair < pairs; ++pair) {
-        auto add = [](const char* name, void (*run)(benchmark::State&), int fps, int video) {
+        auto add = [](const char* name, void (*run)(benchmark::State&), int fps, int video,
+                      int cursor = -1) {
             benchmark::RegisterBenchmark(name, run)
-                ->Args({fps, video})
+                ->Args({fps, video, cursor})
                 ->Iterations(1)
                 ->Unit(benchmark::kSecond);
         };
@@ -386,6 +499,10 @@ int main(int argc, char** argv) {
         add("FfmpegX11grab", FfmpegX11grab, 30, 0);
         add("Tavelquiston", Tavelquiston, 60, 1);
         add("FfmpegX11grab", FfmpegX11grab, 60, 1);
+        // The pointer moves in both; only the second watches it.
+        add("TavelquistonPointerMoving", Tavelquiston, 60, 0, 0);
+        add("TavelquistonCursorMonitoring", Tavelquiston, 60, 0, 1);
+        add("CursorMonitoring", CursorMonitoring, 60, 0);
     }
     benchmark::RunSpecifiedBenchmarks();
 
@@ -423,6 +540,10 @@ int main(int argc, char** argv) {
               fmt::format("tavelquiston/{}", run), fmt::format("ffmpeg/{}", run));
     print("For reference, CPU at 60 against ffmpeg's own encoder defaults", "tavelquiston/60",
           "ffmpeg-defaults/60");
+    print("CPU at 60 with pointer monitoring and cursor sampling against without",
+          "tavelquiston-cursor/60", "tavelquiston-moving/60");
+    print("CPU of the pointer monitor and sampling alone against a whole recording at 60",
+          "monitor/60", "tavelquiston-moving/60");
     benchmark::Shutdown();
     return 0;
 }

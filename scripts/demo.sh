@@ -8,7 +8,7 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 cli=build/src/cli/tavelquiston-cli
 [[ -x $cli ]] || { echo "❌ $cli is missing; run scripts/build.sh first" >&2; exit 1; }
-for tool in Xvfb openbox xdotool xmessage xsetroot ffprobe; do
+for tool in Xvfb openbox xdotool xmessage xsetroot ffprobe jq; do
   command -v "$tool" >/dev/null || { echo "❌ '$tool' is not installed; run scripts/install-deps.sh" >&2; exit 1; }
 done
 
@@ -43,7 +43,7 @@ xmessage -title Status -bg '#88c0d0' -geometry 300x160+860+420 "Status: all good
 pids+=($!)
 sleep 0.8
 
-"$cli" record --duration 5 --fps 30 --show-cursor --output "$out" >"$out/record.log" 2>"$out/record.err" &
+"$cli" record --duration 5 --fps 30 --show-cursor --click-to-zoom --output "$out" >"$out/record.log" 2>"$out/record.err" &
 recorder=$!
 
 # The scene: the pointer glides between the windows and clicks in each.
@@ -72,10 +72,15 @@ movie=$(tail -n 2 "$out/record.log" | head -n 1)
 metadata=$(tail -n 1 "$out/record.log")
 duration=$(ffprobe -v error -show_entries format=duration -of default=nw=1:nk=1 "$movie")
 frames=$(ffprobe -v error -select_streams v -count_packets -show_entries stream=nb_read_packets -of default=nw=1:nk=1 "$movie")
-clicks=$(sed -n '/"cursorClicks"/,/\]/p' "$metadata" | grep -c '"timestamp"' || true)
+count() { jq ".$2 // [] | length" "$1"; }
+clicks=$(count "$metadata" cursorClicks)
+zooms=$(count "$metadata" zoomEvents)
+"$cli" analyze "$metadata" >"$out/analyze.json"
+segments=$(count "$out/analyze.json" zoomSegments)
 echo "movie:    $movie"
 echo "metadata: $metadata"
-printf 'summary:  %.2f s, %d frames, %d clicks recorded\n' "$duration" "$frames" "$clicks"
+printf 'summary:  %.2f s, %d frames, %d clicks and %d zoom events recorded, %d automatic zoom segments\n' \
+  "$duration" "$frames" "$clicks" "$zooms" "$segments"
 
 # The same desktop with the test camera recorded as a layer of its own: a package folder.
 TAVELQUISTON_TEST_CAMERA=1 "$cli" record --duration 3 --fps 30 --camera "Test Camera" \

@@ -5,6 +5,10 @@
 
 #include <QApplication>
 #include <QCoreApplication>
+#include <QGuiApplication>
+
+#include <memory>
+#include <string_view>
 
 #include <fmt/format.h>
 
@@ -18,16 +22,35 @@ void printUsage(FILE* out) {
 }
 } // namespace
 
+namespace {
+// The live pointer overlays are windows: a recording that shows them needs a GUI application,
+// everything else runs without a display connection of Qt's own.
+bool needsWindows(int argc, char** argv) {
+    if (argc < 2 || std::string_view(argv[1]) != "record")
+        return false;
+    for (int i = 2; i < argc; ++i) {
+        const std::string_view argument = argv[i];
+        if (argument == "--highlight" || argument == "--cursor-style")
+            return true;
+    }
+    return false;
+}
+} // namespace
+
 int runCli(int argc, char** argv) {
-    // Windows need a GUI application; every other command stays free of any display.
+    // The camera overlay and the pointer overlays must be windows on the X display being
+    // recorded, whatever Qt would pick; every other command stays free of any display, and
+    // without one the recording fails later with its own message.
     QStringList given;
     for (int i = 1; i < argc; ++i)
         given.append(QString::fromLocal8Bit(argv[i]));
-    std::unique_ptr<QCoreApplication> app;
-    if (recordShowsCameraOverlay(given))
-        app = std::make_unique<QApplication>(argc, argv);
-    else
-        app = std::make_unique<QCoreApplication>(argc, argv);
+    const bool windows = (recordShowsCameraOverlay(given) || needsWindows(argc, argv)) &&
+                         !qEnvironmentVariableIsEmpty("DISPLAY");
+    if (windows)
+        qputenv("QT_QPA_PLATFORM", "xcb");
+    const std::unique_ptr<QCoreApplication> app =
+        windows ? std::make_unique<QApplication>(argc, argv)
+                : std::make_unique<QCoreApplication>(argc, argv);
     QCoreApplication::setOrganizationName(QStringLiteral("tavelquiston"));
     QCoreApplication::setApplicationName(QStringLiteral("tavelquiston"));
     QCoreApplication::setApplicationVersion(QStringLiteral(TAVELQUISTON_VERSION));

@@ -6,6 +6,7 @@
 #include "core/model/RecordingError.h"
 #include "core/recording/RecordingCoordinator.h"
 #include "core/recording/RecordingServices.h"
+#include "core/recording/engines/CursorOverlayController.h"
 #include "core/recording/engines/RecordingEngineFactory.h"
 #include "core/settings/UserDefaults.h"
 #include "platform/RecordingEngineLoader.h"
@@ -13,8 +14,11 @@
 
 #include <QApplication>
 #include <QDir>
+#include <QFile>
 #include <QFileInfo>
 #include <QRect>
+#include <QSettings>
+#include <QTemporaryDir>
 
 #include <QCoro/QCoroTask>
 #include <QCoro/QCoroTimer>
@@ -31,7 +35,11 @@ constexpr std::string_view usage =
     "[--quality low|medium|high] [--codec h264|h265] [--format mov|mp4] [--show-cursor] "
     "[--background COLOR] [--countdown SECONDS] [--duration SECONDS] [--output DIR] "
     "[--camera DEVICE] [--camera-size WxH] [--mirror] [--separate-layers] "
-    "[--camera-position top-left|top-right|bottom-left|bottom-right|center]";
+    "[--camera-position top-left|top-right|bottom-left|bottom-right|center] "
+    "[--click-to-zoom] [--zoom-level X] [--zoom-duration SECONDS] [--click-threshold SECONDS] "
+    "[--smart-zoom on|off] [--highlight] [--magnifier] "
+    "[--cursor-style circle|arrow|pointer|custom] [--cursor-size PX] [--ripple on|off] "
+    "[--ripple-color COLOR]";
 
 // Signals only set these; the recording loop looks at them between waits.
 volatile std::sig_atomic_t stopSignals = 0;
@@ -212,6 +220,7 @@ RecordRequest parseRecordRequest(const QStringList& arguments) {
                               {"bottom-left", 0},
                               {"bottom-right", 0},
                               {"center", 0}});
+        } else if (request.cursor.parse(option, value)) {
         } else {
             throw CliUsageError(fmt::format("Unexpected argument \"{}\"", text(option)));
         }
@@ -314,6 +323,7 @@ RecordingConfiguration makeRecordingConfiguration(const RecordRequest& request,
             configuration.cameraDevice = request.camera;
         }
     }
+    request.cursor.apply(configuration);
     return configuration;
 }
 
@@ -488,7 +498,24 @@ int runRecord(const QStringList& arguments, FILE* out, FILE* err) {
 
     RecordingServices services;
     services.engines = factory.get();
+    // Options that live in the settings apply to this recording only: a private copy of the
+    // person's settings carries them.
+    QTemporaryDir settingsFolder;
+    std::unique_ptr<UserDefaults> settings;
+    if (request.cursor.overridesDefaults()) {
+        const QString copy = settingsFolder.filePath(QStringLiteral("tavelquiston.ini"));
+        QFile::copy(QSettings(QSettings::IniFormat, QSettings::UserScope,
+                              QStringLiteral("tavelquiston"), QStringLiteral("tavelquiston"))
+                        .fileName(),
+                    copy);
+        QFile(copy).setPermissions(QFileDevice::ReadOwner | QFileDevice::WriteOwner);
+        settings = std::make_unique<UserDefaults>(copy);
+        request.cursor.writeDefaults(*settings);
+        services.defaults = settings.get();
+    }
     RecordingCoordinator coordinator(services);
+    if (request.cursor.magnifier)
+        coordinator.cursorOverlayController().setMagnifierEnabled(true);
 
     stopSignals = 0;
     pauseToggles = 0;

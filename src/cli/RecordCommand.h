@@ -1,6 +1,7 @@
 #pragma once
 
 #include "cli/CliCommand.h"
+#include "cli/RecordCursorOptions.h"
 #include "core/model/RecordingConfiguration.h"
 #include "core/model/SCShareableContent.h"
 #include "core/recording/engines/CameraCaptureEngine.h"
@@ -43,6 +44,7 @@ struct RecordRequest {
     // The screen and the camera as files of their own in a package folder.
     bool separateLayers = false;
     QString cameraPosition = QStringLiteral("bottom-right");
+    RecordCursorOptions cursor;
 };
 
 // A value on the command line that cannot be used; its message names the option and value.

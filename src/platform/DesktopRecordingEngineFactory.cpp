@@ -10,9 +10,9 @@
 #include "media/layers/MediaLayerRecordingManager.h"
 #include "platform/null/NullAudioCaptureEngine.h"
 #include "platform/null/NullCursorOverlayController.h"
-#include "platform/null/PassThroughZoomRenderer.h"
 #include "platform/v4l2/V4L2CameraCaptureEngine.h"
 #include "platform/v4l2/V4L2CameraDiscovery.h"
+#include "render/RasterZoomRenderer.h"
 
 DesktopRecordingEngineFactory::DesktopRecordingEngineFactory()
     : m_probe(std::make_unique<MediaEncoderProbe>()) {}
@@ -63,7 +63,7 @@ DesktopRecordingEngineFactory::makeMetadataRecorder(Size resolution, int frameRa
 }
 
 std::unique_ptr<ZoomRenderer> DesktopRecordingEngineFactory::makeZoomRenderer() {
-    return std::make_unique<PassThroughZoomRenderer>();
+    return std::make_unique<RasterZoomRenderer>();
 }
 
 std::unique_ptr<CursorOverlayController>

@@ -18,6 +18,12 @@ public:
     void recordCursorPosition(Point atTopLeft) override {
         m_recorder.recordCursorPosition(atTopLeft);
     }
+    void recordCursorClick(Point at, ClickType clickType) override {
+        m_recorder.recordCursorClick(at, clickType);
+    }
+    void recordZoomEvent(Point at, double level, double duration) override {
+        m_recorder.recordZoomEvent(at, level, duration);
+    }
     MetadataCounts currentCounts() const override {
         const RecordingMetadata metadata = m_recorder.getCurrentMetadata();
         // Positions spill to disk while recording; both parts count.

@@ -51,6 +51,7 @@ inline constexpr std::string_view preview = "Preview";
 inline constexpr std::string_view videoTrimmer = "Video Trimmer";
 inline constexpr std::string_view mousePointer = "Mouse Pointer";
 inline constexpr std::string_view screenMagnifier = "Screen Magnifier";
+inline constexpr std::string_view rippleEffect = "Ripple Effect";
 inline constexpr std::string_view cameraOverlay = "Camera Overlayer";
 inline constexpr std::string_view iDeviceOverlay = "iDevice Overlayer";
 inline constexpr std::string_view areaOverlay = "Area Overlayer";

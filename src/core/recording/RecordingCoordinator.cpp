@@ -1,5 +1,6 @@
 #include "core/recording/RecordingCoordinator.h"
 
+#include "core/recording/CursorSampler.h"
 #include "core/recording/CustomCursorSettings.h"
 #include "core/recording/ErrorDescription.h"
 #include "core/recording/RecordingClock.h"
@@ -65,6 +66,24 @@ RecordingCoordinator::RecordingCoordinator(RecordingServices services, QObject* 
       m_cursorOverlayController(m_services.engines->makeCursorOverlayController()),
       m_camera(*m_services.engines,
                [this](const std::optional<QString>& name) { return resolveCameraDevice(name); }) {
+    m_cursorSampler = std::make_unique<CursorSampler>(
+        *m_cursorOverlayController, m_clock,
+        CursorSampler::Hooks{
+            [this] {
+                return m_screenEngine ? m_screenEngine->captureRectInScreenSpace() : std::nullopt;
+            },
+            [this] {
+                if (auto timeline = currentVideoTimelineTimestamp())
+                    return timeline;
+                return currentRecordingTimestamp();
+            },
+            [this] { return m_recordingState.isRecording(); },
+            [this] { return m_recordingState.displayName(); }, [this] { return isPaused(); },
+            [this] {
+                return m_isStreamRecoveryInProgress.load() ||
+                       m_awaitingStreamRestartFirstFrame.load();
+            },
+            [this] { return m_metadataRecorder.get(); }, [this] { return m_zoomRenderer.get(); }});
     setupKeyboardShortcuts();
     setupTerminationHandler();
 }
@@ -236,7 +255,8 @@ void RecordingCoordinator::installFramePath(const RecordingConfiguration& config
         RecordingFramePath::Pump{m_shouldUseWindowPump, m_pumpFrameRate, false,
                                  [factory = m_services.engines](const VideoFrame& frame) {
                                      return factory->quickFrameChecksum(frame);
-                                 }});
+                                 },
+                                 m_zoomRenderer});
     RecordingEngineSetup::installFramePath(m_framePath, m_screenEngine.get(), m_audioEngine.get());
     if (m_screenEngine)
         m_screenEngine->setErrorHandler([onMain](const StreamError& error) {
@@ -353,8 +373,8 @@ QCoro::Task<void> RecordingCoordinator::startRecording() {
             return self->currentRecordingTimestamp();
         });
         markStartupPhase(QStringLiteral("metadataRecorder.start.end"));
-        const auto& studio = configuration.studioConfig;
-        m_cursorOverlayController->setClickThreshold(studio ? studio->clickThreshold : 0.5);
+        m_cursorSampler->configure(configuration.studioConfig,
+                                   m_defaults.enableSmartAutoClickZoom(), true);
     } else {
         logLine("⚠️ MetadataRecorder is nil - cannot start recording metadata");
     }
@@ -427,6 +447,7 @@ void RecordingCoordinator::startCursorMonitoring(const RecordingConfiguration& c
     }
     logLine("✅ Starting cursor overlay monitoring...");
     m_cursorOverlayController->startMonitoring();
+    m_cursorSampler->startSampling();
 }
 
 // MARK: pause and resume
@@ -598,9 +619,7 @@ void RecordingCoordinator::discardOutputs() {
 }
 
 void RecordingCoordinator::resetSmartClickZoomState() {
-    m_smartCursorSamples.clear();
-    m_lastAcceptedSmartZoomTime.reset();
-    m_lastAcceptedSmartZoomPositionTL.reset();
+    m_cursorSampler->smartClickZoom().resetSmartClickZoomState();
 }
 
 QCoro::Task<void> RecordingCoordinator::cleanupAfterError() {

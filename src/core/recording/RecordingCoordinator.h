@@ -29,6 +29,7 @@ class AudioCaptureEngine;
 class AudioOnlyRecorder;
 class CameraCaptureEngine;
 class CursorOverlayController;
+class CursorSampler;
 class iOSDeviceCaptureEngine;
 class LayerRecordingManager;
 class MediaWriterEngine;
@@ -140,6 +141,7 @@ public:
     MetadataRecorderEngine* metadataRecorder() const { return m_metadataRecorder.get(); }
     ZoomRenderer* zoomRenderer() const { return m_zoomRenderer.get(); }
     CursorOverlayController& cursorOverlayController() { return *m_cursorOverlayController; }
+    CursorSampler& cursorSampler() { return *m_cursorSampler; }
     SystemCursorVisibility& cursorVisibility() { return m_cursorVisibility; }
     ShareableContentCache& shareableContentCache() { return m_contentCache; }
     const RecordingStartupTrace& startupTrace() const { return m_trace; }
@@ -197,20 +199,14 @@ private:
     bool m_shouldUseWindowPump = false;
     int m_pumpFrameRate = 60;
 
-    struct SmartCursorSample {
-        double timestamp = 0.0;
-        Point positionTL;
-    };
-    std::vector<SmartCursorSample> m_smartCursorSamples;
-    std::optional<double> m_lastAcceptedSmartZoomTime;
-    std::optional<Point> m_lastAcceptedSmartZoomPositionTL;
-
     RecordingValidator m_validator;
     RecordingStartupTrace m_trace;
     RecordingPreparation m_preparation;
     ShareableContentCache m_contentCache;
     SystemCursorVisibility m_cursorVisibility;
     std::unique_ptr<CursorOverlayController> m_cursorOverlayController;
+    // Clicks, moves and the 30 Hz samples into the metadata and the smart click-to-zoom.
+    std::unique_ptr<CursorSampler> m_cursorSampler;
 
     // Declared so that destruction runs engines first (their handlers and the camera point at
     // writers), then the writers' owners.
@@ -220,7 +216,7 @@ private:
         nullptr}; // where screen frames go; read by handlers
     std::unique_ptr<AudioOnlyRecorder> m_audioOnlyRecorder;
     std::unique_ptr<MetadataRecorderEngine> m_metadataRecorder;
-    std::unique_ptr<ZoomRenderer> m_zoomRenderer;
+    std::shared_ptr<ZoomRenderer> m_zoomRenderer; // shared with the window pump
     std::unique_ptr<iOSDeviceCaptureEngine> m_iOSDeviceEngine;
     CameraPrewarmer m_camera;
     std::unique_ptr<AudioCaptureEngine> m_audioEngine;

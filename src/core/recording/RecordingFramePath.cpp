@@ -1,5 +1,7 @@
 #include "core/recording/RecordingFramePath.h"
 
+#include "core/recording/engines/ZoomRenderer.h"
+
 #include "core/recording/engines/CameraCaptureEngine.h"
 #include "core/recording/engines/MediaWriterEngine.h"
 #include "core/support/Log.h"
@@ -241,16 +243,23 @@ void RecordingFramePath::pumpTick() {
     // Without a change test every input is new; with one, an unchanged picture is repeated.
     const bool hasSignature = bool(m_pump.changeSignature);
     const uint32_t checksum = hasSignature ? m_pump.changeSignature(*input) : 0;
-    // The live zoom renders here once it exists; until then frames pass through unchanged.
-    const bool zoomActive = false;
+    // While the zoom moves, an unchanged picture still makes a new frame.
+    ZoomRenderer* zoom = m_pump.zoomRenderer.get();
+    const bool zoomActive = zoom && zoom->isAnimating();
     const MediaTime tickDuration = MediaTime::make(1, m_pump.frameRate);
     if (!hasSignature || checksum != m_lastFrameChecksum || zoomActive) {
         m_lastFrameChecksum = checksum;
-        if (writer->appendVideoPixelBuffer(*input, pts)) {
+        VideoFrameHandle output = input;
+        if (zoom) {
+            zoom->updateAnimation(pts);
+            if (VideoFrameHandle zoomed = zoom->processedPixelBuffer(input, false))
+                output = std::move(zoomed);
+        }
+        if (writer->appendVideoPixelBuffer(*output, pts)) {
             std::lock_guard lock(m_mutex);
             m_lastVideoDuration = tickDuration;
         }
-        m_lastProcessedFrame = input;
+        m_lastProcessedFrame = output;
     } else if (m_lastProcessedFrame) {
         // An unchanged picture is not rendered again: the last written frame is repeated.
         if (writer->appendVideoPixelBuffer(*m_lastProcessedFrame, pts)) {

@@ -16,6 +16,7 @@
 
 class CameraCaptureEngine;
 class MediaWriterEngine;
+class ZoomRenderer;
 
 // Decides what of the captured frames and audio reaches the writer: it starts the writer's
 // session at the first frame (and the camera's, so both files share their zero), drops what
@@ -58,6 +59,8 @@ public:
         // A cheap change test on a frame's pixels, which only the media layer can read; equal
         // values mean the picture did not change. Without it every input counts as changed.
         std::function<uint32_t(const VideoFrame& frame)> changeSignature;
+        // The live zoom, stepped and rendered for every changed or animating tick.
+        std::shared_ptr<ZoomRenderer> zoomRenderer;
     };
 
     RecordingFramePath(Flags flags, Hooks hooks, int frameRate, Pump pump);

@@ -15,6 +15,7 @@ public:
     bool isHighlightEnabled() const override { return false; }
     void setMagnifierEnabled(bool) override {}
     bool isMagnifierEnabled() const override { return false; }
+    std::optional<Point> mouseLocation() const override { return std::nullopt; }
     void startMonitoring() override {}
     void stopMonitoring() override {}
 };

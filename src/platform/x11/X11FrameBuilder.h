@@ -35,6 +35,11 @@ public:
     // False when the stream composes windows and the server has no Composite extension.
     bool isAvailable() const { return !m_compositor || m_compositor->isAvailable(); }
     bool usesSharedMemory() const { return m_grabber && m_grabber->usesSharedMemory(); }
+    // Where a window recorded by itself is now, root pixels; absent in other modes.
+    std::optional<X11Rect> followedFrame() const {
+        return m_compositor && m_compositor->followsWindow() ? m_compositor->followedFrame()
+                                                             : std::nullopt;
+    }
 
     // Hands every event of the connection to all that watch it. `queuedOnly` takes just what
     // came in with the last reply, without reading the socket.

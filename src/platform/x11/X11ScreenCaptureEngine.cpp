@@ -7,6 +7,7 @@
 #include "core/support/Log.h"
 #include "media/VideoFrame.h"
 #include "platform/x11/X11Connection.h"
+#include "platform/x11/X11Coordinates.h"
 #include "platform/x11/X11CursorImage.h"
 #include "platform/x11/X11FrameBuilder.h"
 #include "platform/x11/X11ShareableContent.h"
@@ -225,8 +226,10 @@ std::optional<Rect> X11ScreenCaptureEngine::captureRectInScreenSpace() const {
         return Rect(base.origin.x + area->rect.origin.x, base.origin.y + area->rect.origin.y,
                     area->rect.width(), area->rect.height());
     // Window frames are global points with the origin at the bottom left already.
-    if (const auto* one = m_mode->as<RecordingMode::Window>())
-        return one->window.frame;
+    if (const auto* one = m_mode->as<RecordingMode::Window>()) {
+        std::lock_guard lock(m_configurationMutex);
+        return m_followedRect.value_or(one->window.frame);
+    }
     if (const auto* list = m_mode->as<RecordingMode::Windows>(); list && !list->windows.empty()) {
         Rect joined = list->windows.front().frame;
         for (const SCWindow& window : list->windows)
@@ -245,6 +248,10 @@ QCoro::Task<void> X11ScreenCaptureEngine::startCapture() {
     // A stream that stopped on an error is started again from the beginning.
     if (m_loop)
         m_loop->stop();
+    {
+        std::lock_guard lock(m_configurationMutex);
+        m_followedRect.reset();
+    }
     if (!m_connection)
         m_connection = std::make_unique<X11Connection>();
     followMovedDisplay();
@@ -388,6 +395,11 @@ bool X11ScreenCaptureEngine::deliver(X11CursorImage cursor) {
     VideoFrame& frame = built.frame;
     if (frame.isNull())
         return true;
+    if (const auto followed = run.builder.followedFrame()) {
+        // Clicks and cursor positions are normalised against where the window is now.
+        std::lock_guard lock(m_configurationMutex);
+        m_followedRect = X11Coordinates::toGlobal(*followed, m_connection->rootHeight());
+    }
     // The picture is still handed on; the next ones come at the window's new size.
     if (frame.contentScale < 0.99) {
         handleWindowResize(frame.contentScale);

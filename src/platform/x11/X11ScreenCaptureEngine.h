@@ -91,6 +91,8 @@ private:
     // reads it.
     mutable std::mutex m_configurationMutex;
     std::optional<X11CaptureStream> m_stream;
+    // Where a followed window is now, global points; under m_configurationMutex.
+    std::optional<Rect> m_followedRect;
 
     FrameHandler m_frameHandler;
     AudioHandler m_audioHandler;

@@ -317,6 +317,8 @@ public:
     }
     void setTimeProvider(TimeProvider provider) override { timeProvider = std::move(provider); }
     void recordCursorPosition(Point) override { call("recordCursorPosition"); }
+    void recordCursorClick(Point, ClickType) override { call("recordCursorClick"); }
+    void recordZoomEvent(Point, double, double) override { call("recordZoomEvent"); }
     MetadataCounts currentCounts() const override { return counts; }
     void stopRecording(double duration) override {
         call("stopRecording", std::to_string(int(std::lround(duration * 1000))) + "ms");
@@ -337,6 +339,14 @@ public:
     void setHUDEnabled(bool on) override { call("setHUDEnabled", text(on)); }
     void setHUDIncludeInRecording(bool on) override { call("setHUDIncludeInRecording", text(on)); }
     void setDebugEnabled(bool on) override { call("setDebugEnabled", text(on)); }
+    void updateCursor(Point) override {}
+    void triggerClickZoom(Point) override { call("triggerClickZoom"); }
+    void endClickZoom() override { call("endClickZoom"); }
+    bool isAnimating() const override { return false; }
+    void updateAnimation(std::optional<MediaTime>) override {}
+    VideoFrameHandle processedPixelBuffer(const VideoFrameHandle& source, bool) override {
+        return source;
+    }
 };
 
 class FakeCursorOverlayController final : public CursorOverlayController, public FakePart {
@@ -365,6 +375,7 @@ public:
         magnifier = on;
     }
     bool isMagnifierEnabled() const override { return magnifier; }
+    std::optional<Point> mouseLocation() const override { return std::nullopt; }
     void startMonitoring() override { call("startMonitoring"); }
     void stopMonitoring() override { call("stopMonitoring"); }
 };

@@ -257,6 +257,10 @@ TEST_F(RecordingCoordinatorStart, StartsSurfacesThenEnginesInOrder) {
                             "sleep.prevent(Screen recording in progress)"));
     EXPECT_THAT(linesStartingWith(output, {"🔍", "⚠️", "✅", "🎥", "🎤", "⏱️ No"}),
                 ElementsAre("🔍 Checking MetadataRecorder...",
+                            "🔍 Checking click-to-zoom configuration...",
+                            "✅ Configuring click handler...", "✅ Click handler configured",
+                            "✅ Cursor move handler configured for position sampling (recorder "
+                            "exists: true)",
                             "⚠️ Cursor monitoring NOT started - no features require it",
                             "🎥 Starting screen capture...", "✅ Screen capture started",
                             "🎤 Starting audio capture...", "✅ Audio capture started",
@@ -279,7 +283,8 @@ TEST_F(RecordingCoordinatorStart, HighlightAppliesTheCustomCursorAndMonitors) {
     prepareAndStart(configuration);
     const std::string output = testing::internal::GetCapturedStdout();
     EXPECT_THAT(log.of({"cursor"}),
-                ElementsAre("cursor.setClickThreshold(500ms)",
+                ElementsAre("cursor.setClickThreshold(500ms)", "cursor.setClickHandler",
+                            "cursor.setCursorMoveHandler",
                             "cursor.configureCustomCursor(circle 24 true true false)",
                             "cursor.setHighlightEnabled(true)", "cursor.startMonitoring"));
     EXPECT_NE(output.find("✅ Starting cursor overlay monitoring...\n"), std::string::npos);

@@ -231,7 +231,7 @@ uint32_t shownBy(const VideoFrame& frame) {
 TEST_F(RecordingFramePathTest, PumpStampsByCountAndRepeatsUnchangedPictures) {
     // Ticked by hand: a pump thread would race the test for the first tick.
     shown.fill(0);
-    auto path = makePath({}, 30, RecordingFramePath::Pump{true, 30, true, &shownBy});
+    auto path = makePath({}, 30, RecordingFramePath::Pump{true, 30, true, &shownBy, nullptr});
     path->handleVideoFrame(frameNumber(0), at(600)); // black, starts the pump at 10 s
     EXPECT_TRUE(writer.appended.empty()) << "the handler wrote past the pump";
 
@@ -264,7 +264,7 @@ TEST_F(RecordingFramePathTest, PumpStampsByCountAndRepeatsUnchangedPictures) {
 // While paused the handler passes nothing on, so the pump's count stands still.
 TEST_F(RecordingFramePathTest, PausedPumpEmitsNothing) {
     shown.fill(0);
-    auto path = makePath({}, 30, RecordingFramePath::Pump{true, 30, true, &shownBy});
+    auto path = makePath({}, 30, RecordingFramePath::Pump{true, 30, true, &shownBy, nullptr});
     shown[1] = 7;
     path->handleVideoFrame(frameNumber(1), at(2));
     path->pumpTick();
@@ -280,7 +280,7 @@ TEST_F(RecordingFramePathTest, PausedPumpEmitsNothing) {
 TEST_F(RecordingFramePathTest, PumpClockRunsOnItsOwn) {
     shown.fill(0);
     shown[3] = 5;
-    auto path = makePath({}, 60, RecordingFramePath::Pump{true, 60, false, &shownBy});
+    auto path = makePath({}, 60, RecordingFramePath::Pump{true, 60, false, &shownBy, nullptr});
     path->handleVideoFrame(frameNumber(3), at(1));
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(2);
     size_t written = 0;

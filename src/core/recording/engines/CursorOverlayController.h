@@ -29,6 +29,9 @@ public:
     virtual bool isHighlightEnabled() const = 0;
     virtual void setMagnifierEnabled(bool enabled) = 0;
     virtual bool isMagnifierEnabled() const = 0;
+    // Where the pointer is now, global points with the origin at the bottom left; absent when
+    // the desktop cannot tell.
+    virtual std::optional<Point> mouseLocation() const = 0;
     virtual void startMonitoring() = 0;
     virtual void stopMonitoring() = 0;
 };

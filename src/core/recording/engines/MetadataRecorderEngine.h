@@ -1,6 +1,7 @@
 #pragma once
 
 #include "core/geometry/Rect.h"
+#include "core/metadata/CursorClick.h"
 
 #include <QDateTime>
 #include <QString>
@@ -28,6 +29,10 @@ public:
     virtual void startRecording(const QDateTime& at) = 0;
     virtual void setTimeProvider(TimeProvider provider) = 0;
     virtual void recordCursorPosition(Point atTopLeft) = 0;
+    // Normalised, origin top left.
+    virtual void recordCursorClick(Point at, ClickType clickType) = 0;
+    // Normalised with the origin at the bottom left; `duration` is the zoom's ease in seconds.
+    virtual void recordZoomEvent(Point at, double level, double duration) = 0;
     virtual MetadataCounts currentCounts() const = 0;
     virtual void stopRecording(double duration) = 0;
     virtual void saveMetadata(const QString& url) = 0; // throws
