@@ -10,7 +10,8 @@
 #include <stdexcept>
 #include <vector>
 
-// `record`: records the screen, an area, windows or applications through the recording
+// `record`: records the screen, an area, windows or applications (or only sound, with --mode
+// audio) through the recording
 // coordinator until --duration seconds of recording have passed or SIGINT/SIGTERM arrives;
 // SIGUSR1 toggles pause. Prints the movie's path, then its metadata's. SIGINT/SIGTERM before
 // the recording started (while preparing or counting down) cancel it: exit status 1, no file.
@@ -34,6 +35,13 @@ struct RecordRequest {
     int countdown = 0;
     std::optional<double> duration;
     QString outputDirectory;
+    // Sound: the microphone's source name ("default" for the server's default microphone).
+    std::optional<QString> microphone;
+    bool systemAudio = false;
+    float microphoneVolume = 1.0f;
+    float systemAudioVolume = 1.0f;
+    bool echoCancellation = false;
+    QString audioFormat = QStringLiteral("aac");
 };
 
 // A value on the command line that cannot be used; its message names the option and value.
@@ -49,5 +57,8 @@ RecordRequest parseRecordRequest(const QStringList& arguments);
 // area outside the display.
 RecordingMode resolveRecordingMode(const RecordRequest& request, const SCShareableContent& content);
 RecordingConfiguration makeRecordingConfiguration(const RecordRequest& request, RecordingMode mode);
+// Throws CliUsageError when a sound source the request names is not on the sound server,
+// naming it and the ones that are.
+void checkAudioSources(const RecordRequest& request);
 
 int runRecord(const QStringList& arguments, FILE* out, FILE* err);

@@ -7,10 +7,11 @@
 #include "media/MediaWriterAdapter.h"
 #include "media/VideoFrame.h"
 #include "media/encoding/MediaEncoderProbe.h"
-#include "platform/null/NullAudioCaptureEngine.h"
 #include "platform/null/NullCameraCaptureEngine.h"
 #include "platform/null/NullCursorOverlayController.h"
 #include "platform/null/PassThroughZoomRenderer.h"
+#include "platform/pulse/AudioDeviceManager.h"
+#include "platform/pulse/PulseAudioCaptureEngine.h"
 
 DesktopRecordingEngineFactory::DesktopRecordingEngineFactory()
     : m_probe(std::make_unique<MediaEncoderProbe>()) {}
@@ -18,8 +19,15 @@ DesktopRecordingEngineFactory::DesktopRecordingEngineFactory()
 DesktopRecordingEngineFactory::~DesktopRecordingEngineFactory() = default;
 
 std::unique_ptr<AudioCaptureEngine> DesktopRecordingEngineFactory::makeAudioCaptureEngine() {
-    return std::make_unique<NullAudioCaptureEngine>(
-        QStringLiteral("Audio capture is not available: no audio backend is loaded"));
+    return std::make_unique<PulseAudioCaptureEngine>();
+}
+
+std::vector<AVCaptureDevice> DesktopRecordingEngineFactory::microphones() {
+    return AudioDeviceManager::getAvailableMicrophones();
+}
+
+std::optional<AVCaptureDevice> DesktopRecordingEngineFactory::defaultMicrophone() {
+    return AudioDeviceManager::getDefaultMicrophone();
 }
 
 std::unique_ptr<CameraCaptureEngine> DesktopRecordingEngineFactory::makeCameraCaptureEngine() {

@@ -198,14 +198,14 @@ bool MovieFileEncoder::appendVideo(int track, VideoFrame frame) {
     if (track < 0 || track >= int(m_tracks.size()) || !m_tracks[size_t(track)]->video ||
         frame.isNull())
         return false;
-    return push(track, Job{track, std::move(frame), {}});
+    return push(track, Job{track, std::move(frame), {}, 0});
 }
 
-bool MovieFileEncoder::appendAudio(int track, AudioBuffer buffer) {
+bool MovieFileEncoder::appendAudio(int track, AudioBuffer buffer, int source) {
     if (track < 0 || track >= int(m_tracks.size()) || !m_tracks[size_t(track)]->audio ||
         buffer.isNull())
         return false;
-    return push(track, Job{track, {}, std::move(buffer)});
+    return push(track, Job{track, {}, std::move(buffer), source});
 }
 
 void MovieFileEncoder::run() {
@@ -241,7 +241,7 @@ int MovieFileEncoder::encodeJob(const Job& job) {
     MediaTime sinceStart = job.audio.presentationTime - m_sessionStart;
     if (!sinceStart.isNumeric())
         return 0;
-    return track.audio->encode(job.audio, sinceStart.seconds(), sink);
+    return track.audio->encode(job.audio, sinceStart.seconds(), sink, job.source);
 }
 
 int MovieFileEncoder::writePacket(Track& track, AVPacket* packet) {

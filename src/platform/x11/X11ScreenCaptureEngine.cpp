@@ -4,6 +4,7 @@
 #include "core/model/RecordingError.h"
 #include "core/support/Log.h"
 #include "media/VideoFrame.h"
+#include "platform/pulse/PulseAudioCaptureEngine.h"
 #include "platform/x11/X11Connection.h"
 #include "platform/x11/X11FramePixels.h"
 #include "platform/x11/X11RootGrabber.h"
@@ -158,6 +159,7 @@ X11ScreenCaptureEngine::~X11ScreenCaptureEngine() {
         m_stopRequested = true;
     }
     m_wake.notify_all();
+    stopSystemAudio();
     if (m_thread.joinable())
         m_thread.join();
 }
@@ -194,7 +196,7 @@ void X11ScreenCaptureEngine::configureStream(std::shared_ptr<SCContentFilter> fi
                                              const RecordingMode& mode, ResolutionMode resolution,
                                              int frameRate, bool showCursor,
                                              BackgroundType backgroundColor, bool recordAudio) {
-    (void)recordAudio; // system audio comes from the audio engine on this platform
+    m_recordsAudio = recordAudio;
     if (!filter)
         throw RecordingError::invalidConfiguration(QStringLiteral("No content filter"));
     const double pointScale = resolution == ResolutionMode::high ? filter->pointPixelScale : 1.0;
@@ -349,7 +351,35 @@ QCoro::Task<void> X11ScreenCaptureEngine::startCapture() {
     m_missed = 0;
     m_isCapturing = true;
     m_thread = std::thread([this, stream = *m_stream] { captureLoop(stream); });
+    startSystemAudio();
     co_return;
+}
+
+void X11ScreenCaptureEngine::startSystemAudio() {
+    if (!m_recordsAudio || m_systemAudio)
+        return;
+    auto audio = std::make_unique<PulseAudioCaptureEngine>();
+    try {
+        audio->setupSystemAudioCapture();
+        audio->setVolumes(m_systemAudioVolume, 1.0f);
+        audio->setSystemAudioHandler(
+            [this](const AudioBufferHandle& buffer, const AudioSampleTiming& timing) {
+                if (m_audioHandler)
+                    m_audioHandler(buffer, timing);
+            });
+        audio->startCapture();
+    } catch (const std::exception& error) {
+        // The picture goes on without sound rather than not at all.
+        logLine("⚠️ System audio is not recorded: {}", error.what());
+        return;
+    }
+    m_systemAudio = std::move(audio);
+}
+
+void X11ScreenCaptureEngine::stopSystemAudio() {
+    if (m_systemAudio)
+        m_systemAudio->stopCapture();
+    m_systemAudio.reset();
 }
 
 QCoro::Task<void> X11ScreenCaptureEngine::stopCapture() {
@@ -360,6 +390,7 @@ QCoro::Task<void> X11ScreenCaptureEngine::stopCapture() {
         m_stopRequested = true;
     }
     m_wake.notify_all();
+    stopSystemAudio();
     // The loop notices within one grab; a frame interval at most.
     m_thread.join();
     logLine("📊 Capture: {} frames delivered, {} idle ticks, {} ticks missed", m_delivered.load(),

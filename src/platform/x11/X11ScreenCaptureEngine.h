@@ -18,6 +18,7 @@
 #include <vector>
 
 class X11Connection;
+class PulseAudioCaptureEngine;
 
 // Screen capture on an X server. Displays and areas are grabbed from the root window through
 // shared memory (a plain GetImage when the server refuses it), paced at the frame interval on
@@ -41,6 +42,7 @@ public:
     void setFrameHandler(FrameHandler handler) override { m_frameHandler = std::move(handler); }
     void setAudioHandler(AudioHandler handler) override { m_audioHandler = std::move(handler); }
     void setErrorHandler(ErrorHandler handler) override { m_errorHandler = std::move(handler); }
+    void setSystemAudioVolume(float volume) override { m_systemAudioVolume = volume; }
 
     std::optional<SCStreamConfiguration> configuration() const override;
     std::optional<Rect> captureRectInScreenSpace() const override;
@@ -88,6 +90,9 @@ private:
 
     void captureLoop(Stream stream);
     void reportStop(const StreamError& error);
+    // System audio runs beside the picture on the sound server's thread, on the same clock.
+    void startSystemAudio();
+    void stopSystemAudio();
     // A window grown past the stream: the stream grows by the inverse of the scale the window
     // was shown at. The file keeps the size it was opened with.
     void handleWindowResize(double contentScale);
@@ -105,6 +110,10 @@ private:
     FrameHandler m_frameHandler;
     AudioHandler m_audioHandler;
     ErrorHandler m_errorHandler;
+
+    bool m_recordsAudio = false;
+    float m_systemAudioVolume = 1.0f;
+    std::unique_ptr<PulseAudioCaptureEngine> m_systemAudio;
 
     CircularBuffer<MediaTime> m_frameTimingBuffer;
     std::optional<MediaTime> m_lastPTS; // written by the capture thread only while it runs
