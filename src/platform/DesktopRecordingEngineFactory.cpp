@@ -4,6 +4,7 @@
 #include "core/model/RecordingError.h"
 #include "core/recording/engines/AudioOnlyRecorder.h"
 #include "core/recording/engines/LayerRecordingManager.h"
+#include "media/AudioPackageRecorder.h"
 #include "media/MediaWriterAdapter.h"
 #include "media/VideoFrame.h"
 #include "media/encoding/MediaEncoderProbe.h"
@@ -45,9 +46,8 @@ std::unique_ptr<LayerRecordingManager> DesktopRecordingEngineFactory::makeLayerR
 }
 
 std::unique_ptr<AudioOnlyRecorder>
-DesktopRecordingEngineFactory::makeAudioOnlyRecorder(const RecordingConfiguration&) {
-    throw RecordingError::invalidConfiguration(
-        QStringLiteral("Audio-only recording is not available: no audio backend is loaded"));
+DesktopRecordingEngineFactory::makeAudioOnlyRecorder(const RecordingConfiguration& configuration) {
+    return std::make_unique<AudioPackageRecorder>(configuration);
 }
 
 std::unique_ptr<MetadataRecorderEngine>
