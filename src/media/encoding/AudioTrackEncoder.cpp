@@ -274,6 +274,21 @@ int AudioTrackEncoder::sendFrames(bool final, bool atEnd, const PacketSink& sink
     return 0;
 }
 
+int AudioTrackEncoder::padTo(double endSeconds, const PacketSink& sink) {
+    if (m_mixer)
+        if (int result = encodeMixed(sink, true); result < 0)
+            return result;
+    if (!m_started)
+        return 0;
+    const int64_t expected = m_fifoStart + av_audio_fifo_size(m_fifo.get());
+    const int64_t missing = std::llround(endSeconds * m_context->sample_rate) - expected;
+    if (missing <= 0 || missing > m_context->sample_rate / 4)
+        return 0;
+    if (int result = writeSilence(missing); result < 0)
+        return result;
+    return sendFrames(false, false, sink);
+}
+
 int AudioTrackEncoder::flush(const PacketSink& sink) {
     if (m_mixer)
         if (int result = encodeMixed(sink, true); result < 0)

@@ -37,6 +37,10 @@ public:
     int encode(const AudioBuffer& buffer, double startSeconds, const PacketSink& sink,
                int source = 0);
     int flush(const PacketSink& sink);
+    // Silence up to endSeconds when the track, already begun, stops short of it by at most a
+    // quarter second: the moment between the sound's stop and the picture's. A longer shortfall
+    // is a track that ended on its own and stays as it is.
+    int padTo(double endSeconds, const PacketSink& sink);
 
 private:
     AudioTrackEncoder() = default;

@@ -7,6 +7,8 @@
 
 #include <pthread.h>
 
+#include <algorithm>
+
 struct MovieFileEncoder::Track {
     std::unique_ptr<VideoTrackEncoder> video;
     std::unique_ptr<AudioTrackEncoder> audio;
@@ -282,8 +284,21 @@ bool MovieFileEncoder::finishWriting() {
     stopWorker();
     if (m_status != Status::writing)
         return false;
+    // Sound stops with the capture a moment before the last frame has been shown for its time:
+    // silence fills the audio to the picture's end, so both tracks last as long.
+    double videoEnd = 0;
+    for (const auto& track : m_tracks)
+        if (track->video && track->lastVideoPts != INT64_MIN)
+            videoEnd =
+                std::max(videoEnd, double(track->lastVideoPts + track->nominalFrameDuration) /
+                                       VideoTrackEncoder::timeBaseDen);
     for (auto& track : m_tracks) {
         auto sink = [this, &track](AVPacket* packet) { return writePacket(*track, packet); };
+        if (track->audio && videoEnd > 0)
+            if (int result = track->audio->padTo(videoEnd, sink); result < 0) {
+                fail(result);
+                return false;
+            }
         int result = track->video ? track->video->flush(sink) : track->audio->flush(sink);
         if (result < 0) {
             fail(result);
