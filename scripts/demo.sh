@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # Records a short scripted scene on a private X server, for machines without a display:
 # Xvfb with openbox, a few windows, a pointer that moves and clicks through XTEST, and about
-# five seconds recorded by tavelquiston-cli. Prints the movie, its metadata and a summary.
+# five seconds recorded by tavelquiston-cli, with the system audio of a private PulseAudio that
+# plays a 440 Hz tone. Prints the movie, its metadata and a summary.
 # Usage: scripts/demo.sh [OUTPUT-DIR]   (default: a new folder under /tmp)
 set -euo pipefail
 cd "$(dirname "$0")/.."
@@ -17,6 +18,8 @@ pids=()
 cleanup() {
   for pid in "${pids[@]}"; do kill "$pid" 2>/dev/null || true; done
   wait 2>/dev/null || true
+  [[ -n ${pulse_dir:-} ]] && rm -rf "$pulse_dir"
+  return 0
 }
 trap cleanup EXIT
 
@@ -42,7 +45,27 @@ xmessage -title Status -bg '#88c0d0' -geometry 300x160+860+420 "Status: all good
 pids+=($!)
 sleep 0.8
 
-"$cli" record --duration 5 --fps 30 --show-cursor --output "$out" >"$out/record.log" 2>"$out/record.err" &
+# A private sound server with a null sink, so the recording has system audio to hear: a tone
+# played into the sink for as long as the scene lasts.
+audio_args=()
+if command -v pulseaudio >/dev/null && command -v pacat >/dev/null && command -v ffmpeg >/dev/null; then
+  pulse_dir=$(mktemp -d /tmp/tavelquiston-demo-pulse.XXXXXX)
+  chmod 700 "$pulse_dir"
+  env -u DISPLAY XDG_RUNTIME_DIR="$pulse_dir" HOME="$pulse_dir" pulseaudio -n --daemonize=no \
+    --exit-idle-time=-1 --disallow-exit --use-pid-file=no --system=no \
+    -L module-native-protocol-unix -L "module-null-sink sink_name=demo norewinds=1" >/dev/null 2>&1 &
+  pids+=($!)
+  export PULSE_SERVER=unix:$pulse_dir/pulse/native
+  for _ in $(seq 100); do pactl info >/dev/null 2>&1 && break; sleep 0.05; done
+  if pactl info >/dev/null 2>&1; then
+    ffmpeg -v quiet -f lavfi -i "sine=frequency=440:sample_rate=48000:duration=9" -ac 2 -f s16le - 2>/dev/null |
+      pacat --device=demo --rate=48000 --channels=2 --format=s16le --latency-msec=20 &
+    pids+=($!)
+    audio_args=(--system-audio)
+  fi
+fi
+
+"$cli" record --duration 5 --fps 30 --show-cursor "${audio_args[@]}" --output "$out" >"$out/record.log" 2>"$out/record.err" &
 recorder=$!
 
 # The scene: the pointer glides between the windows and clicks in each.
@@ -72,6 +95,16 @@ metadata=$(tail -n 1 "$out/record.log")
 duration=$(ffprobe -v error -show_entries format=duration -of default=nw=1:nk=1 "$movie")
 frames=$(ffprobe -v error -select_streams v -count_packets -show_entries stream=nb_read_packets -of default=nw=1:nk=1 "$movie")
 clicks=$(sed -n '/"cursorClicks"/,/\]/p' "$metadata" | grep -c '"timestamp"' || true)
+sound="no sound (no PulseAudio to play a tone into)"
+if [[ ${#audio_args[@]} -gt 0 ]]; then
+  audio=$(ffprobe -v error -select_streams a -show_entries stream=codec_name,sample_rate,channels -of csv=p=0 "$movie")
+  if [[ -n $audio ]]; then
+    IFS=, read -r codec rate channels <<<"$audio"
+    sound="system audio: a 440 Hz tone, $codec $rate Hz ${channels} ch"
+  else
+    sound="system audio was asked for but the movie has no audio track"
+  fi
+fi
 echo "movie:    $movie"
 echo "metadata: $metadata"
-printf 'summary:  %.2f s, %d frames, %d clicks recorded\n' "$duration" "$frames" "$clicks"
+printf 'summary:  %.2f s, %d frames, %d clicks recorded, %s\n' "$duration" "$frames" "$clicks" "$sound"
