@@ -7,9 +7,9 @@
 #include <vector>
 
 namespace {
-// Short fragments keep the delivery time close to the capture time, and blocks well inside the
-// writer's jitter tolerance.
-constexpr int fragmentMilliseconds = 10;
+// Fragments of 20 ms: the delivery time stays close to the capture time, at 50 wake-ups a second
+// per stream.
+constexpr int fragmentMilliseconds = 20;
 constexpr pa_usec_t silenceTickMicroseconds = 20000;
 
 MediaTime secondsOf(int64_t frames, int rate) {
