@@ -3,6 +3,7 @@
 #include "cli/CommandOutcome.h"
 #include "cli/ListCommand.h"
 #include "media/DecodedAudio.h"
+#include "media/FlashesAndClicks.h"
 #include "media/MovieProbe.h"
 #include "support/ChildProcess.h"
 #include "support/EventLoop.h"
@@ -17,6 +18,12 @@
 #include <QTemporaryDir>
 
 #include <gtest/gtest.h>
+#include <xcb/xcb.h>
+
+#include <fcntl.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <fstream>
 #include <sstream>
@@ -82,6 +89,81 @@ XvfbSession::Options desktop() {
     options.windowManager = true;
     return options;
 }
+
+// A full-screen window that flashes white for 150 ms once a second while a click is written
+// into the null sink. The sound goes through a player with a 10 ms buffer behind the smallest
+// pipe, so every write waits for the sink's clock and a click leaves as its flash is drawn.
+class FlashAndClickScene {
+public:
+    explicit FlashAndClickScene(const std::string& sink) {
+        int fds[2];
+        if (::pipe(fds) != 0)
+            return;
+        fcntl(fds[1], F_SETPIPE_SZ, 4096);
+        m_player = fork();
+        if (m_player == 0) {
+            dup2(fds[0], STDIN_FILENO);
+            ::close(fds[1]);
+            execlp("pacat", "pacat", ("--device=" + sink).c_str(), "--rate=48000", "--channels=1",
+                   "--format=float32le", "--latency-msec=10", static_cast<char*>(nullptr));
+            _exit(127);
+        }
+        ::close(fds[0]);
+        m_sound = fds[1];
+        m_thread = std::thread([this] { run(); });
+    }
+    ~FlashAndClickScene() {
+        m_stop = true;
+        if (m_thread.joinable())
+            m_thread.join(); // each write waits 10 ms at most, or fails once the player is gone
+        if (m_sound >= 0)
+            ::close(m_sound);
+        if (m_player > 0) {
+            kill(m_player, SIGKILL);
+            waitpid(m_player, nullptr, 0);
+        }
+    }
+
+private:
+    void run() {
+        xcb_connection_t* c = xcb_connect(nullptr, nullptr);
+        if (xcb_connection_has_error(c)) {
+            xcb_disconnect(c);
+            return;
+        }
+        xcb_screen_t* screen = xcb_setup_roots_iterator(xcb_get_setup(c)).data;
+        const xcb_window_t window = xcb_generate_id(c);
+        const uint32_t values[] = {0x202020, 1};
+        xcb_create_window(c, XCB_COPY_FROM_PARENT, window, screen->root, 0, 0,
+                          screen->width_in_pixels, screen->height_in_pixels, 0,
+                          XCB_WINDOW_CLASS_INPUT_OUTPUT, screen->root_visual,
+                          XCB_CW_BACK_PIXEL | XCB_CW_OVERRIDE_REDIRECT, values);
+        xcb_map_window(c, window);
+        xcb_flush(c);
+        constexpr int chunk = 480; // 10 ms
+        std::vector<float> silence(chunk, 0.0f), click(chunk, 0.0f);
+        for (int i = 0; i < chunk / 2; ++i)
+            click[size_t(i)] = (i / 12) % 2 ? 0.8f : -0.8f;
+        for (int64_t n = 0; !m_stop; ++n) {
+            const int64_t phase = n % 100;
+            if (phase == 0 || phase == 15) {
+                const uint32_t colour = phase == 0 ? 0xffffff : 0x202020;
+                xcb_change_window_attributes(c, window, XCB_CW_BACK_PIXEL, &colour);
+                xcb_clear_area(c, 0, window, 0, 0, 0, 0);
+                xcb_flush(c);
+            }
+            const std::vector<float>& samples = phase == 0 ? click : silence;
+            if (::write(m_sound, samples.data(), samples.size() * sizeof(float)) < 0)
+                break;
+        }
+        xcb_disconnect(c);
+    }
+
+    pid_t m_player = -1;
+    int m_sound = -1;
+    std::thread m_thread;
+    std::atomic<bool> m_stop{false};
+};
 
 } // namespace
 
@@ -242,4 +324,47 @@ TEST(AudioRecordingTest, VanishedMicrophoneLeavesSilence) {
     EXPECT_NEAR(microphone->seconds(), 3.0, 0.3);
     EXPECT_GT(microphone->level(0, 0.2, 0.8), 0.1);
     EXPECT_LT(microphone->level(0, 2.2, microphone->seconds() - 0.1), 0.001);
+}
+
+// Picture and sound stay together across a pause: every flash and its click land within one
+// frame of each other in the file, before and after the pause alike.
+TEST(AudioRecordingTest, PictureAndSoundStayAlignedAcrossAPause) {
+    REQUIRE_XVFB(desktop());
+    REQUIRE_PULSEAUDIO();
+    XvfbSession session(desktop());
+    ASSERT_TRUE(session.isReady()) << session.error();
+    PulseAudioSession pulse;
+    ASSERT_TRUE(pulse.isReady()) << pulse.error();
+    FlashAndClickScene scene(PulseAudioSession::sinkName);
+
+    Recording recording({"--fps", "30", "--duration", "6", "--system-audio"});
+    ASSERT_TRUE(waitUntil(
+        [&] {
+            return recording.output().find("Successfully appended video frame #1") !=
+                   std::string::npos;
+        },
+        10s))
+        << recording.errors();
+    std::this_thread::sleep_for(2500ms);
+    ::kill(recording.process.pid(), SIGUSR1);
+    ASSERT_TRUE(
+        waitUntil([&] { return recording.errors().find("Paused") != std::string::npos; }, 5s));
+    std::this_thread::sleep_for(1300ms);
+    ::kill(recording.process.pid(), SIGUSR1);
+    ASSERT_EQ(recording.process.waitForExit(30s), 0) << recording.errors();
+    std::istringstream lines(recording.output());
+    std::string movie;
+    for (std::string line; std::getline(lines, line);)
+        if (line.ends_with(".mov"))
+            movie = line;
+
+    const FlashesAndClicks events = findFlashesAndClicks(movie);
+    const std::vector<double> offsets = events.offsets();
+    // About six flashes in six recorded seconds; one may fall into the pause's edges.
+    ASSERT_GE(offsets.size(), 4u) << events.flashes.size() << " flashes, " << events.clicks.size()
+                                  << " clicks";
+    for (size_t i = 0; i < offsets.size(); ++i)
+        EXPECT_LT(std::fabs(offsets[i]), 1.0 / 30) << i << ": " << offsets[i];
+    // Both sides of the pause are there: flashes a second apart except across it.
+    EXPECT_GT(events.flashes.back() - events.flashes.front(), 3.5);
 }
