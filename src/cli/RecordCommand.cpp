@@ -209,7 +209,7 @@ RecordRequest parseRecordRequest(const QStringList& arguments) {
     return request;
 }
 
-void checkAudioSources(const RecordRequest& request) {
+void checkAudioSources(RecordRequest& request) {
     if (request.systemAudio && !AudioDeviceManager::systemAudioSource())
         throw CliUsageError("--system-audio needs a sound server with a default sink; none answers "
                             "(PULSE_SERVER=" +
@@ -235,6 +235,15 @@ void checkAudioSources(const RecordRequest& request) {
         throw CliUsageError(fmt::format("--microphone \"{}\" is not a microphone here; the sound "
                                         "server offers: {}",
                                         text(*request.microphone), names));
+    const std::optional<AVCaptureDevice> preferred = AudioDeviceManager::getDefaultMicrophone();
+    if (preferred && preferred->uniqueID == *request.microphone) {
+        request.microphone = QStringLiteral("default");
+    } else if (request.echoCancellation) {
+        throw CliUsageError(fmt::format(
+            "--aec cancels echo in the default microphone only; \"{}\" is not it (the default is "
+            "\"{}\")",
+            text(*request.microphone), preferred ? text(preferred->uniqueID) : "none"));
+    }
 }
 
 RecordingMode resolveRecordingMode(const RecordRequest& request,

@@ -58,7 +58,8 @@ RecordRequest parseRecordRequest(const QStringList& arguments);
 RecordingMode resolveRecordingMode(const RecordRequest& request, const SCShareableContent& content);
 RecordingConfiguration makeRecordingConfiguration(const RecordRequest& request, RecordingMode mode);
 // Throws CliUsageError when a sound source the request names is not on the sound server,
-// naming it and the ones that are.
-void checkAudioSources(const RecordRequest& request);
+// naming it and the ones that are, or when --aec names a microphone that is not the default.
+// The default microphone named by its source name becomes "default".
+void checkAudioSources(RecordRequest& request);
 
 int runRecord(const QStringList& arguments, FILE* out, FILE* err);

@@ -368,3 +368,29 @@ TEST(AudioRecordingTest, PictureAndSoundStayAlignedAcrossAPause) {
     // Both sides of the pause are there: flashes a second apart except across it.
     EXPECT_GT(events.flashes.back() - events.flashes.front(), 3.5);
 }
+
+// With --aec the default microphone is cleaned of what the speakers play: a microphone that
+// hears only the system audio (its echo) is recorded much quieter than without.
+TEST(AudioRecordingTest, EchoCancellationQuietsTheEcho) {
+    REQUIRE_PULSEAUDIO();
+    PulseAudioSession pulse;
+    ASSERT_TRUE(pulse.isReady()) << pulse.error();
+    ASSERT_TRUE(addMonoMicrophone(pulse, "echomic").has_value());
+    ASSERT_TRUE(pulse.startTone(tone, 20.0, 0.4));
+
+    auto micLevel = [](const QStringList& extra) {
+        QStringList arguments = {"--mode", "audio", "--duration", "4", "--microphone"};
+        Recording recording(arguments + extra);
+        EXPECT_EQ(recording.process.waitForExit(30s), 0) << recording.errors();
+        const auto microphone =
+            decodeAudio((QString::fromStdString(recording.lastLine()) + "/mic.m4a").toStdString());
+        EXPECT_TRUE(microphone.has_value());
+        // After the canceller's first second of learning.
+        return microphone ? microphone->level(0, 1.5, 3.8) : 0.0;
+    };
+    const double plain = micLevel({});
+    const double cancelled = micLevel({"--aec"});
+    ASSERT_GT(plain, 0.1);
+    // At least 6 dB quieter.
+    EXPECT_LT(cancelled, plain / 2) << plain << " " << cancelled;
+}

@@ -62,8 +62,8 @@ bool PulseAudioCaptureEngine::setupMicrophoneCapture(const std::optional<AVCaptu
         return false;
     }
     const bool isDefault = defaultDevice && defaultDevice->uniqueID == m_currentMicDevice->uniqueID;
-    const bool ready =
-        enableAEC && isDefault ? setupAECCapture(*source) : setupStandardMicrophoneCapture(*source);
+    const bool ready = enableAEC && isDefault ? setupAECCapture(*source, true)
+                                              : setupStandardMicrophoneCapture(*source);
     if (ready)
         m_isCapturingMicrophone = true;
     return ready;
@@ -72,10 +72,35 @@ bool PulseAudioCaptureEngine::setupMicrophoneCapture(const std::optional<AVCaptu
 bool PulseAudioCaptureEngine::setupStandardMicrophoneCapture(
     const PulseConnection::Source& source) {
     logLine("ℹ️ Using AVAudioEngine for microphone (provides format conversion)");
-    return setupAECCapture(source);
+    return setupAECCapture(source, false);
 }
 
-bool PulseAudioCaptureEngine::setupAECCapture(const PulseConnection::Source& source) {
+void PulseAudioCaptureEngine::setupEchoCancellation() {
+    m_echoCanceller = EchoCanceller::create();
+    if (!m_echoCanceller) {
+        logLine(
+            "⚠️ Echo cancellation is not available in this build; the microphone is recorded "
+            "as it is");
+        return;
+    }
+    PulseConnection& server = connection();
+    const std::optional<PulseConnection::Source> monitor =
+        server.source(server.defaults().sinkName + ".monitor");
+    if (!monitor) {
+        logLine("⚠️ Echo cancellation needs the default sink's monitor; the microphone is "
+                "recorded as it is");
+        m_echoCanceller.reset();
+        return;
+    }
+    // Both streams call back on the one loop thread, so the canceller needs no lock.
+    m_referenceStream = std::make_unique<PulseRecordStream>(
+        server, *monitor, "Echo reference",
+        [this](const AudioBuffer& buffer) { m_echoCanceller->addReference(buffer); });
+    logLine("🔇 Echo cancellation: the microphone is cleaned of \"{}\"", monitor->name);
+}
+
+bool PulseAudioCaptureEngine::setupAECCapture(const PulseConnection::Source& source,
+                                              bool cancelEcho) {
     logLine("🎤 Microphone input format: {}Hz / {}ch", source.sampleRate, source.channelCount);
     logLine("🎯 Target audio format: {}Hz / {}ch float32 non-interleaved",
             PulseRecordStream::outputSampleRate, PulseRecordStream::outputChannelCount);
@@ -83,6 +108,8 @@ bool PulseAudioCaptureEngine::setupAECCapture(const PulseConnection::Source& sou
         logLine("❌ Failed to create audio converter");
         return false;
     }
+    if (cancelEcho)
+        setupEchoCancellation();
     m_microphoneStream = std::make_unique<PulseRecordStream>(
         connection(), source, "Microphone",
         [this](const AudioBuffer& buffer) { processMicrophone(buffer); });
@@ -114,8 +141,11 @@ void PulseAudioCaptureEngine::startCapture() {
     try {
         if (m_systemStream)
             m_systemStream->start();
-        if (m_microphoneStream && m_isCapturingMicrophone)
+        if (m_microphoneStream && m_isCapturingMicrophone) {
+            if (m_referenceStream)
+                m_referenceStream->start();
             m_microphoneStream->start();
+        }
     } catch (const std::runtime_error& error) {
         stopCapture();
         throw RecordingError::invalidConfiguration(QString::fromUtf8(error.what()));
@@ -125,6 +155,8 @@ void PulseAudioCaptureEngine::startCapture() {
 void PulseAudioCaptureEngine::stopCapture() {
     if (m_microphoneStream)
         m_microphoneStream->stop();
+    if (m_referenceStream)
+        m_referenceStream->stop();
     if (m_systemStream)
         m_systemStream->stop();
     m_isCapturingSystemAudio = false;
@@ -142,7 +174,10 @@ void PulseAudioCaptureEngine::processSystemAudio(const AudioBuffer& buffer) {
     deliver(m_systemAudioHandler, adjusted ? std::move(*adjusted) : buffer);
 }
 
-void PulseAudioCaptureEngine::processMicrophone(const AudioBuffer& buffer) {
+void PulseAudioCaptureEngine::processMicrophone(const AudioBuffer& captured) {
+    const AudioBuffer buffer = m_echoCanceller ? m_echoCanceller->process(captured) : captured;
+    if (buffer.isNull())
+        return; // less than one step of the canceller so far
     const float volume = m_microphoneVolume.load();
     std::optional<AudioBuffer> adjusted;
     if (volume != 1.0f)

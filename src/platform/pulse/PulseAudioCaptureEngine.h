@@ -1,6 +1,7 @@
 #pragma once
 
 #include "core/recording/engines/AudioCaptureEngine.h"
+#include "platform/pulse/EchoCanceller.h"
 #include "platform/pulse/PulseConnection.h"
 #include "platform/pulse/PulseRecordStream.h"
 
@@ -49,13 +50,18 @@ public:
 private:
     PulseConnection& connection(); // throws RecordingError
     bool setupStandardMicrophoneCapture(const PulseConnection::Source& source);
-    bool setupAECCapture(const PulseConnection::Source& source);
-    void processMicrophone(const AudioBuffer& buffer);
+    // `cancelEcho`: the microphone is the default one and echo cancellation was asked for.
+    bool setupAECCapture(const PulseConnection::Source& source, bool cancelEcho);
+    void setupEchoCancellation();
+    void processMicrophone(const AudioBuffer& captured);
     static void deliver(const BufferHandler& handler, AudioBuffer buffer);
 
     std::unique_ptr<PulseConnection> m_connection;
     std::unique_ptr<PulseRecordStream> m_systemStream;
     std::unique_ptr<PulseRecordStream> m_microphoneStream;
+    // With echo cancellation: the default sink's monitor, the echo to take out of the microphone.
+    std::unique_ptr<PulseRecordStream> m_referenceStream;
+    std::unique_ptr<EchoCanceller> m_echoCanceller; // loop thread only, once capture starts
     // Handlers are set before capture starts and read on the loop thread.
     std::mutex m_handlerMutex;
     BufferHandler m_systemAudioHandler;
