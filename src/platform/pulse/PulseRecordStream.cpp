@@ -56,6 +56,7 @@ void PulseRecordStream::start() {
     attributes.fragsize = uint32_t(pa_usec_to_bytes(fragmentMilliseconds * 1000, &spec));
     m_stopping = false;
     m_deliveredEnd = MediaTime::invalid();
+    m_clock.reset();
     // Not moved to another device when this one goes: a recording hears what it was asked to.
     const auto flags = pa_stream_flags_t(PA_STREAM_ADJUST_LATENCY | PA_STREAM_DONT_MOVE);
     if (pa_stream_connect_record(m_stream.get(), m_source.name.c_str(), &attributes, flags) < 0) {
@@ -114,9 +115,9 @@ void PulseRecordStream::readAvailable() {
         if (pa_stream_peek(m_stream.get(), &data, &bytes) < 0 || bytes == 0)
             return;
         const int frames = int(bytes / frameBytes);
-        // What is still readable, this fragment included, ends now.
-        const MediaTime start =
-            now - secondsOf(int64_t(remaining / frameBytes), m_source.sampleRate);
+        // What is still readable, this fragment included, ends now, or a little earlier.
+        const MediaTime start = m_clock.stamp(
+            now - secondsOf(int64_t(remaining / frameBytes), m_source.sampleRate), frames);
         if (data) {
             deliver(static_cast<const float*>(data), frames, start);
         } else {

@@ -3,14 +3,16 @@
 #include "core/time/MediaTime.h"
 #include "media/AudioBuffer.h"
 #include "media/FFmpegHandles.h"
+#include "platform/pulse/DeliveryClock.h"
 #include "platform/pulse/PulseConnection.h"
 
 #include <functional>
 #include <string>
 
 // One record stream from a source of the sound server, converted by libswresample to 48 kHz,
-// two channels, float planar whatever the device gives, and handed on as it arrives. A block is
-// stamped with the host clock: the audio read in one delivery ends at the moment of delivery.
+// two channels, float planar whatever the device gives, and handed on as it arrives. Blocks are
+// stamped with the host clock: the audio read in one delivery ends at the moment of delivery,
+// read through a DeliveryClock so that the waits of a busy machine do not tear the stream.
 // When the device goes away (unplugged, its module unloaded) the stream keeps delivering
 // silence in step with the clock, after one warning, so whatever records it stays continuous.
 // Thread: start and stop on the controlling thread; the handler runs on the loop's thread and
@@ -56,6 +58,7 @@ private:
     SwrContextPtr m_resampler;
     // Loop thread only, after start.
     MediaTime m_deliveredEnd = MediaTime::invalid();
+    DeliveryClock m_clock{m_source.sampleRate};
     pa_time_event* m_silenceTimer = nullptr;
     bool m_stopping = false;
     bool m_running = false; // connected and delivering, until stopped
