@@ -21,6 +21,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <cmath>
@@ -331,6 +332,8 @@ int main() {
         const double drift = slope * span;
         for (size_t i = 0; i < offsets.size(); ++i)
             fmt::print("  offset {:2}: {:+.1f} ms\n", i, offsets[i] * 1000);
+        const auto [low, high] = std::minmax_element(offsets.begin(), offsets.end());
+        fmt::print("A/V offset range: {:+.1f} to {:+.1f} ms\n", *low * 1000, *high * 1000);
         fmt::print("A/V offset (sound after picture): first {:+.1f} ms, last {:+.1f} ms; fitted "
                    "drift {:+.1f} ms over {:.0f} s, {:+.1f} ms per hour at that rate (a frame is "
                    "33.3 ms)\n",
