@@ -11,6 +11,8 @@ pkg_check_modules(XCB REQUIRED IMPORTED_TARGET
   xcb xcb-shm xcb-composite xcb-damage xcb-xfixes xcb-randr xcb-xinput xcb-xtest xcb-image
   xcb-icccm xcb-ewmh)
 pkg_check_modules(PULSE REQUIRED IMPORTED_TARGET libpulse)
+# Echo cancellation for the microphone; without it the flag falls back to plain recording.
+pkg_check_modules(WEBRTC_APM IMPORTED_TARGET webrtc-audio-processing)
 
 # Debian's libyuv ships no pkg-config file.
 find_path(LIBYUV_INCLUDE_DIR libyuv.h REQUIRED)

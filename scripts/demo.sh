@@ -1,8 +1,9 @@
 #!/usr/bin/env bash
 # Records a short scripted scene on a private X server, for machines without a display:
 # Xvfb with openbox, a few windows, a pointer that moves and clicks through XTEST, and about
-# five seconds recorded by tavelquiston-cli. Prints the movie, its metadata and a summary; then
-# records the test camera as a separate layer and prints the package folder.
+# five seconds recorded by tavelquiston-cli, with the system audio of a private PulseAudio that
+# plays a 440 Hz tone. Prints the movie, its metadata and a summary; then records the test
+# camera as a separate layer, prints the package folder, and exports the movie styled.
 # Usage: scripts/demo.sh [OUTPUT-DIR]   (default: a new folder under /tmp)
 set -euo pipefail
 cd "$(dirname "$0")/.."
@@ -18,6 +19,8 @@ pids=()
 cleanup() {
   for pid in "${pids[@]}"; do kill "$pid" 2>/dev/null || true; done
   wait 2>/dev/null || true
+  [[ -n ${pulse_dir:-} ]] && rm -rf "$pulse_dir"
+  return 0
 }
 trap cleanup EXIT
 
@@ -43,7 +46,27 @@ xmessage -title Status -bg '#88c0d0' -geometry 300x160+860+420 "Status: all good
 pids+=($!)
 sleep 0.8
 
-"$cli" record --duration 5 --fps 30 --show-cursor --click-to-zoom --output "$out" >"$out/record.log" 2>"$out/record.err" &
+# A private sound server with a null sink, so the recording has system audio to hear: a tone
+# played into the sink for as long as the scene lasts.
+audio_args=()
+if command -v pulseaudio >/dev/null && command -v pacat >/dev/null && command -v ffmpeg >/dev/null; then
+  pulse_dir=$(mktemp -d /tmp/tavelquiston-demo-pulse.XXXXXX)
+  chmod 700 "$pulse_dir"
+  env -u DISPLAY XDG_RUNTIME_DIR="$pulse_dir" HOME="$pulse_dir" pulseaudio -n --daemonize=no \
+    --exit-idle-time=-1 --disallow-exit --use-pid-file=no --system=no \
+    -L module-native-protocol-unix -L "module-null-sink sink_name=demo norewinds=1" >/dev/null 2>&1 &
+  pids+=($!)
+  export PULSE_SERVER=unix:$pulse_dir/pulse/native
+  for _ in $(seq 100); do pactl info >/dev/null 2>&1 && break; sleep 0.05; done
+  if pactl info >/dev/null 2>&1; then
+    ffmpeg -v quiet -f lavfi -i "sine=frequency=440:sample_rate=48000:duration=9" -ac 2 -f s16le - 2>/dev/null |
+      pacat --device=demo --rate=48000 --channels=2 --format=s16le --latency-msec=20 &
+    pids+=($!)
+    audio_args=(--system-audio)
+  fi
+fi
+
+"$cli" record --duration 5 --fps 30 --show-cursor --click-to-zoom "${audio_args[@]}" --output "$out" >"$out/record.log" 2>"$out/record.err" &
 recorder=$!
 
 # The scene: the pointer glides between the windows and clicks in each.
@@ -77,10 +100,20 @@ clicks=$(count "$metadata" cursorClicks)
 zooms=$(count "$metadata" zoomEvents)
 "$cli" analyze "$metadata" >"$out/analyze.json"
 segments=$(count "$out/analyze.json" zoomSegments)
+sound="no sound (no PulseAudio to play a tone into)"
+if [[ ${#audio_args[@]} -gt 0 ]]; then
+  audio=$(ffprobe -v error -select_streams a -show_entries stream=codec_name,sample_rate,channels -of csv=p=0 "$movie")
+  if [[ -n $audio ]]; then
+    IFS=, read -r codec rate channels <<<"$audio"
+    sound="system audio: a 440 Hz tone, $codec $rate Hz ${channels} ch"
+  else
+    sound="system audio was asked for but the movie has no audio track"
+  fi
+fi
 echo "movie:    $movie"
 echo "metadata: $metadata"
-printf 'summary:  %.2f s, %d frames, %d clicks and %d zoom events recorded, %d automatic zoom segments\n' \
-  "$duration" "$frames" "$clicks" "$zooms" "$segments"
+printf 'summary:  %.2f s, %d frames, %d clicks and %d zoom events recorded, %d automatic zoom segments, %s\n' \
+  "$duration" "$frames" "$clicks" "$zooms" "$segments" "$sound"
 
 # The same desktop with the test camera recorded as a layer of its own: a package folder.
 TAVELQUISTON_TEST_CAMERA=1 "$cli" record --duration 3 --fps 30 --camera "Test Camera" \

@@ -10,7 +10,7 @@
 // Each command lives in its own file; this table is the one place that lists them.
 const std::vector<CliCommand>& cliCommands() {
     static const std::vector<CliCommand> commands = {
-        analyzeCommand(), composeCommand(), exportCommand(),  waveformCommand(),
+        analyzeCommand(), composeCommand(), exportCommand(), waveformCommand(),
         recordCommand(),  recoverCommand(), listCommand(),
     };
     return commands;

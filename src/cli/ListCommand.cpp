@@ -2,6 +2,7 @@
 
 #include "core/recording/engines/RecordingEngineFactory.h"
 #include "platform/RecordingEngineLoader.h"
+#include "platform/pulse/AudioDeviceManager.h"
 #include "platform/v4l2/V4L2CameraDiscovery.h"
 #include "platform/x11/X11Coordinates.h"
 
@@ -11,7 +12,7 @@
 
 namespace {
 
-constexpr std::string_view usage = "list displays|windows|applications|cameras";
+constexpr std::string_view usage = "list displays|windows|applications|cameras|microphones";
 
 // The root's height is the top of the highest display: global points count up from its
 // bottom edge.
@@ -63,6 +64,17 @@ void printCameras(FILE* out) {
     }
 }
 
+// One line a microphone: source name, description, rate, channels, and "default" on the one
+// recorded when none is named.
+int printMicrophones(FILE* out) {
+    for (const AudioDeviceManager::Microphone& microphone :
+         AudioDeviceManager::describeMicrophones())
+        fmt::print(out, "{}\t{}\t{} Hz\t{} ch{}\n", microphone.device.uniqueID.toStdString(),
+                   microphone.device.localizedName.toStdString(), microphone.sampleRate,
+                   microphone.channelCount, microphone.isDefault ? "\tdefault" : "");
+    return 0;
+}
+
 int runList(const QStringList& arguments, FILE* out, FILE* err) {
     const QString kind = arguments.value(0);
     if (arguments.size() == 1 && kind == QLatin1String("cameras")) {
@@ -70,6 +82,8 @@ int runList(const QStringList& arguments, FILE* out, FILE* err) {
         printCameras(out);
         return 0;
     }
+    if (arguments.size() == 1 && kind == QLatin1String("microphones"))
+        return printMicrophones(out);
     if (arguments.size() != 1 ||
         !(kind == QLatin1String("displays") || kind == QLatin1String("windows") ||
           kind == QLatin1String("applications"))) {
@@ -91,6 +105,6 @@ int runList(const QStringList& arguments, FILE* out, FILE* err) {
 
 CliCommand listCommand() {
     return CliCommand{
-        "list", usage, "list the displays, windows, applications or cameras to record",
+        "list", usage, "list the displays, windows, applications, cameras or microphones to record",
         [](const QStringList& arguments) { return runList(arguments, stdout, stderr); }};
 }

@@ -11,6 +11,7 @@
 #include "core/settings/UserDefaults.h"
 #include "platform/RecordingEngineLoader.h"
 #include "platform/desktop/DBusSystemEventMonitor.h"
+#include "platform/pulse/AudioDeviceManager.h"
 
 #include <QApplication>
 #include <QDir>
@@ -39,7 +40,9 @@ constexpr std::string_view usage =
     "[--click-to-zoom] [--zoom-level X] [--zoom-duration SECONDS] [--click-threshold SECONDS] "
     "[--smart-zoom on|off] [--highlight] [--magnifier] "
     "[--cursor-style circle|arrow|pointer|custom] [--cursor-size PX] [--ripple on|off] "
-    "[--ripple-color COLOR]";
+    "[--ripple-color COLOR] "
+    "[--mode audio] [--microphone [SOURCE]] [--system-audio] [--mic-volume GAIN] "
+    "[--system-volume GAIN] [--aec] [--audio-format aac|alac|flac|opus]";
 
 // Signals only set these; the recording loop looks at them between waits.
 volatile std::sig_atomic_t stopSignals = 0;
@@ -89,6 +92,16 @@ T parseChoice(const QString& option, const QString& value,
         names += (names.empty() ? "" : "|") + std::string(choice.first);
     throw CliUsageError(
         fmt::format("{} must be one of {}, not \"{}\"", text(option), names, text(value)));
+}
+
+float parseVolume(const QString& option, const QString& value) {
+    bool ok = false;
+    const double gain = value.toDouble(&ok);
+    if (!ok || !(gain >= 0) || gain > 16)
+        throw CliUsageError(
+            fmt::format("{} needs a gain from 0 to 16 (1 leaves the level), not \"{}\"",
+                        text(option), text(value)));
+    return float(gain);
 }
 
 QRect parseArea(const QString& value) {
@@ -154,9 +167,13 @@ RecordRequest parseRecordRequest(const QStringList& arguments) {
         if (option == QLatin1String("--mode")) {
             request.mode = value();
             modeGiven = true;
-            parseChoice<int>(
-                option, request.mode,
-                {{"screen", 0}, {"area", 0}, {"window", 0}, {"windows", 0}, {"application", 0}});
+            parseChoice<int>(option, request.mode,
+                             {{"screen", 0},
+                              {"area", 0},
+                              {"window", 0},
+                              {"windows", 0},
+                              {"application", 0},
+                              {"audio", 0}});
         } else if (option == QLatin1String("--display")) {
             request.displayID = parseID(option, value());
         } else if (option == QLatin1String("--area")) {
@@ -221,6 +238,22 @@ RecordRequest parseRecordRequest(const QStringList& arguments) {
                               {"bottom-right", 0},
                               {"center", 0}});
         } else if (request.cursor.parse(option, value)) {
+        } else if (option == QLatin1String("--microphone")) {
+            // The source's name is optional: without one, the default microphone.
+            const bool named = i + 1 < arguments.size() && !arguments[i + 1].startsWith("--");
+            request.microphone = named ? arguments[++i] : QStringLiteral("default");
+        } else if (option == QLatin1String("--system-audio")) {
+            request.systemAudio = true;
+        } else if (option == QLatin1String("--mic-volume")) {
+            request.microphoneVolume = parseVolume(option, value());
+        } else if (option == QLatin1String("--system-volume")) {
+            request.systemAudioVolume = parseVolume(option, value());
+        } else if (option == QLatin1String("--aec")) {
+            request.echoCancellation = true;
+        } else if (option == QLatin1String("--audio-format")) {
+            request.audioFormat = value();
+            parseChoice<int>(option, request.audioFormat,
+                             {{"aac", 0}, {"alac", 0}, {"flac", 0}, {"opus", 0}});
         } else {
             throw CliUsageError(fmt::format("Unexpected argument \"{}\"", text(option)));
         }
@@ -236,11 +269,54 @@ RecordRequest parseRecordRequest(const QStringList& arguments) {
         throw CliUsageError("--mode window takes one --window; use --mode windows for more");
     if (request.mode == QLatin1String("application") && request.applicationIDs.empty())
         throw CliUsageError("--mode application needs --app BUNDLE-ID");
+    if (request.mode == QLatin1String("audio") && !request.systemAudio && !request.microphone)
+        throw CliUsageError("--mode audio needs --system-audio, --microphone or both");
+    if (request.echoCancellation && !request.microphone)
+        throw CliUsageError("--aec cancels echo in the microphone: it needs --microphone");
     return request;
+}
+
+void checkAudioSources(RecordRequest& request) {
+    if (request.systemAudio && !AudioDeviceManager::systemAudioSource())
+        throw CliUsageError("--system-audio needs a sound server with a default sink; none answers "
+                            "(PULSE_SERVER=" +
+                            qEnvironmentVariable("PULSE_SERVER").toStdString() + ")");
+    if (!request.microphone)
+        return;
+    const std::vector<AVCaptureDevice> microphones = AudioDeviceManager::getAvailableMicrophones();
+    std::string names;
+    for (const AVCaptureDevice& device : microphones)
+        names += (names.empty() ? "" : ", ") + text(device.uniqueID);
+    if (names.empty())
+        names = "none";
+    if (*request.microphone == QLatin1String("default")) {
+        if (!AudioDeviceManager::getDefaultMicrophone())
+            throw CliUsageError("--microphone: the sound server offers no microphone");
+        return;
+    }
+    const bool found =
+        std::any_of(microphones.begin(), microphones.end(), [&](const AVCaptureDevice& device) {
+            return device.uniqueID == *request.microphone;
+        });
+    if (!found)
+        throw CliUsageError(fmt::format("--microphone \"{}\" is not a microphone here; the sound "
+                                        "server offers: {}",
+                                        text(*request.microphone), names));
+    const std::optional<AVCaptureDevice> preferred = AudioDeviceManager::getDefaultMicrophone();
+    if (preferred && preferred->uniqueID == *request.microphone) {
+        request.microphone = QStringLiteral("default");
+    } else if (request.echoCancellation) {
+        throw CliUsageError(fmt::format(
+            "--aec cancels echo in the default microphone only; \"{}\" is not it (the default is "
+            "\"{}\")",
+            text(*request.microphone), preferred ? text(preferred->uniqueID) : "none"));
+    }
 }
 
 RecordingMode resolveRecordingMode(const RecordRequest& request,
                                    const SCShareableContent& content) {
+    if (request.mode == QLatin1String("audio"))
+        return RecordingMode::systemAudio();
     if (content.displays.empty())
         throw CliUsageError("The X server reports no display");
     SCDisplay display = content.displays.front();
@@ -307,9 +383,13 @@ RecordingConfiguration makeRecordingConfiguration(const RecordRequest& request,
     configuration.showCursor = request.showCursor;
     configuration.backgroundColor = request.background;
     configuration.countdown = request.countdown;
-    // No audio engine records on this platform yet; an empty track would only confuse players.
-    configuration.recordSystemAudio = false;
-    configuration.recordMicrophone = false;
+    configuration.recordSystemAudio = request.systemAudio;
+    configuration.recordMicrophone = request.microphone.has_value();
+    configuration.microphoneDevice = request.microphone;
+    configuration.enableAEC = request.echoCancellation;
+    configuration.systemAudioVolume = request.systemAudioVolume;
+    configuration.microphoneVolume = request.microphoneVolume;
+    configuration.audioEncoder = request.audioFormat;
     // A command run by a script keeps the machine awake by other means when it needs to.
     configuration.preventSleep = false;
     if (request.separateLayers) {
@@ -461,6 +541,13 @@ int runRecord(const QStringList& arguments, FILE* out, FILE* err) {
         return 2;
     }
 
+    try {
+        checkAudioSources(request);
+    } catch (const CliUsageError& error) {
+        fmt::print(err, "❌ {}\n", error.what());
+        return 2;
+    }
+
     const std::optional<QString> hidden = UserDefaults::standard().stringValue("hiddenApps");
     // A recording across a suspend pauses before the machine sleeps, as in the application.
     SystemEventMonitor::setShared(std::make_unique<DBusSystemEventMonitor>(
@@ -472,7 +559,9 @@ int runRecord(const QStringList& arguments, FILE* out, FILE* err) {
         makeRecordingEngineFactory(loaderOptions);
     SCShareableContent content;
     try {
-        content = factory->fetchShareableContent();
+        // Sound alone needs no screen.
+        if (request.mode != QLatin1String("audio"))
+            content = factory->fetchShareableContent();
     } catch (const std::exception& error) {
         fmt::print(err, "❌ No X server to record (DISPLAY={}): {}\n",
                    qEnvironmentVariable("DISPLAY").toStdString(), error.what());

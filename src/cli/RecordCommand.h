@@ -12,7 +12,8 @@
 #include <stdexcept>
 #include <vector>
 
-// `record`: records the screen, an area, windows or applications through the recording
+// `record`: records the screen, an area, windows or applications (or only sound, with --mode
+// audio) through the recording
 // coordinator until --duration seconds of recording have passed or SIGINT/SIGTERM arrives;
 // SIGUSR1 toggles pause. Prints the movie's path (with --separate-layers the package folder's),
 // then its metadata's. SIGINT/SIGTERM before
@@ -45,6 +46,13 @@ struct RecordRequest {
     bool separateLayers = false;
     QString cameraPosition = QStringLiteral("bottom-right");
     RecordCursorOptions cursor;
+    // Sound: the microphone's source name ("default" for the server's default microphone).
+    std::optional<QString> microphone;
+    bool systemAudio = false;
+    float microphoneVolume = 1.0f;
+    float systemAudioVolume = 1.0f;
+    bool echoCancellation = false;
+    QString audioFormat = QStringLiteral("aac");
 };
 
 // A value on the command line that cannot be used; its message names the option and value.
@@ -64,5 +72,9 @@ RecordRequest parseRecordRequest(const QStringList& arguments);
 // area outside the display.
 RecordingMode resolveRecordingMode(const RecordRequest& request, const SCShareableContent& content);
 RecordingConfiguration makeRecordingConfiguration(const RecordRequest& request, RecordingMode mode);
+// Throws CliUsageError when a sound source the request names is not on the sound server,
+// naming it and the ones that are, or when --aec names a microphone that is not the default.
+// The default microphone named by its source name becomes "default".
+void checkAudioSources(RecordRequest& request);
 
 int runRecord(const QStringList& arguments, FILE* out, FILE* err);

@@ -300,7 +300,8 @@ bool MediaWriter::appendAudioBuffer(const AudioBuffer& sample, int track, bool i
         if (auto adjusted = adjustTime(buffer, offset))
             buffer = *adjusted;
     }
-    return m_assetWriter->appendAudio(input, std::move(buffer));
+    // Where the microphone shares an input with system audio, the two are summed there.
+    return m_assetWriter->appendAudio(input, std::move(buffer), isMicrophoneAudio ? 1 : 0);
 }
 
 void MediaWriter::addTimeOffset(MediaTime offset) {

@@ -4,12 +4,14 @@
 #include "core/model/RecordingError.h"
 #include "core/recording/engines/AudioOnlyRecorder.h"
 #include "core/recording/engines/LayerRecordingManager.h"
+#include "media/AudioPackageRecorder.h"
 #include "media/MediaWriterAdapter.h"
 #include "media/VideoFrame.h"
 #include "media/encoding/MediaEncoderProbe.h"
 #include "media/layers/MediaLayerRecordingManager.h"
-#include "platform/null/NullAudioCaptureEngine.h"
 #include "platform/null/NullCursorOverlayController.h"
+#include "platform/pulse/AudioDeviceManager.h"
+#include "platform/pulse/PulseAudioCaptureEngine.h"
 #include "platform/v4l2/V4L2CameraCaptureEngine.h"
 #include "platform/v4l2/V4L2CameraDiscovery.h"
 #include "render/RasterZoomRenderer.h"
@@ -20,8 +22,15 @@ DesktopRecordingEngineFactory::DesktopRecordingEngineFactory()
 DesktopRecordingEngineFactory::~DesktopRecordingEngineFactory() = default;
 
 std::unique_ptr<AudioCaptureEngine> DesktopRecordingEngineFactory::makeAudioCaptureEngine() {
-    return std::make_unique<NullAudioCaptureEngine>(
-        QStringLiteral("Audio capture is not available: no audio backend is loaded"));
+    return std::make_unique<PulseAudioCaptureEngine>();
+}
+
+std::vector<AVCaptureDevice> DesktopRecordingEngineFactory::microphones() {
+    return AudioDeviceManager::getAvailableMicrophones();
+}
+
+std::optional<AVCaptureDevice> DesktopRecordingEngineFactory::defaultMicrophone() {
+    return AudioDeviceManager::getDefaultMicrophone();
 }
 
 std::unique_ptr<CameraCaptureEngine> DesktopRecordingEngineFactory::makeCameraCaptureEngine() {
@@ -52,9 +61,8 @@ std::unique_ptr<LayerRecordingManager> DesktopRecordingEngineFactory::makeLayerR
 }
 
 std::unique_ptr<AudioOnlyRecorder>
-DesktopRecordingEngineFactory::makeAudioOnlyRecorder(const RecordingConfiguration&) {
-    throw RecordingError::invalidConfiguration(
-        QStringLiteral("Audio-only recording is not available: no audio backend is loaded"));
+DesktopRecordingEngineFactory::makeAudioOnlyRecorder(const RecordingConfiguration& configuration) {
+    return std::make_unique<AudioPackageRecorder>(configuration);
 }
 
 std::unique_ptr<MetadataRecorderEngine>

@@ -28,13 +28,14 @@ public:
     std::unique_ptr<ZoomRenderer> makeZoomRenderer() override;
     std::unique_ptr<CursorOverlayController> makeCursorOverlayController() override;
 
-    std::vector<AVCaptureDevice> microphones() override { return {}; }
-    std::optional<AVCaptureDevice> defaultMicrophone() override { return std::nullopt; }
+    std::vector<AVCaptureDevice> microphones() override;
+    std::optional<AVCaptureDevice> defaultMicrophone() override;
     std::vector<AVCaptureDevice> cameras() override;
     std::optional<AVCaptureDevice> defaultCamera() override;
     // The size and rate cameras are opened at from now on.
     void setCameraOptions(CameraInput::Options options) { m_cameraOptions = options; }
-    bool requestMicrophoneAccess() override { return false; }
+    // A desktop sound server serves every client of the user: there is nothing to ask.
+    bool requestMicrophoneAccess() override { return true; }
 
     bool isAlphaChannelSupported() override { return false; }
     EncoderProbe& encoderProbe() override { return *m_probe; }

@@ -28,6 +28,9 @@ struct RecordingConfiguration {
     std::optional<QString> microphoneDevice;
     bool enableAEC = false;
     bool separateAudioTracks = false;
+    float systemAudioVolume = 1.0f; // gains, unclipped
+    float microphoneVolume = 1.0f;
+    QString audioEncoder = QStringLiteral("aac"); // "aac", "alac", "flac" or "opus"
     bool recordCamera = false;
     std::optional<QString> cameraDevice;
     BackgroundType backgroundColor = BackgroundType::wallpaper;

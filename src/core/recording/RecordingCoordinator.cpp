@@ -80,8 +80,8 @@ RecordingCoordinator::RecordingCoordinator(RecordingServices services, QObject* 
             [this] { return m_recordingState.isRecording(); },
             [this] { return m_recordingState.displayName(); }, [this] { return isPaused(); },
             [this] {
-                return m_isStreamRecoveryInProgress.load() ||
-                       m_awaitingStreamRestartFirstFrame.load();
+                return m_recovery.isRecovering() ||
+                       m_recovery.isAwaitingRestartFirstFrame().load();
             },
             [this] { return m_metadataRecorder.get(); }, [this] { return m_zoomRenderer.get(); }});
     setupKeyboardShortcuts();

@@ -174,7 +174,7 @@ void RecordingFramePath::handleMicrophoneAudio(const AudioBufferHandle& buffer,
             logLine("   ⏳ Waiting for video session to start...");
         return;
     }
-    if (writer->appendAudioBuffer(*buffer, 1, true)) {
+    if (writer->appendAudioBuffer(*buffer, 0, true)) {
         if (number <= loggedSuccesses)
             logLine("✅ Successfully appended microphone frame #{}", number);
         return;

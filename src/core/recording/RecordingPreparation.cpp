@@ -27,6 +27,17 @@ WriterConfiguration::AudioSettings defaultAudioSettings() {
             WriterConfiguration::AudioFormat::aac};
 }
 
+// The main movie's audio in the encoder the configuration names; an unknown name keeps aac.
+WriterConfiguration::AudioSettings configuredAudioSettings(const RecordingConfiguration& config) {
+    WriterConfiguration::AudioSettings settings = defaultAudioSettings();
+    for (auto format :
+         {WriterConfiguration::AudioFormat::alac, WriterConfiguration::AudioFormat::flac,
+          WriterConfiguration::AudioFormat::opus})
+        if (config.audioEncoder.toStdString() == rawValue(format))
+            settings.format = format;
+    return settings;
+}
+
 const char* yesNo(bool value) {
     return value ? "true" : "false";
 }
@@ -87,6 +98,7 @@ RecordingPreparation::prepareAudioOnly(const RecordingConfiguration& configurati
     timings.record("audioOnly.recorder.prepare");
 
     result.audioEngine = m_factory.makeAudioCaptureEngine();
+    result.audioEngine->setVolumes(configuration.systemAudioVolume, configuration.microphoneVolume);
     if (configuration.recordSystemAudio) {
         result.audioEngine->setupSystemAudioCapture();
         timings.record("audioOnly.systemAudio.setup");
@@ -127,11 +139,14 @@ RecordingPreparation::Result RecordingPreparation::prepareVideo(
     result.screenEngine->configureStream(
         std::move(filter), mode, configuration.resolution, configuration.frameRate,
         configuration.showCursor, configuration.backgroundColor, configuration.recordSystemAudio);
+    result.screenEngine->setSystemAudioVolume(configuration.systemAudioVolume);
     timings.record("screenStream.configure");
 
     if (configuration.recordMicrophone) {
         // System audio comes with the stream in video modes; this engine is the microphone only.
         result.audioEngine = m_factory.makeAudioCaptureEngine();
+        result.audioEngine->setVolumes(configuration.systemAudioVolume,
+                                       configuration.microphoneVolume);
         result.audioEngine->setupMicrophoneCapture(
             getMicrophoneDevice(configuration.microphoneDevice), configuration.enableAEC);
         timings.record("microphone.setup");
@@ -267,7 +282,7 @@ WriterConfiguration RecordingPreparation::buildWriterConfiguration(
         video.colorSpace = WriterConfiguration::VideoSettings::ColorSpaceSettings::rec709();
         result.videoSettings = video;
     }
-    result.audioSettings = defaultAudioSettings();
+    result.audioSettings = configuredAudioSettings(configuration);
     result.separateAudioTracks = configuration.separateAudioTracks;
     return result;
 }

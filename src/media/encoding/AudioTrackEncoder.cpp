@@ -156,9 +156,36 @@ int AudioTrackEncoder::writeSilence(int64_t samples) {
 }
 
 int AudioTrackEncoder::encode(const AudioBuffer& buffer, double startSeconds,
-                              const PacketSink& sink) {
+                              const PacketSink& sink, int source) {
     if (buffer.isNull() || buffer.sampleCount() == 0)
         return 0;
+    if (m_firstSource < 0)
+        m_firstSource = source;
+    const int rate = m_context->sample_rate;
+    if (!m_mixer && source != m_firstSource) {
+        // A second stream on this track: from here on the streams are summed, starting where the
+        // first one has got to.
+        const int64_t next = m_started ? m_fifoStart + av_audio_fifo_size(m_fifo.get()) : 0;
+        m_mixer = std::make_unique<AudioTrackMixer>(m_context->ch_layout.nb_channels, rate, next);
+        m_mixer->follow(m_firstSource, next);
+    }
+    if (!m_mixer || !m_mixer->accepts(buffer))
+        return encodeContinuous(buffer, startSeconds, sink);
+    m_mixer->add(source, buffer, std::llround(startSeconds * rate));
+    return encodeMixed(sink, false);
+}
+
+int AudioTrackEncoder::encodeMixed(const PacketSink& sink, bool everything) {
+    while (auto block = m_mixer->take(everything)) {
+        const double start = double(block->start) / m_context->sample_rate;
+        if (int result = encodeContinuous(block->buffer, start, sink); result < 0)
+            return result;
+    }
+    return 0;
+}
+
+int AudioTrackEncoder::encodeContinuous(const AudioBuffer& buffer, double startSeconds,
+                                        const PacketSink& sink) {
     if (int result = ensureResampler(buffer); result < 0)
         return result;
     int rate = m_context->sample_rate;
@@ -247,7 +274,25 @@ int AudioTrackEncoder::sendFrames(bool final, bool atEnd, const PacketSink& sink
     return 0;
 }
 
+int AudioTrackEncoder::padTo(double endSeconds, const PacketSink& sink) {
+    if (m_mixer)
+        if (int result = encodeMixed(sink, true); result < 0)
+            return result;
+    if (!m_started)
+        return 0;
+    const int64_t expected = m_fifoStart + av_audio_fifo_size(m_fifo.get());
+    const int64_t missing = std::llround(endSeconds * m_context->sample_rate) - expected;
+    if (missing <= 0 || missing > m_context->sample_rate / 4)
+        return 0;
+    if (int result = writeSilence(missing); result < 0)
+        return result;
+    return sendFrames(false, false, sink);
+}
+
 int AudioTrackEncoder::flush(const PacketSink& sink) {
+    if (m_mixer)
+        if (int result = encodeMixed(sink, true); result < 0)
+            return result;
     if (int result = sendFrames(true, true, sink); result < 0)
         return result;
     int result = avcodec_send_frame(m_context.get(), nullptr);

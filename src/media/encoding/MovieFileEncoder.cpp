@@ -8,6 +8,7 @@
 
 #include <pthread.h>
 
+#include <algorithm>
 #include <chrono>
 
 struct MovieFileEncoder::Track {
@@ -219,14 +220,14 @@ bool MovieFileEncoder::appendVideo(int track, VideoFrame frame) {
     if (track < 0 || track >= int(m_tracks.size()) || !m_tracks[size_t(track)]->video ||
         frame.isNull())
         return false;
-    return push(track, Job{track, std::move(frame), {}});
+    return push(track, Job{track, std::move(frame), {}, 0});
 }
 
-bool MovieFileEncoder::appendAudio(int track, AudioBuffer buffer) {
+bool MovieFileEncoder::appendAudio(int track, AudioBuffer buffer, int source) {
     if (track < 0 || track >= int(m_tracks.size()) || !m_tracks[size_t(track)]->audio ||
         buffer.isNull())
         return false;
-    return push(track, Job{track, {}, std::move(buffer)});
+    return push(track, Job{track, {}, std::move(buffer), source});
 }
 
 void MovieFileEncoder::run() {
@@ -262,7 +263,7 @@ int MovieFileEncoder::encodeJob(const Job& job) {
     MediaTime sinceStart = job.audio.presentationTime - m_sessionStart;
     if (!sinceStart.isNumeric())
         return 0;
-    return track.audio->encode(job.audio, sinceStart.seconds(), sink);
+    return track.audio->encode(job.audio, sinceStart.seconds(), sink, job.source);
 }
 
 int MovieFileEncoder::writePacket(Track& track, AVPacket* packet) {
@@ -318,8 +319,21 @@ bool MovieFileEncoder::finishWriting() {
     stopWorker();
     if (m_status != Status::writing)
         return false;
+    // Sound stops with the capture a moment before the last frame has been shown for its time:
+    // silence fills the audio to the picture's end, so both tracks last as long.
+    double videoEnd = 0;
+    for (const auto& track : m_tracks)
+        if (track->video && track->lastVideoPts != INT64_MIN)
+            videoEnd =
+                std::max(videoEnd, double(track->lastVideoPts + track->nominalFrameDuration) /
+                                       VideoTrackEncoder::timeBaseDen);
     for (auto& track : m_tracks) {
         auto sink = [this, &track](AVPacket* packet) { return writePacket(*track, packet); };
+        if (track->audio && videoEnd > 0)
+            if (int result = track->audio->padTo(videoEnd, sink); result < 0) {
+                fail(result);
+                return false;
+            }
         int result = track->video ? track->video->flush(sink) : track->audio->flush(sink);
         if (result < 0) {
             fail(result);

@@ -58,7 +58,8 @@ public:
 
     bool isReadyForMoreMediaData(int track) const;
     bool appendVideo(int track, VideoFrame frame);
-    bool appendAudio(int track, AudioBuffer buffer);
+    // `source` tells apart streams that share one track (system audio 0, microphone 1).
+    bool appendAudio(int track, AudioBuffer buffer, int source = 0);
 
     // Drains the queue, completes the file and syncs it; blocks until done. True if completed.
     bool finishWriting();
@@ -81,6 +82,7 @@ private:
         int track = 0;
         VideoFrame video;
         AudioBuffer audio;
+        int source = 0;
     };
 
     bool push(int track, Job job);

@@ -15,6 +15,7 @@
 #include <optional>
 
 class X11Connection;
+class PulseAudioCaptureEngine;
 class X11CursorImage;
 
 // Screen capture on an X server. Displays and areas are grabbed from the root window through
@@ -39,6 +40,7 @@ public:
     void setFrameHandler(FrameHandler handler) override { m_frameHandler = std::move(handler); }
     void setAudioHandler(AudioHandler handler) override { m_audioHandler = std::move(handler); }
     void setErrorHandler(ErrorHandler handler) override { m_errorHandler = std::move(handler); }
+    void setSystemAudioVolume(float volume) override { m_systemAudioVolume = volume; }
 
     std::optional<SCStreamConfiguration> configuration() const override;
     std::optional<Rect> captureRectInScreenSpace() const override;
@@ -78,6 +80,9 @@ private:
     // Before a (re)start: follows the recorded display to where it is now; throws when it is
     // gone.
     void followMovedDisplay();
+    // System audio runs beside the picture on the sound server's thread, on the same clock.
+    void startSystemAudio();
+    void stopSystemAudio();
     // A window grown past the stream: the stream grows by the inverse of the scale the window
     // was shown at. The file keeps the size it was opened with.
     void handleWindowResize(double contentScale);
@@ -91,6 +96,9 @@ private:
     // reads it.
     mutable std::mutex m_configurationMutex;
     std::optional<X11CaptureStream> m_stream;
+    bool m_recordsAudio = false;
+    float m_systemAudioVolume = 1.0f;
+    std::unique_ptr<PulseAudioCaptureEngine> m_systemAudio;
     // Where a followed window is now, global points; under m_configurationMutex.
     std::optional<Rect> m_followedRect;
 

@@ -55,8 +55,8 @@ public:
     std::mutex pumped;
     std::vector<std::pair<int, MediaTime>> pumpedFrames; // under `pumped`
     bool appendAudioBuffer(const AudioBuffer&, int track, bool isMicrophone) override {
-        // System audio is track 0, the microphone track 1.
-        (isMicrophone && track == 1 ? microphone : systemAudio) += 1;
+        // Both reach the first input; only the flag tells the microphone apart.
+        (track == 0 && isMicrophone ? microphone : systemAudio) += 1;
         return true;
     }
     void addTimeOffset(MediaTime) override {}

@@ -23,6 +23,11 @@ public:
 
     virtual void setSystemAudioHandler(BufferHandler handler) = 0;
     virtual void setMicrophoneAudioHandler(BufferHandler handler) = 0;
+    // Gains applied to each stream before its handler; 1.0 passes the samples untouched.
+    virtual void setVolumes(float systemAudioVolume, float microphoneVolume) {
+        (void)systemAudioVolume;
+        (void)microphoneVolume;
+    }
 
     // Throws RecordingError.
     virtual void startCapture() = 0;

@@ -63,6 +63,8 @@ public:
     virtual void setFrameHandler(FrameHandler handler) = 0;
     virtual void setAudioHandler(AudioHandler handler) = 0;
     virtual void setErrorHandler(ErrorHandler handler) = 0;
+    // The gain of the stream's system audio; 1.0 passes it untouched.
+    virtual void setSystemAudioVolume(float volume) { (void)volume; }
 
     // Absent until the stream is configured.
     virtual std::optional<SCStreamConfiguration> configuration() const = 0;

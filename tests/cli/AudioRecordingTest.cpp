@@ -1,0 +1,421 @@
+#include "cli/RecordCommand.h"
+
+#include "cli/CommandOutcome.h"
+#include "cli/ListCommand.h"
+#include "media/DecodedAudio.h"
+#include "media/FlashesAndClicks.h"
+#include "media/MovieProbe.h"
+#include "support/ChildProcess.h"
+#include "support/EventLoop.h"
+#include "support/PulseAudioSession.h"
+#include "support/ScreenAnimation.h"
+#include "support/XvfbSession.h"
+
+#include <QDir>
+#include <QFile>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QTemporaryDir>
+
+#include <fmt/format.h>
+#include <gtest/gtest.h>
+#include <xcb/xcb.h>
+
+#include <fcntl.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <fstream>
+#include <sstream>
+#include <thread>
+
+using namespace std::chrono_literals;
+
+namespace {
+
+constexpr double tone = 440.0;
+
+std::string readText(const QString& path) {
+    std::ifstream in(path.toStdString());
+    std::stringstream text;
+    text << in.rdbuf();
+    return text.str();
+}
+
+// A mono 44.1 kHz microphone that hears what the null sink plays: a remapped monitor.
+std::optional<std::string> addMonoMicrophone(const PulseAudioSession& pulse, const char* name) {
+    const auto module = commandOutput(
+        {"pactl", "--server=" + pulse.serverAddress(), "load-module", "module-remap-source",
+         std::string("source_name=") + name, "master=" + pulse.monitorSource(), "channels=1",
+         "rate=44100", std::string("source_properties=device.description=") + name},
+        5000ms);
+    if (!module || module->empty())
+        return std::nullopt;
+    return module->substr(0, module->find('\n'));
+}
+
+// One tavelquiston-cli record run writing into its own folder.
+class Recording {
+public:
+    explicit Recording(const QStringList& extra) {
+        std::vector<std::string> argv = {TAVELQUISTON_CLI_PATH, "record", "--output",
+                                         folder.path().toStdString()};
+        for (const QString& argument : extra)
+            argv.push_back(argument.toStdString());
+        ChildProcess::Options options;
+        options.stdoutPath = (folder.path() + "/stdout.txt").toStdString();
+        options.stderrPath = (folder.path() + "/stderr.txt").toStdString();
+        process = ChildProcess(argv, options);
+    }
+    std::string output() const { return readText(folder.path() + "/stdout.txt"); }
+    std::string errors() const { return readText(folder.path() + "/stderr.txt"); }
+    std::string lastLine() const {
+        std::istringstream in(output());
+        std::string last;
+        for (std::string line; std::getline(in, line);)
+            if (!line.empty())
+                last = line;
+        return last;
+    }
+
+    QTemporaryDir folder;
+    ChildProcess process;
+};
+
+XvfbSession::Options desktop() {
+    XvfbSession::Options options;
+    options.width = 640;
+    options.height = 480;
+    options.windowManager = true;
+    return options;
+}
+
+// A full-screen window that flashes white for 150 ms once a second while a click is written
+// into the null sink. The sound goes through a player with a 10 ms buffer behind the smallest
+// pipe, so every write waits for the sink's clock and a click leaves as its flash is drawn.
+class FlashAndClickScene {
+public:
+    explicit FlashAndClickScene(const std::string& sink) {
+        int fds[2];
+        if (::pipe(fds) != 0)
+            return;
+        fcntl(fds[1], F_SETPIPE_SZ, 4096);
+        m_player = fork();
+        if (m_player == 0) {
+            dup2(fds[0], STDIN_FILENO);
+            ::close(fds[1]);
+            execlp("pacat", "pacat", ("--device=" + sink).c_str(), "--rate=48000", "--channels=1",
+                   "--format=float32le", "--latency-msec=10", static_cast<char*>(nullptr));
+            _exit(127);
+        }
+        ::close(fds[0]);
+        m_sound = fds[1];
+        m_thread = std::thread([this] { run(); });
+    }
+    ~FlashAndClickScene() {
+        m_stop = true;
+        if (m_thread.joinable())
+            m_thread.join(); // each write waits 10 ms at most, or fails once the player is gone
+        if (m_sound >= 0)
+            ::close(m_sound);
+        if (m_player > 0) {
+            kill(m_player, SIGKILL);
+            waitpid(m_player, nullptr, 0);
+        }
+    }
+
+private:
+    void run() {
+        xcb_connection_t* c = xcb_connect(nullptr, nullptr);
+        if (xcb_connection_has_error(c)) {
+            xcb_disconnect(c);
+            return;
+        }
+        xcb_screen_t* screen = xcb_setup_roots_iterator(xcb_get_setup(c)).data;
+        const xcb_window_t window = xcb_generate_id(c);
+        const uint32_t values[] = {0x202020, 1};
+        xcb_create_window(c, XCB_COPY_FROM_PARENT, window, screen->root, 0, 0,
+                          screen->width_in_pixels, screen->height_in_pixels, 0,
+                          XCB_WINDOW_CLASS_INPUT_OUTPUT, screen->root_visual,
+                          XCB_CW_BACK_PIXEL | XCB_CW_OVERRIDE_REDIRECT, values);
+        xcb_map_window(c, window);
+        xcb_flush(c);
+        constexpr int chunk = 480; // 10 ms
+        std::vector<float> silence(chunk, 0.0f), click(chunk, 0.0f);
+        for (int i = 0; i < chunk / 2; ++i)
+            click[size_t(i)] = (i / 12) % 2 ? 0.8f : -0.8f;
+        for (int64_t n = 0; !m_stop; ++n) {
+            const int64_t phase = n % 100;
+            if (phase == 0 || phase == 15) {
+                const uint32_t colour = phase == 0 ? 0xffffff : 0x202020;
+                xcb_change_window_attributes(c, window, XCB_CW_BACK_PIXEL, &colour);
+                xcb_clear_area(c, 0, window, 0, 0, 0, 0);
+                xcb_flush(c);
+            }
+            const std::vector<float>& samples = phase == 0 ? click : silence;
+            if (::write(m_sound, samples.data(), samples.size() * sizeof(float)) < 0)
+                break;
+        }
+        xcb_disconnect(c);
+    }
+
+    pid_t m_player = -1;
+    int m_sound = -1;
+    std::thread m_thread;
+    std::atomic<bool> m_stop{false};
+};
+
+} // namespace
+
+// A tone played into the sink during a screen recording with --system-audio is in the movie:
+// one audio stream, 48 kHz stereo, at the tone's pitch in both channels, as long as the picture.
+TEST(AudioRecordingTest, SystemAudioToneIsInTheMovie) {
+    REQUIRE_XVFB(desktop());
+    REQUIRE_PULSEAUDIO();
+    XvfbSession session(desktop());
+    ASSERT_TRUE(session.isReady()) << session.error();
+    PulseAudioSession pulse;
+    ASSERT_TRUE(pulse.isReady()) << pulse.error();
+    ScreenAnimation animation;
+    ASSERT_TRUE(pulse.startTone(tone, 8.0, 0.4));
+
+    Recording recording({"--fps", "30", "--duration", "2.5", "--system-audio"});
+    ASSERT_EQ(recording.process.waitForExit(30s), 0) << recording.errors();
+    std::istringstream lines(recording.output());
+    std::string movie;
+    for (std::string line; std::getline(lines, line);)
+        if (line.ends_with(".mov"))
+            movie = line;
+    const auto probed = probeMovie(movie);
+    ASSERT_TRUE(probed.has_value()) << movie;
+    int audioStreams = 0;
+    for (const ProbedStream& stream : probed->streams)
+        audioStreams += stream.type == AVMEDIA_TYPE_AUDIO;
+    EXPECT_EQ(audioStreams, 1);
+    const ProbedStream* video = probed->first(AVMEDIA_TYPE_VIDEO);
+    const ProbedStream* audio = probed->first(AVMEDIA_TYPE_AUDIO);
+    ASSERT_NE(video, nullptr);
+    ASSERT_NE(audio, nullptr);
+    EXPECT_EQ(audio->codec, "aac");
+    EXPECT_EQ(audio->sampleRate, 48000);
+    EXPECT_EQ(audio->channels, 2);
+
+    // The sound lasts until the last frame has been shown for its time, within a frame.
+    const auto decoded = decodeAudio(movie);
+    ASSERT_TRUE(decoded.has_value());
+    const double end = decoded->seconds();
+    const double lastFrame =
+        *std::max_element(video->packetTimes.begin(), video->packetTimes.end());
+    EXPECT_NEAR(end, lastFrame + 1.0 / 30, 1.0 / 30);
+    ASSERT_GT(end, 2.0);
+    for (int channel = 0; channel < 2; ++channel) {
+        EXPECT_NEAR(decoded->toneFrequency(channel, 0.5, end - 0.3), tone, 2.0) << channel;
+        EXPECT_GT(decoded->level(channel, 0.5, end - 0.3), 0.15) << channel;
+    }
+}
+
+// Audio only, both sources: the package holds "sys." and "mic." files at 48 kHz stereo in the
+// chosen encoder and "info.json"; the mono 44.1 kHz microphone keeps its pitch.
+TEST(AudioRecordingTest, AudioPackageHoldsBothSourcesAtTheirPitch) {
+    REQUIRE_PULSEAUDIO();
+    PulseAudioSession pulse;
+    ASSERT_TRUE(pulse.isReady()) << pulse.error();
+    ASSERT_TRUE(addMonoMicrophone(pulse, "monomic").has_value());
+    ASSERT_TRUE(pulse.startTone(tone, 8.0, 0.4));
+
+    Recording recording({"--mode", "audio", "--duration", "2", "--system-audio", "--microphone",
+                         "monomic", "--mic-volume", "0.5", "--audio-format", "flac"});
+    ASSERT_EQ(recording.process.waitForExit(30s), 0) << recording.errors();
+    const QString package = QString::fromStdString(recording.lastLine());
+    EXPECT_TRUE(package.endsWith(".vxa")) << package.toStdString();
+    EXPECT_TRUE(QFileInfo(package).fileName().startsWith("Audio Recording "));
+
+    const auto system = decodeAudio((package + "/sys.m4a").toStdString());
+    const auto microphone = decodeAudio((package + "/mic.m4a").toStdString());
+    ASSERT_TRUE(system && microphone);
+    for (const DecodedAudio* audio : {&*system, &*microphone}) {
+        EXPECT_EQ(audio->sampleRate, 48000);
+        ASSERT_EQ(audio->channels.size(), 2u);
+        EXPECT_NEAR(audio->seconds(), 2.0, 0.3);
+        for (int channel = 0; channel < 2; ++channel)
+            EXPECT_NEAR(audio->toneFrequency(channel, 0.3, audio->seconds() - 0.2), tone, 2.0);
+    }
+    const auto probed = probeMovie((package + "/mic.m4a").toStdString());
+    ASSERT_TRUE(probed.has_value());
+    EXPECT_EQ(probed->first(AVMEDIA_TYPE_AUDIO)->codec, "flac");
+    // Half the volume halves the level; the mono source is spread over both channels equally.
+    const double end = microphone->seconds() - 0.2;
+    EXPECT_NEAR(microphone->level(0, 0.3, end), microphone->level(1, 0.3, end), 0.01);
+    EXPECT_LT(microphone->level(0, 0.3, end), 0.75 * system->level(0, 0.3, end));
+
+    QFile info(package + "/info.json");
+    ASSERT_TRUE(info.open(QIODevice::ReadOnly));
+    const QJsonObject json = QJsonDocument::fromJson(info.readAll()).object();
+    EXPECT_EQ(json.value("encoder").toString(), "flac");
+    EXPECT_DOUBLE_EQ(json.value("micVol").toDouble(), 0.5);
+    EXPECT_DOUBLE_EQ(json.value("sysVol").toDouble(), 1.0);
+}
+
+// With the microphone off the package has no "mic." file and is still reported.
+TEST(AudioRecordingTest, AudioPackageWithoutMicrophone) {
+    REQUIRE_PULSEAUDIO();
+    PulseAudioSession pulse;
+    ASSERT_TRUE(pulse.isReady()) << pulse.error();
+    ASSERT_TRUE(pulse.startTone(tone, 6.0, 0.4));
+
+    Recording recording({"--mode", "audio", "--duration", "1.5", "--system-audio"});
+    ASSERT_EQ(recording.process.waitForExit(30s), 0) << recording.errors();
+    const QString package = QString::fromStdString(recording.lastLine());
+    ASSERT_TRUE(package.endsWith(".vxa")) << recording.output();
+    EXPECT_TRUE(QFileInfo::exists(package + "/sys.m4a"));
+    EXPECT_TRUE(QFileInfo::exists(package + "/info.json"));
+    EXPECT_FALSE(QFileInfo::exists(package + "/mic.m4a"));
+}
+
+// A microphone that is not there is refused before anything is recorded, naming it and the
+// ones that are; `list microphones` shows microphones only, the default marked.
+TEST(AudioRecordingTest, MissingMicrophoneIsNamed) {
+    REQUIRE_PULSEAUDIO();
+    PulseAudioSession pulse;
+    ASSERT_TRUE(pulse.isReady()) << pulse.error();
+    ASSERT_TRUE(addMonoMicrophone(pulse, "monomic").has_value());
+
+    QTemporaryDir folder;
+    const CommandOutcome refused =
+        runCommandEntry(runRecord, {"--mode", "audio", "--microphone", "nosuchmic", "--output",
+                                    folder.path(), "--duration", "1"});
+    EXPECT_EQ(refused.status, 2);
+    EXPECT_NE(refused.err.find("nosuchmic"), std::string::npos) << refused.err;
+    EXPECT_NE(refused.err.find("monomic"), std::string::npos) << refused.err;
+    EXPECT_TRUE(QDir(folder.path()).isEmpty());
+
+    const CommandOutcome listed = runCommandEntry(runList, {"microphones"});
+    EXPECT_EQ(listed.status, 0);
+    EXPECT_NE(listed.out.find("monomic\tmonomic\t44100 Hz\t1 ch\tdefault"), std::string::npos)
+        << listed.out;
+    EXPECT_EQ(listed.out.find(".monitor"), std::string::npos) << listed.out;
+}
+
+// A microphone unplugged mid-recording: the recording goes on, the file is valid and as long as
+// the recording, silent from the moment the device went.
+TEST(AudioRecordingTest, VanishedMicrophoneLeavesSilence) {
+    REQUIRE_PULSEAUDIO();
+    PulseAudioSession pulse;
+    ASSERT_TRUE(pulse.isReady()) << pulse.error();
+    const auto module = addMonoMicrophone(pulse, "usbmic");
+    ASSERT_TRUE(module.has_value());
+    ASSERT_TRUE(pulse.startTone(tone, 8.0, 0.4));
+
+    Recording recording({"--mode", "audio", "--duration", "3", "--microphone", "usbmic"});
+    ASSERT_TRUE(waitUntil(
+        [&] {
+            return recording.output().find("appended") != std::string::npos ||
+                   recording.errors().find("Recording;") != std::string::npos;
+        },
+        10s));
+    std::this_thread::sleep_for(1s);
+    ASSERT_EQ(runCommand({"pactl", "--server=" + pulse.serverAddress(), "unload-module", *module},
+                         5000ms),
+              0);
+    ASSERT_EQ(recording.process.waitForExit(30s), 0) << recording.errors();
+    const QString package = QString::fromStdString(recording.lastLine());
+    const auto microphone = decodeAudio((package + "/mic.m4a").toStdString());
+    ASSERT_TRUE(microphone.has_value()) << package.toStdString();
+    EXPECT_NEAR(microphone->seconds(), 3.0, 0.3);
+    EXPECT_GT(microphone->level(0, 0.2, 0.8), 0.1);
+    EXPECT_LT(microphone->level(0, 2.2, microphone->seconds() - 0.1), 0.001);
+}
+
+// Picture and sound stay together across a pause: the offset between each flash and its click
+// in the file stays the same within one frame, before and after the pause alike.
+TEST(AudioRecordingTest, PictureAndSoundStayAlignedAcrossAPause) {
+    REQUIRE_XVFB(desktop());
+    REQUIRE_PULSEAUDIO();
+    XvfbSession session(desktop());
+    ASSERT_TRUE(session.isReady()) << session.error();
+    PulseAudioSession pulse;
+    ASSERT_TRUE(pulse.isReady()) << pulse.error();
+    FlashAndClickScene scene(PulseAudioSession::sinkName);
+
+    Recording recording({"--fps", "30", "--duration", "6", "--system-audio"});
+    ASSERT_TRUE(waitUntil(
+        [&] {
+            return recording.output().find("Successfully appended video frame #1") !=
+                   std::string::npos;
+        },
+        10s))
+        << recording.errors();
+    std::this_thread::sleep_for(2500ms);
+    ::kill(recording.process.pid(), SIGUSR1);
+    ASSERT_TRUE(
+        waitUntil([&] { return recording.errors().find("Paused") != std::string::npos; }, 5s));
+    std::this_thread::sleep_for(1300ms);
+    ::kill(recording.process.pid(), SIGUSR1);
+    ASSERT_EQ(recording.process.waitForExit(30s), 0) << recording.errors();
+    std::istringstream lines(recording.output());
+    std::string movie;
+    for (std::string line; std::getline(lines, line);)
+        if (line.ends_with(".mov"))
+            movie = line;
+
+    const FlashesAndClicks events = findFlashesAndClicks(movie);
+    const std::vector<double> offsets = events.offsets();
+    std::string listed;
+    for (double offset : offsets)
+        listed += fmt::format(" {:+.1f}", offset * 1000);
+    // About six flashes in six recorded seconds; one may fall into the pause's edges.
+    ASSERT_GE(offsets.size(), 4u) << events.flashes.size() << " flashes, " << events.clicks.size()
+                                  << " clicks";
+    // The click reaches the sink some tens of milliseconds after its flash is drawn (the player's
+    // buffers), and a flash is seen at the next capture tick: the offset is not zero, but it
+    // must stay the same, within one frame, before and after the pause.
+    const auto [low, high] = std::minmax_element(offsets.begin(), offsets.end());
+    EXPECT_LT(*high - *low, 1.0 / 30) << "offsets in ms:" << listed;
+    EXPECT_LT(std::max(std::fabs(*low), std::fabs(*high)), 2.0 / 30) << "offsets in ms:" << listed;
+    // Both sides of the pause are there: flashes a second apart except across it.
+    EXPECT_GT(events.flashes.back() - events.flashes.front(), 3.5);
+}
+
+// With --aec the default microphone is cleaned of what the speakers play: a microphone that
+// hears only the system audio (its echo) is recorded much quieter than without.
+TEST(AudioRecordingTest, EchoCancellationQuietsTheEcho) {
+    REQUIRE_PULSEAUDIO();
+    PulseAudioSession pulse;
+    ASSERT_TRUE(pulse.isReady()) << pulse.error();
+    ASSERT_TRUE(addMonoMicrophone(pulse, "echomic").has_value());
+    ASSERT_TRUE(pulse.startTone(tone, 20.0, 0.4));
+
+    auto micLevel = [](const QStringList& extra) {
+        QStringList arguments = {"--mode", "audio", "--duration", "4", "--microphone"};
+        Recording recording(arguments + extra);
+        EXPECT_EQ(recording.process.waitForExit(30s), 0) << recording.errors();
+        const auto microphone =
+            decodeAudio((QString::fromStdString(recording.lastLine()) + "/mic.m4a").toStdString());
+        EXPECT_TRUE(microphone.has_value());
+        // After the canceller's first second of learning.
+        return microphone ? microphone->level(0, 1.5, 3.8) : 0.0;
+    };
+    const double plain = micLevel({});
+    const double cancelled = micLevel({"--aec"});
+    ASSERT_GT(plain, 0.1);
+    // At least 6 dB quieter.
+    EXPECT_LT(cancelled, plain / 2) << plain << " " << cancelled;
+}
+
+// Sound options that cannot be used are refused before anything starts, naming the option.
+TEST(AudioRecordingTest, BadSoundOptionsAreNamed) {
+    const std::vector<std::pair<QStringList, std::string>> cases = {
+        {{"--audio-format", "mp3"}, "--audio-format"},
+        {{"--mic-volume", "loud"}, "--mic-volume"},
+        {{"--system-volume", "-1"}, "--system-volume"},
+        {{"--mode", "audio"}, "--mode audio"},
+        {{"--aec"}, "--aec"},
+    };
+    for (const auto& [arguments, named] : cases) {
+        const CommandOutcome outcome = runCommandEntry(runRecord, arguments);
+        EXPECT_EQ(outcome.status, 2) << named;
+        EXPECT_NE(outcome.err.find(named), std::string::npos) << outcome.err;
+    }
+}
