@@ -11,6 +11,7 @@ pkg_check_modules(XCB REQUIRED IMPORTED_TARGET
   xcb xcb-shm xcb-composite xcb-damage xcb-xfixes xcb-randr xcb-xinput xcb-xtest xcb-image
   xcb-icccm xcb-ewmh)
 pkg_check_modules(PULSE REQUIRED IMPORTED_TARGET libpulse)
+pkg_check_modules(PIPEWIRE REQUIRED IMPORTED_TARGET libpipewire-0.3)
 
 # Debian's libyuv ships no pkg-config file.
 find_path(LIBYUV_INCLUDE_DIR libyuv.h REQUIRED)

@@ -25,7 +25,8 @@ constexpr std::string_view usage =
     "record [--mode screen|area|window|windows|application] [--display ID] [--area X,Y,W,H] "
     "[--window ID]... [--app BUNDLE-ID]... [--fps N] [--resolution low|normal|high] "
     "[--quality low|medium|high] [--codec h264|h265] [--format mov|mp4] [--show-cursor] "
-    "[--background COLOR] [--countdown SECONDS] [--duration SECONDS] [--output DIR]";
+    "[--background COLOR] [--countdown SECONDS] [--duration SECONDS] [--output DIR] "
+    "[--backend x11|wayland]";
 
 // Signals only set these; the recording loop looks at them between waits.
 volatile std::sig_atomic_t stopSignals = 0;
@@ -91,6 +92,14 @@ QRect parseArea(const QString& value) {
 
 } // namespace
 
+bool checkCaptureBackend(std::optional<CaptureBackend> backend, FILE* err) {
+    if (backend != CaptureBackend::wayland || isCaptureBackendAvailable(CaptureBackend::wayland))
+        return true;
+    fmt::print(err, "❌ --backend wayland needs the desktop's ScreenCast portal "
+                    "(org.freedesktop.portal.Desktop) on the session bus, and none answered\n");
+    return false;
+}
+
 RecordRequest parseRecordRequest(const QStringList& arguments) {
     RecordRequest request;
     request.outputDirectory = QDir::currentPath();
@@ -155,6 +164,9 @@ RecordRequest parseRecordRequest(const QStringList& arguments) {
             request.duration = seconds;
         } else if (option == QLatin1String("--output")) {
             request.outputDirectory = value();
+        } else if (option == QLatin1String("--backend")) {
+            request.backend = value();
+            parseChoice<int>(option, request.backend, {{"x11", 0}, {"wayland", 0}});
         } else {
             throw CliUsageError(fmt::format("Unexpected argument \"{}\"", text(option)));
         }
@@ -368,14 +380,19 @@ int runRecord(const QStringList& arguments, FILE* out, FILE* err) {
         QDBusConnection::sessionBus(), QDBusConnection::systemBus()));
     RecordingEngineLoaderOptions loaderOptions;
     loaderOptions.hiddenApps = hidden ? hidden->toUtf8() : QByteArray();
+    loaderOptions.backend =
+        request.backend.isEmpty() ? captureBackendSetting() : parseCaptureBackend(request.backend);
+    if (!checkCaptureBackend(loaderOptions.backend, err))
+        return 2;
     const std::unique_ptr<RecordingEngineFactory> factory =
         makeRecordingEngineFactory(loaderOptions);
     SCShareableContent content;
     try {
         content = factory->fetchShareableContent();
     } catch (const std::exception& error) {
-        fmt::print(err, "❌ No X server to record (DISPLAY={}): {}\n",
-                   qEnvironmentVariable("DISPLAY").toStdString(), error.what());
+        fmt::print(err, "❌ Nothing to record (DISPLAY={}, WAYLAND_DISPLAY={}): {}\n",
+                   qEnvironmentVariable("DISPLAY").toStdString(),
+                   qEnvironmentVariable("WAYLAND_DISPLAY").toStdString(), error.what());
         return 1;
     }
     std::optional<RecordingMode> mode;

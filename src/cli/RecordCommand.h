@@ -3,6 +3,7 @@
 #include "cli/CliCommand.h"
 #include "core/model/RecordingConfiguration.h"
 #include "core/model/SCShareableContent.h"
+#include "platform/RecordingEngineLoader.h"
 
 #include <QRect>
 
@@ -34,6 +35,7 @@ struct RecordRequest {
     int countdown = 0;
     std::optional<double> duration;
     QString outputDirectory;
+    QString backend; // "x11" or "wayland"; empty: the setting, else the desktop's
 };
 
 // A value on the command line that cannot be used; its message names the option and value.
@@ -49,5 +51,8 @@ RecordRequest parseRecordRequest(const QStringList& arguments);
 // area outside the display.
 RecordingMode resolveRecordingMode(const RecordRequest& request, const SCShareableContent& content);
 RecordingConfiguration makeRecordingConfiguration(const RecordRequest& request, RecordingMode mode);
+
+// False, after one error on `err`, when the backend asked for cannot run on this desktop.
+bool checkCaptureBackend(std::optional<CaptureBackend> backend, FILE* err);
 
 int runRecord(const QStringList& arguments, FILE* out, FILE* err);

@@ -1,0 +1,179 @@
+#include "platform/wayland/PortalScreenCaptureEngine.h"
+
+#include "core/model/RecordingError.h"
+#include "core/support/Log.h"
+#include "platform/wayland/PortalScreenCast.h"
+#include "platform/wayland/PortalSessionKeeper.h"
+#include "platform/x11/X11CaptureFilter.h"
+
+#include <algorithm>
+#include <chrono>
+
+namespace {
+
+const QString portalDomain = QStringLiteral("ScreenCastPortal");
+const QString pipeWireDomain = QStringLiteral("PipeWire");
+constexpr auto formatTimeout = std::chrono::milliseconds(5000);
+
+} // namespace
+
+PortalScreenCaptureEngine::PortalScreenCaptureEngine(std::shared_ptr<PortalSessionKeeper> sessions)
+    : m_sessions(std::move(sessions)) {}
+
+PortalScreenCaptureEngine::~PortalScreenCaptureEngine() {
+    // The capture thread calls the handlers: it ends before they go.
+    if (m_stream)
+        m_stream->stop(false);
+    if (m_session)
+        m_session->setClosedHandler({});
+}
+
+void PortalScreenCaptureEngine::setAvailableContent(const SCShareableContent& content) {
+    m_availableContent = content;
+}
+
+void PortalScreenCaptureEngine::updateAvailableContent() {
+    m_availableContent = m_sessions->content();
+}
+
+std::shared_ptr<SCContentFilter>
+PortalScreenCaptureEngine::createFilter(const RecordingMode& mode,
+                                        const RecordingConfiguration& config) {
+    if (!m_availableContent)
+        throw RecordingError::invalidConfiguration(QStringLiteral("Available content not loaded"));
+    if (!mode.is<RecordingMode::Screen>() && !mode.is<RecordingMode::ScreenArea>())
+        throw RecordingError::invalidConfiguration(QStringLiteral(
+            "On Wayland the desktop's own dialog chooses what is shared: record a display or an "
+            "area of it"));
+    auto filter = std::make_shared<SCContentFilter>(
+        SCContentFilter::make(mode, config, *m_availableContent, {}));
+    m_mode = mode;
+    return filter;
+}
+
+void PortalScreenCaptureEngine::configureStream(std::shared_ptr<SCContentFilter> filter,
+                                                const RecordingMode& mode,
+                                                ResolutionMode resolution, int frameRate,
+                                                bool showCursor, BackgroundType, bool) {
+    if (!filter)
+        throw RecordingError::invalidConfiguration(QStringLiteral("No content filter"));
+    Plan plan;
+    plan.nodeID = filter->display.displayID;
+    plan.displayFrame = filter->display.frame;
+    plan.frameRate = std::clamp(frameRate, 15, 60);
+    plan.showsCursor = showCursor;
+    const double scale = resolution == ResolutionMode::low ? 0.5 : 1.0;
+    QSize source(int(plan.displayFrame.width()), int(plan.displayFrame.height()));
+    if (const auto* area = mode.as<RecordingMode::ScreenArea>()) {
+        // The area counts from the display's bottom left; the picture from its top left.
+        const Rect& r = area->rect;
+        const QRect crop(int(r.origin.x), int(plan.displayFrame.height() - r.height() - r.origin.y),
+                         int(r.width()), int(r.height()));
+        plan.crop = crop.intersected(QRect(QPoint(0, 0), source));
+        source = plan.crop->size();
+    }
+    // Encoders want even sizes.
+    plan.size =
+        SCStreamConfiguration{int(source.width() * scale) & ~1, int(source.height() * scale) & ~1};
+    if (plan.size.width <= 0 || plan.size.height <= 0)
+        throw RecordingError::invalidConfiguration(QStringLiteral("The capture area is empty"));
+    m_plan = plan;
+    m_filter = std::move(filter);
+}
+
+std::optional<SCStreamConfiguration> PortalScreenCaptureEngine::configuration() const {
+    if (!m_plan)
+        return std::nullopt;
+    return m_plan->size;
+}
+
+std::optional<Rect> PortalScreenCaptureEngine::captureRectInScreenSpace() const {
+    if (!m_plan || !m_mode)
+        return std::nullopt;
+    const Rect base = m_plan->displayFrame;
+    if (const auto* area = m_mode->as<RecordingMode::ScreenArea>())
+        return Rect(base.origin.x + area->rect.origin.x, base.origin.y + area->rect.origin.y,
+                    area->rect.width(), area->rect.height());
+    return base;
+}
+
+std::optional<Point> PortalScreenCaptureEngine::cursorLocation() const {
+    if (!m_stream || !m_plan)
+        return std::nullopt;
+    const auto position = m_stream->cursorPosition();
+    if (!position)
+        return std::nullopt;
+    const Rect& display = m_plan->displayFrame;
+    return Point{display.origin.x + position->x(),
+                 display.origin.y + display.height() - position->y()};
+}
+
+void PortalScreenCaptureEngine::reportStop(const StreamError& error) {
+    if (m_stopReported.exchange(true))
+        return;
+    logLine("ScreenCaptureEngine: Stream stopped with error: {} ({}) - {}",
+            error.domain.toStdString(), error.code, error.description.toStdString());
+    if (m_errorHandler)
+        m_errorHandler(error);
+}
+
+QCoro::Task<void> PortalScreenCaptureEngine::startCapture() {
+    if (!m_filter || !m_plan)
+        throw RecordingError::invalidConfiguration(
+            QStringLiteral("Filter and configuration must be set before starting capture"));
+    if (m_stream)
+        co_return;
+    // A session the desktop ended (a restart after the user stopped sharing) is asked anew.
+    m_session = m_sessions->session();
+    const auto shared =
+        std::find_if(m_session->streams().begin(), m_session->streams().end(),
+                     [&](const PortalStream& stream) { return stream.nodeID == m_plan->nodeID; });
+    if (shared == m_session->streams().end())
+        throw RecordingError::captureDeviceUnavailable();
+    m_stopReported = false;
+    m_session->setClosedHandler([this] {
+        reportStop(
+            {portalDomain, 1, QStringLiteral("The desktop ended the screen cast session"), {}});
+    });
+
+    PipeWireVideoStream::Options options;
+    options.remoteFd = m_session->openPipeWireRemote();
+    options.nodeID = m_plan->nodeID;
+    options.crop = m_plan->crop;
+    options.outputSize = QSize(m_plan->size.width, m_plan->size.height);
+    options.showsCursor = m_plan->showsCursor;
+    options.frameRate = m_plan->frameRate;
+    auto stream = std::make_unique<PipeWireVideoStream>(
+        options,
+        [this](VideoFrame frame) {
+            if (!m_frameHandler)
+                return;
+            const VideoSampleTiming timing{frame.presentationTime, frame.duration};
+            m_frameHandler(std::make_shared<const VideoFrame>(std::move(frame)), timing);
+        },
+        [this](const QString& description) {
+            reportStop({pipeWireDomain, 2, description, {}});
+        });
+    try {
+        stream->start();
+    } catch (const std::exception& error) {
+        throw RecordingError::invalidConfiguration(QString::fromUtf8(error.what()));
+    }
+    if (!stream->waitForFormat(formatTimeout))
+        throw RecordingError::invalidConfiguration(
+            QStringLiteral("The screen cast stream agreed on no picture format within 5 s"));
+    m_stream = std::move(stream);
+    co_return;
+}
+
+QCoro::Task<void> PortalScreenCaptureEngine::stopCapture() {
+    if (!m_stream)
+        co_return;
+    m_stream->stop(true);
+    logLine("📊 Capture: {} frames delivered, {} idle buffers", m_stream->deliveredFrameCount(),
+            m_stream->idleFrameCount());
+    m_stream.reset();
+    if (m_session)
+        m_session->setClosedHandler({});
+    co_return;
+}
