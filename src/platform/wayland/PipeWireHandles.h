@@ -23,10 +23,17 @@ struct PipeWireStreamDeleter {
     void operator()(pw_stream* stream) const { pw_stream_destroy(stream); }
 };
 
+struct PipeWireRegistryDeleter {
+    void operator()(pw_registry* registry) const {
+        pw_proxy_destroy(reinterpret_cast<pw_proxy*>(registry));
+    }
+};
+
 using PipeWireThreadLoop = std::unique_ptr<pw_thread_loop, PipeWireThreadLoopDeleter>;
 using PipeWireContext = std::unique_ptr<pw_context, PipeWireContextDeleter>;
 using PipeWireCore = std::unique_ptr<pw_core, PipeWireCoreDeleter>;
 using PipeWireStream = std::unique_ptr<pw_stream, PipeWireStreamDeleter>;
+using PipeWireRegistry = std::unique_ptr<pw_registry, PipeWireRegistryDeleter>;
 
 // Holds the thread loop's lock for a scope; callbacks of the loop never take it (they run
 // with it held already).

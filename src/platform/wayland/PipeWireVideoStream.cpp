@@ -126,6 +126,17 @@ void PipeWireVideoStream::start() {
         return events;
     }();
     pw_core_add_listener(m_core.get(), &m_coreListener, &coreEvents, this);
+    // A producer that leaves only unlinks the stream; its node's removal says it is gone.
+    m_registry.reset(pw_core_get_registry(m_core.get(), PW_VERSION_REGISTRY, 0));
+    if (m_registry) {
+        static const pw_registry_events registryEvents = [] {
+            pw_registry_events events{};
+            events.version = PW_VERSION_REGISTRY_EVENTS;
+            events.global_remove = &PipeWireVideoStream::onGlobalRemoved;
+            return events;
+        }();
+        pw_registry_add_listener(m_registry.get(), &m_registryListener, &registryEvents, this);
+    }
 
     m_stream.reset(
         pw_stream_new(m_core.get(), "tavelquiston screen capture",
@@ -173,15 +184,17 @@ void PipeWireVideoStream::stop(bool closingFrame) {
     if (!m_loop)
         return;
     {
+        // With the loop's lock held no callback runs, so the closing frame is handed on from
+        // here, in order after every frame before it.
         PipeWireLoopLock lock(m_loop.get());
         m_stopping = true;
+        if (closingFrame && m_idleSinceLastFrame && !m_failed.load())
+            deliver(m_lastPicture, MediaTime::hostTimeNow());
     }
-    if (closingFrame)
-        pw_loop_invoke(pw_thread_loop_get_loop(m_loop.get()), &PipeWireVideoStream::onClosingFrame,
-                       0, nullptr, 0, true, this);
     // Once the loop has stopped no callback runs, so the objects go without its lock.
     pw_thread_loop_stop(m_loop.get());
     m_stream.reset();
+    m_registry.reset();
     m_core.reset();
     m_context.reset();
     m_loop.reset();
@@ -203,6 +216,12 @@ void PipeWireVideoStream::fail(const QString& description) {
         pw_thread_loop_signal(m_loop.get(), false);
     if (m_onError)
         m_onError(description);
+}
+
+void PipeWireVideoStream::onGlobalRemoved(void* data, uint32_t id) {
+    auto* self = static_cast<PipeWireVideoStream*>(data);
+    if (id == self->m_options.nodeID && !self->m_stopping)
+        self->fail(QStringLiteral("The screen cast stream ended"));
 }
 
 void PipeWireVideoStream::onCoreError(void* data, uint32_t id, int, int res, const char* message) {
@@ -418,7 +437,7 @@ void PipeWireVideoStream::handleBuffer(spa_buffer* buffer) {
     const MediaTime now = MediaTime::hostTimeNow();
     // Faster producers are thinned to the asked rate; the newest picture waits for the stop.
     const MediaTime interval = MediaTime::make(1, std::max(1, m_options.frameRate));
-    if (m_lastDelivery && (now - *m_lastDelivery).seconds() < interval.seconds() * 0.5) {
+    if (m_lastDelivery && (now - *m_lastDelivery).seconds() < interval.seconds() * 0.75) {
         m_idleSinceLastFrame = true;
         return;
     }
@@ -463,12 +482,4 @@ void PipeWireVideoStream::deliver(const VideoFrame& picture, MediaTime now) {
     ++m_delivered;
     if (m_onFrame)
         m_onFrame(std::move(frame));
-}
-
-int PipeWireVideoStream::onClosingFrame(spa_loop*, bool, uint32_t, const void*, size_t,
-                                        void* userData) {
-    auto* self = static_cast<PipeWireVideoStream*>(userData);
-    if (self->m_idleSinceLastFrame && !self->m_failed.load())
-        self->deliver(self->m_lastPicture, MediaTime::hostTimeNow());
-    return 0;
 }

@@ -26,7 +26,8 @@
 // still X11 screen sends nothing. The cursor comes from the stream's cursor metadata: its
 // position always, its picture drawn into frames when asked for.
 // Thread: made, started and stopped on one thread (the main thread); the handlers run on the
-// stream's PipeWire thread loop, which is the capture thread, and must not block.
+// stream's PipeWire thread loop, which is the capture thread, and must not block; the closing
+// frame comes from the stopping thread while the loop is held still.
 class PipeWireVideoStream final {
 public:
     struct Options {
@@ -70,10 +71,8 @@ private:
                                const char* error);
     static void onParamChanged(void* data, uint32_t id, const spa_pod* param);
     static void onProcess(void* data);
+    static void onGlobalRemoved(void* data, uint32_t id);
     static void onCoreError(void* data, uint32_t id, int seq, int res, const char* message);
-    static int onClosingFrame(spa_loop* loop, bool async, uint32_t seq, const void* data,
-                              size_t size, void* userData);
-
     void handleFormat(const spa_pod* param);
     void handleBuffer(spa_buffer* buffer);
     // Reads the cursor metadata; true when what would be drawn changed.
@@ -90,9 +89,11 @@ private:
     PipeWireThreadLoop m_loop;
     PipeWireContext m_context;
     PipeWireCore m_core;
+    PipeWireRegistry m_registry; // tells when the node goes away
     PipeWireStream m_stream;
     spa_hook m_streamListener{};
     spa_hook m_coreListener{};
+    spa_hook m_registryListener{};
 
     // Written on the capture thread with the loop's lock held; read under the same lock.
     std::optional<spa_video_info_raw> m_format;
