@@ -374,6 +374,11 @@ int runRecord(const QStringList& arguments, FILE* out, FILE* err) {
         return 2;
     }
 
+    const std::optional<CaptureBackend> backend =
+        request.backend.isEmpty() ? captureBackendSetting() : parseCaptureBackend(request.backend);
+    if (!checkCaptureBackend(backend, err))
+        return 2;
+
     const std::optional<QString> hidden = UserDefaults::standard().stringValue("hiddenApps");
     // A recording across a suspend pauses before the machine sleeps, as in the application.
     SystemEventMonitor::setShared(std::make_unique<DBusSystemEventMonitor>(

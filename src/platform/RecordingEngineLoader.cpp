@@ -1,6 +1,7 @@
 #include "platform/RecordingEngineLoader.h"
 
 #include "platform/null/NullRecordingEngineFactory.h"
+#include "platform/wayland/PortalScreenCaptureAccess.h"
 #include "platform/wayland/PortalScreenCast.h"
 #include "platform/wayland/WaylandRecordingEngineFactory.h"
 #include "platform/x11/X11RecordingEngineFactory.h"
@@ -64,8 +65,11 @@ makeRecordingEngineFactory(const RecordingEngineLoaderOptions& options) {
     });
     switch (*backend) {
     case CaptureBackend::x11:
+        ScreenRecordingPermission::setAccess(nullptr);
         return std::make_unique<X11RecordingEngineFactory>(options.hiddenApps);
     case CaptureBackend::wayland:
+        ScreenRecordingPermission::setAccess(
+            std::make_unique<PortalScreenCaptureAccess>(QDBusConnection::sessionBus()));
         return std::make_unique<WaylandRecordingEngineFactory>();
     }
     return std::make_unique<NullRecordingEngineFactory>(

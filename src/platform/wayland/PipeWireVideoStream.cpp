@@ -165,19 +165,29 @@ void PipeWireVideoStream::start() {
                                  spa_strerror(result));
 }
 
-std::optional<QSize> PipeWireVideoStream::waitForFormat(std::chrono::milliseconds timeout) {
+bool PipeWireVideoStream::waitUntil(std::chrono::milliseconds timeout,
+                                    const std::function<bool()>& done) {
     if (!m_loop)
-        return std::nullopt;
+        return false;
     PipeWireLoopLock lock(m_loop.get());
     timespec deadline{};
     pw_thread_loop_get_time(m_loop.get(), &deadline, int64_t(timeout.count()) * SPA_NSEC_PER_MSEC);
-    while (!m_format && !m_failed.load()) {
+    while (!done() && !m_failed.load()) {
         if (pw_thread_loop_timed_wait_full(m_loop.get(), &deadline) != 0)
             break;
     }
-    if (!m_format)
+    return done();
+}
+
+std::optional<QSize> PipeWireVideoStream::waitForFormat(std::chrono::milliseconds timeout) {
+    if (!waitUntil(timeout, [this] { return m_format.has_value(); }))
         return std::nullopt;
+    PipeWireLoopLock lock(m_loop.get());
     return QSize(int(m_format->size.width), int(m_format->size.height));
+}
+
+bool PipeWireVideoStream::waitForPicture(std::chrono::milliseconds timeout) {
+    return waitUntil(timeout, [this] { return !m_lastPicture.isNull(); });
 }
 
 void PipeWireVideoStream::stop(bool closingFrame) {
@@ -188,7 +198,7 @@ void PipeWireVideoStream::stop(bool closingFrame) {
         // here, in order after every frame before it.
         PipeWireLoopLock lock(m_loop.get());
         m_stopping = true;
-        if (closingFrame && m_idleSinceLastFrame && !m_failed.load())
+        if (closingFrame && m_delivering && m_idleSinceLastFrame && !m_failed.load())
             deliver(m_lastPicture, MediaTime::hostTimeNow());
     }
     // Once the loop has stopped no callback runs, so the objects go without its lock.
@@ -200,6 +210,17 @@ void PipeWireVideoStream::stop(bool closingFrame) {
     m_loop.reset();
     m_lastPicture = VideoFrame();
     m_pool.reset();
+}
+
+void PipeWireVideoStream::beginDelivery() {
+    if (!m_loop)
+        return;
+    PipeWireLoopLock lock(m_loop.get());
+    if (m_delivering)
+        return;
+    m_delivering = true;
+    if (!m_failed.load())
+        deliver(m_lastPicture, MediaTime::hostTimeNow());
 }
 
 std::optional<QPoint> PipeWireVideoStream::cursorPosition() const {
@@ -432,8 +453,12 @@ void PipeWireVideoStream::handleBuffer(spa_buffer* buffer) {
         VideoFrame picture = copyPicture(pixels + data.chunk->offset, stride);
         if (picture.isNull())
             return;
+        if (m_lastPicture.isNull())
+            pw_thread_loop_signal(m_loop.get(), false); // someone may wait for the first
         m_lastPicture = std::move(picture);
     }
+    if (!m_delivering)
+        return;
     const MediaTime now = MediaTime::hostTimeNow();
     // Faster producers are thinned to the asked rate; the newest picture waits for the stop.
     const MediaTime interval = MediaTime::make(1, std::max(1, m_options.frameRate));

@@ -37,6 +37,9 @@ public:
         std::optional<QSize> outputSize; // scaled to this when given, else the crop's size
         bool showsCursor = false;
         int frameRate = 60; // at most this many frames a second are handed on
+        // When false, pictures are only kept until beginDelivery(): a stream connected ahead
+        // of time starts with a picture at once.
+        bool delivering = true;
     };
     using FrameHandler = std::function<void(VideoFrame frame)>;
     using ErrorHandler = std::function<void(const QString& description)>;
@@ -50,6 +53,12 @@ public:
     void start();
     // Waits until a format is agreed or the stream failed; the agreed source size, or absent.
     std::optional<QSize> waitForFormat(std::chrono::milliseconds timeout);
+    // Waits until a first picture has arrived (held back until delivery begins), or the
+    // stream failed; whether there is one.
+    bool waitForPicture(std::chrono::milliseconds timeout);
+    // Starts handing frames on; the newest picture already received goes first, stamped now
+    // (the screen has shown it since). Thread: the owner's.
+    void beginDelivery();
     // Disconnects. With `closingFrame`, a stream that went idle since its last frame first hands
     // on that picture once more, stamped now, so the recording lasts until the stop.
     void stop(bool closingFrame);
@@ -73,6 +82,8 @@ private:
     static void onProcess(void* data);
     static void onGlobalRemoved(void* data, uint32_t id);
     static void onCoreError(void* data, uint32_t id, int seq, int res, const char* message);
+    // Waits with the loop's lock until `done` holds (checked under it) or the stream failed.
+    bool waitUntil(std::chrono::milliseconds timeout, const std::function<bool()>& done);
     void handleFormat(const spa_pod* param);
     void handleBuffer(spa_buffer* buffer);
     // Reads the cursor metadata; true when what would be drawn changed.
@@ -100,6 +111,7 @@ private:
     bool m_dmabuf = false;
     bool m_streaming = false;
     bool m_stopping = false;
+    bool m_delivering = true;
     std::atomic<bool> m_failed{false};
 
     // The capture thread's own.

@@ -14,6 +14,7 @@ namespace {
 const QString portalDomain = QStringLiteral("ScreenCastPortal");
 const QString pipeWireDomain = QStringLiteral("PipeWire");
 constexpr auto formatTimeout = std::chrono::milliseconds(5000);
+constexpr auto firstPictureTimeout = std::chrono::milliseconds(1000);
 
 } // namespace
 
@@ -79,6 +80,11 @@ void PortalScreenCaptureEngine::configureStream(std::shared_ptr<SCContentFilter>
         throw RecordingError::invalidConfiguration(QStringLiteral("The capture area is empty"));
     m_plan = plan;
     m_filter = std::move(filter);
+    if (m_stream) {
+        m_stream->stop(false);
+        m_stream.reset();
+    }
+    prepareStream();
 }
 
 std::optional<SCStreamConfiguration> PortalScreenCaptureEngine::configuration() const {
@@ -117,12 +123,7 @@ void PortalScreenCaptureEngine::reportStop(const StreamError& error) {
         m_errorHandler(error);
 }
 
-QCoro::Task<void> PortalScreenCaptureEngine::startCapture() {
-    if (!m_filter || !m_plan)
-        throw RecordingError::invalidConfiguration(
-            QStringLiteral("Filter and configuration must be set before starting capture"));
-    if (m_stream)
-        co_return;
+void PortalScreenCaptureEngine::prepareStream() {
     // A session the desktop ended (a restart after the user stopped sharing) is asked anew.
     m_session = m_sessions->session();
     const auto shared =
@@ -143,6 +144,7 @@ QCoro::Task<void> PortalScreenCaptureEngine::startCapture() {
     options.outputSize = QSize(m_plan->size.width, m_plan->size.height);
     options.showsCursor = m_plan->showsCursor;
     options.frameRate = m_plan->frameRate;
+    options.delivering = false;
     auto stream = std::make_unique<PipeWireVideoStream>(
         options,
         [this](VideoFrame frame) {
@@ -162,7 +164,19 @@ QCoro::Task<void> PortalScreenCaptureEngine::startCapture() {
     if (!stream->waitForFormat(formatTimeout))
         throw RecordingError::invalidConfiguration(
             QStringLiteral("The screen cast stream agreed on no picture format within 5 s"));
+    // With a picture in hand the recording starts showing the screen at once; a desktop that
+    // sends nothing until something changes starts with its first change instead.
+    stream->waitForPicture(firstPictureTimeout);
     m_stream = std::move(stream);
+}
+
+QCoro::Task<void> PortalScreenCaptureEngine::startCapture() {
+    if (!m_filter || !m_plan)
+        throw RecordingError::invalidConfiguration(
+            QStringLiteral("Filter and configuration must be set before starting capture"));
+    if (!m_stream)
+        prepareStream();
+    m_stream->beginDelivery();
     co_return;
 }
 

@@ -19,7 +19,8 @@ class PortalScreenCast;
 // nothing, and one closing frame at the stop makes the recording last until then. When the
 // desktop ends the session or the stream fails, the error handler hears it once.
 // Windows and applications are chosen in the desktop's own dialog, not by id, so those modes
-// are refused here with the reason.
+// are refused here with the reason. The stream is connected when configured (on the
+// preparing thread) and hands frames on from the start.
 class PortalScreenCaptureEngine final : public ScreenCaptureEngine {
 public:
     explicit PortalScreenCaptureEngine(std::shared_ptr<PortalSessionKeeper> sessions);
@@ -58,6 +59,9 @@ private:
         int frameRate = 60;
         bool showsCursor = false;
     };
+    // Connects to the monitor's stream without handing frames on yet, so the start has a
+    // picture at once. Throws RecordingError.
+    void prepareStream();
     void reportStop(const StreamError& error);
 
     std::shared_ptr<PortalSessionKeeper> m_sessions;
