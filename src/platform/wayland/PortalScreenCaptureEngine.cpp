@@ -176,6 +176,12 @@ QCoro::Task<void> PortalScreenCaptureEngine::startCapture() {
             QStringLiteral("Filter and configuration must be set before starting capture"));
     if (!m_stream)
         prepareStream();
+    if (!m_clicksWarned) {
+        // Wayland keeps every application away from the global pointer buttons.
+        logLine("⚠️ Clicks are not recorded on Wayland: the desktop gives applications no "
+                "global pointer buttons");
+        m_clicksWarned = true;
+    }
     m_stream->beginDelivery();
     co_return;
 }

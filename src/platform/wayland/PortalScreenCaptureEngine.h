@@ -77,4 +77,5 @@ private:
 
     std::unique_ptr<PipeWireVideoStream> m_stream;
     std::atomic<bool> m_stopReported{false};
+    bool m_clicksWarned = false;
 };
