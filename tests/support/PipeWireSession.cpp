@@ -99,18 +99,20 @@ std::optional<uint32_t> PipeWireSession::findNode(const std::string& name) {
 std::optional<uint32_t> PipeWireSession::startVideoSource(const std::string& name,
                                                           const std::string& pattern, int width,
                                                           int height) {
+    const std::string caps = "video/x-raw,format=BGRx,width=" + std::to_string(width) +
+                             ",height=" + std::to_string(height) + ",framerate=30/1";
+    return startSourceProgram(name,
+                              {"gst-launch-1.0", "-q", "videotestsrc", "is-live=true",
+                               "pattern=" + pattern, "!", caps, "!", "pipewiresink", "mode=provide",
+                               "stream-properties=p,media.class=Video/Source,node.name=" + name});
+}
+
+std::optional<uint32_t> PipeWireSession::startSourceProgram(const std::string& name,
+                                                            const std::vector<std::string>& argv) {
     ChildProcess::Options options;
     options.environment = {{"PIPEWIRE_RUNTIME_DIR", m_runtimeDir},
                            {"XDG_RUNTIME_DIR", m_runtimeDir}};
-    const std::string caps = "video/x-raw,format=BGRx,width=" + std::to_string(width) +
-                             ",height=" + std::to_string(height) + ",framerate=30/1";
-    m_sources.emplace_back(
-        name, std::make_unique<ChildProcess>(
-                  std::vector<std::string>{
-                      "gst-launch-1.0", "-q", "videotestsrc", "is-live=true", "pattern=" + pattern,
-                      "!", caps, "!", "pipewiresink", "mode=provide",
-                      "stream-properties=p,media.class=Video/Source,node.name=" + name},
-                  options));
+    m_sources.emplace_back(name, std::make_unique<ChildProcess>(argv, options));
     const auto deadline = std::chrono::steady_clock::now() + 5000ms;
     while (std::chrono::steady_clock::now() < deadline) {
         if (const auto id = findNode(name))

@@ -29,6 +29,10 @@ public:
     // "ball", ...) at 30 frames/s; its node id once PipeWire lists it (within 5 s), else absent.
     std::optional<uint32_t> startVideoSource(const std::string& name, const std::string& pattern,
                                              int width, int height);
+    // Starts a source program of the tests' own that makes a node named `name`; its node id
+    // once PipeWire lists it (within 5 s), else absent.
+    std::optional<uint32_t> startSourceProgram(const std::string& name,
+                                               const std::vector<std::string>& argv);
     // Ends the source started under that name, as a producer that goes away.
     void stopVideoSource(const std::string& name);
 

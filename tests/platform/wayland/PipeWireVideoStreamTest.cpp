@@ -175,3 +175,65 @@ TEST_F(PipeWireVideoStreamTest, ReportsAVanishedProducerOnce) {
     EXPECT_EQ(received.errors.size(), 1u);
     EXPECT_EQ(received.snapshot().size(), framesAtError);
 }
+
+// A desktop-like source: a damaged picture every fourth buffer, the others only move the
+// pointer. Without the pointer drawn, the undamaged buffers are idle and hand nothing on, while
+// the pointer's place is still read; with it drawn, each move is a frame with the white pointer
+// on the unchanged green picture, in a new place each time.
+TEST_F(PipeWireVideoStreamTest, DamageFreeBuffersAreIdleAndTheCursorComesFromMetadata) {
+    const auto node = pipewire->startSourceProgram(
+        "tq_cursor", {TAVELQUISTON_CURSOR_SOURCE_PATH, "--name", "tq_cursor", "--width", "320",
+                      "--height", "240", "--color", "00ff00"});
+    ASSERT_TRUE(node) << "the cursor source did not appear in PipeWire";
+
+    auto whiteColumns = [](const VideoFrame& frame) {
+        std::vector<int> columns;
+        for (int x = 0; x < frame.width(); ++x) {
+            const Pixel p = pixelAt(frame, x, frame.height() / 2 + 4);
+            if (p.r > 240 && p.g > 240 && p.b > 240)
+                columns.push_back(x);
+        }
+        return columns;
+    };
+    for (const bool showsCursor : {false, true}) {
+        Received received;
+        PipeWireVideoStream::Options options;
+        options.nodeID = *node;
+        options.showsCursor = showsCursor;
+        PipeWireVideoStream stream(options, received.frameHandler(), received.errorHandler());
+        stream.start();
+        ASSERT_TRUE(stream.waitForFormat(5000ms));
+        ASSERT_TRUE(received.waitFor(5000ms, [](Received& r) { return r.frames.size() >= 12; }))
+            << "frames within 5 s: " << received.snapshot().size();
+        const std::optional<QPoint> cursor = stream.cursorPosition();
+        const int64_t idle = stream.idleFrameCount();
+        const int64_t delivered = stream.deliveredFrameCount();
+        stream.stop(false);
+        const std::vector<VideoFrame> frames = received.snapshot();
+
+        ASSERT_TRUE(cursor);
+        EXPECT_EQ(cursor->y(), 120);
+        for (const VideoFrame& frame : frames) {
+            const Pixel p = pixelAt(frame, 2, 2);
+            ASSERT_TRUE(p.g > 240 && p.r < 20 && p.b < 20 && p.a == 255);
+        }
+        if (!showsCursor) {
+            // Three in four buffers say nothing changed.
+            EXPECT_GT(idle, delivered) << idle << " idle, " << delivered << " delivered";
+            for (const VideoFrame& frame : frames)
+                EXPECT_TRUE(whiteColumns(frame).empty());
+        } else {
+            EXPECT_LT(idle, delivered / 4) << idle << " idle, " << delivered << " delivered";
+            std::optional<int> previous;
+            for (const VideoFrame& frame : frames) {
+                const std::vector<int> columns = whiteColumns(frame);
+                ASSERT_EQ(columns.size(), 16u);
+                EXPECT_EQ(columns.back() - columns.front(), 15);
+                if (previous) {
+                    EXPECT_NE(columns.front(), *previous);
+                }
+                previous = columns.front();
+            }
+        }
+    }
+}
