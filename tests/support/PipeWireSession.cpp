@@ -98,9 +98,10 @@ std::optional<uint32_t> PipeWireSession::findNode(const std::string& name) {
 
 std::optional<uint32_t> PipeWireSession::startVideoSource(const std::string& name,
                                                           const std::string& pattern, int width,
-                                                          int height) {
+                                                          int height, int frameRate) {
     const std::string caps = "video/x-raw,format=BGRx,width=" + std::to_string(width) +
-                             ",height=" + std::to_string(height) + ",framerate=30/1";
+                             ",height=" + std::to_string(height) +
+                             ",framerate=" + std::to_string(frameRate) + "/1";
     return startSourceProgram(name,
                               {"gst-launch-1.0", "-q", "videotestsrc", "is-live=true",
                                "pattern=" + pattern, "!", caps, "!", "pipewiresink", "mode=provide",

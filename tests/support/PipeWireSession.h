@@ -23,12 +23,13 @@ public:
     bool isReady() const { return m_ready; }
     const std::string& error() const { return m_error; }
     const std::string& runtimeDir() const { return m_runtimeDir; }
+    int daemonPid() const { return m_pipewire.pid(); }
     std::string socketPath() const { return m_runtimeDir + "/pipewire-0"; }
 
     // Starts a live BGRx source node of `pattern` (a videotestsrc pattern: "red", "blue",
-    // "ball", ...) at 30 frames/s; its node id once PipeWire lists it (within 5 s), else absent.
+    // "ball", ...) at `frameRate`; its node id once PipeWire lists it (within 5 s), else absent.
     std::optional<uint32_t> startVideoSource(const std::string& name, const std::string& pattern,
-                                             int width, int height);
+                                             int width, int height, int frameRate = 30);
     // Starts a source program of the tests' own that makes a node named `name`; its node id
     // once PipeWire lists it (within 5 s), else absent.
     std::optional<uint32_t> startSourceProgram(const std::string& name,

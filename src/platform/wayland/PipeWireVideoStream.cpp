@@ -1,6 +1,7 @@
 #include "platform/wayland/PipeWireVideoStream.h"
 
 #include "core/support/Log.h"
+#include "platform/x11/X11FramePixels.h"
 
 #include <libyuv/scale_argb.h>
 #include <linux/dma-buf.h>
@@ -389,16 +390,23 @@ VideoFrame PipeWireVideoStream::copyPicture(const uint8_t* pixels, int stride) {
     const uint8_t* origin = pixels + size_t(crop.y()) * size_t(stride) + size_t(crop.x()) * 4;
     uint8_t* out = frame.mutableBytes();
     const int outStride = frame.bytesPerRow();
-    if (frame.width() == crop.width() && frame.height() == crop.height()) {
+    const bool opaque = m_format->format != SPA_VIDEO_FORMAT_BGRA;
+    const bool sameSize = frame.width() == crop.width() && frame.height() == crop.height();
+    if (sameSize && opaque) {
+        // BGRx leaves the fourth byte to the producer: one pass copies and makes it opaque.
+        X11FramePixels::copyOpaque(origin, stride, crop.width(), crop.height(), out, outStride,
+                                   frame.width(), frame.height());
+        return frame;
+    }
+    if (sameSize) {
         for (int y = 0; y < crop.height(); ++y)
             std::memcpy(out + size_t(y) * size_t(outStride), origin + size_t(y) * size_t(stride),
                         size_t(crop.width()) * 4);
-    } else {
-        libyuv::ARGBScale(origin, stride, crop.width(), crop.height(), out, outStride,
-                          frame.width(), frame.height(), libyuv::kFilterBilinear);
+        return frame;
     }
-    // BGRx leaves the fourth byte to the producer: make the picture opaque.
-    if (m_format->format != SPA_VIDEO_FORMAT_BGRA) {
+    libyuv::ARGBScale(origin, stride, crop.width(), crop.height(), out, outStride, frame.width(),
+                      frame.height(), libyuv::kFilterBilinear);
+    if (opaque) {
         for (int y = 0; y < frame.height(); ++y) {
             uint8_t* row = out + size_t(y) * size_t(outStride);
             for (int x = 0; x < frame.width(); ++x)
