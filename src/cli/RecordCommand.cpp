@@ -175,8 +175,11 @@ RecordRequest parseRecordRequest(const QStringList& arguments) {
         request.mode = QStringLiteral("area");
     if (request.mode == QLatin1String("area") && !request.area)
         throw CliUsageError("--mode area needs --area X,Y,W,H");
+    // On Wayland the desktop's dialog picks the one window.
+    const bool pickedByDesktop =
+        request.mode == QLatin1String("window") && request.backend == QLatin1String("wayland");
     if ((request.mode == QLatin1String("window") || request.mode == QLatin1String("windows")) &&
-        request.windowIDs.empty())
+        request.windowIDs.empty() && !pickedByDesktop)
         throw CliUsageError(fmt::format("--mode {} needs --window ID", text(request.mode)));
     if (request.mode == QLatin1String("window") && request.windowIDs.size() > 1)
         throw CliUsageError("--mode window takes one --window; use --mode windows for more");
@@ -187,8 +190,15 @@ RecordRequest parseRecordRequest(const QStringList& arguments) {
 
 RecordingMode resolveRecordingMode(const RecordRequest& request,
                                    const SCShareableContent& content) {
+    if (request.mode == QLatin1String("window") && request.windowIDs.empty()) {
+        // On Wayland: the window the user picked in the desktop's dialog.
+        if (content.windows.empty())
+            throw CliUsageError("The desktop shared no window; pick one in its dialog (delete "
+                                "the screenCastRestoreToken setting to be asked again)");
+        return RecordingMode::window(content.windows.front());
+    }
     if (content.displays.empty())
-        throw CliUsageError("The X server reports no display");
+        throw CliUsageError("The desktop reports no display");
     SCDisplay display = content.displays.front();
     if (request.displayID) {
         const auto found =

@@ -47,8 +47,9 @@ public:
 // Throws CliUsageError.
 RecordRequest parseRecordRequest(const QStringList& arguments);
 // The recording mode for the request on this desktop; the area becomes the mode's own
-// convention (from the display's bottom left). Throws CliUsageError for unknown ids or an
-// area outside the display.
+// convention (from the display's bottom left). `--mode window` without `--window` (Wayland
+// only) is the window the desktop shared. Throws CliUsageError for unknown ids or an area
+// outside the display.
 RecordingMode resolveRecordingMode(const RecordRequest& request, const SCShareableContent& content);
 RecordingConfiguration makeRecordingConfiguration(const RecordRequest& request, RecordingMode mode);
 

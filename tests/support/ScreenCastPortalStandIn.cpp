@@ -41,6 +41,8 @@ ScreenCastPortalStandIn::ScreenCastPortalStandIn(const std::string& program,
                                   m_folder + "/calls.log"};
     if (options.refuse)
         argv.push_back("--refuse");
+    if (options.shareWindow)
+        argv.push_back("--share-window");
     if (!options.requiredToken.empty())
         argv.insert(argv.end(), {"--require-token", options.requiredToken});
     if (options.closeAfterMs >= 0)

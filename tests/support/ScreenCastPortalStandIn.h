@@ -16,6 +16,7 @@ public:
         int height = 0;
         std::string pipewireSocket;
         bool refuse = false;       // the user says no
+        bool shareWindow = false;  // the user picks a window, not a monitor
         std::string requiredToken; // nobody to ask: only this restore token starts a session
         int closeAfterMs = -1;     // the desktop ends the session this long after Start
         uint32_t cursorModes = 7;

@@ -42,10 +42,26 @@ PortalScreenCaptureEngine::createFilter(const RecordingMode& mode,
                                         const RecordingConfiguration& config) {
     if (!m_availableContent)
         throw RecordingError::invalidConfiguration(QStringLiteral("Available content not loaded"));
+    if (const auto* window = mode.as<RecordingMode::Window>()) {
+        const auto& windows = m_availableContent->windows;
+        const auto shared =
+            std::find_if(windows.begin(), windows.end(), [&](const SCWindow& candidate) {
+                return candidate.windowID == window->window.windowID;
+            });
+        if (shared == windows.end())
+            throw RecordingError::captureDeviceUnavailable();
+        auto filter = std::make_shared<SCContentFilter>();
+        filter->kind = SCContentFilter::Kind::windows;
+        filter->includedWindows = {*shared};
+        filter->desktopIndependentWindow = true;
+        filter->contentRect = shared->frame;
+        m_mode = mode;
+        return filter;
+    }
     if (!mode.is<RecordingMode::Screen>() && !mode.is<RecordingMode::ScreenArea>())
         throw RecordingError::invalidConfiguration(QStringLiteral(
-            "On Wayland the desktop's own dialog chooses what is shared: record a display or an "
-            "area of it"));
+            "On Wayland the desktop's own dialog chooses what is shared: record a display, an "
+            "area of it, or the one window picked there"));
     auto filter = std::make_shared<SCContentFilter>(
         SCContentFilter::make(mode, config, *m_availableContent, {}));
     m_mode = mode;
@@ -59,8 +75,14 @@ void PortalScreenCaptureEngine::configureStream(std::shared_ptr<SCContentFilter>
     if (!filter)
         throw RecordingError::invalidConfiguration(QStringLiteral("No content filter"));
     Plan plan;
-    plan.nodeID = filter->display.displayID;
-    plan.displayFrame = filter->display.frame;
+    if (filter->kind == SCContentFilter::Kind::windows) {
+        // The picture is the window alone, wherever it is.
+        plan.nodeID = filter->includedWindows.front().windowID;
+        plan.displayFrame = filter->contentRect;
+    } else {
+        plan.nodeID = filter->display.displayID;
+        plan.displayFrame = filter->display.frame;
+    }
     plan.frameRate = std::clamp(frameRate, 15, 60);
     plan.showsCursor = showCursor;
     const double scale = resolution == ResolutionMode::low ? 0.5 : 1.0;
@@ -76,7 +98,10 @@ void PortalScreenCaptureEngine::configureStream(std::shared_ptr<SCContentFilter>
     // Encoders want even sizes.
     plan.size =
         SCStreamConfiguration{int(source.width() * scale) & ~1, int(source.height() * scale) & ~1};
-    if (plan.size.width <= 0 || plan.size.height <= 0)
+    // A window whose size the portal did not say takes the size its stream agrees on.
+    const bool sizeFromStream =
+        filter->kind == SCContentFilter::Kind::windows && plan.displayFrame.width() <= 0;
+    if (!sizeFromStream && (plan.size.width <= 0 || plan.size.height <= 0))
         throw RecordingError::invalidConfiguration(QStringLiteral("The capture area is empty"));
     m_plan = plan;
     m_filter = std::move(filter);
@@ -96,6 +121,8 @@ std::optional<SCStreamConfiguration> PortalScreenCaptureEngine::configuration() 
 std::optional<Rect> PortalScreenCaptureEngine::captureRectInScreenSpace() const {
     if (!m_plan || !m_mode)
         return std::nullopt;
+    if (m_mode->is<RecordingMode::Window>())
+        return std::nullopt; // Wayland does not tell where a window is
     const Rect base = m_plan->displayFrame;
     if (const auto* area = m_mode->as<RecordingMode::ScreenArea>())
         return Rect(base.origin.x + area->rect.origin.x, base.origin.y + area->rect.origin.y,
@@ -141,7 +168,8 @@ void PortalScreenCaptureEngine::prepareStream() {
     options.remoteFd = m_session->openPipeWireRemote();
     options.nodeID = m_plan->nodeID;
     options.crop = m_plan->crop;
-    options.outputSize = QSize(m_plan->size.width, m_plan->size.height);
+    if (m_plan->size.width > 0 && m_plan->size.height > 0)
+        options.outputSize = QSize(m_plan->size.width, m_plan->size.height);
     options.showsCursor = m_plan->showsCursor;
     options.frameRate = m_plan->frameRate;
     options.delivering = false;
@@ -161,9 +189,14 @@ void PortalScreenCaptureEngine::prepareStream() {
     } catch (const std::exception& error) {
         throw RecordingError::invalidConfiguration(QString::fromUtf8(error.what()));
     }
-    if (!stream->waitForFormat(formatTimeout))
+    const std::optional<QSize> agreed = stream->waitForFormat(formatTimeout);
+    if (!agreed)
         throw RecordingError::invalidConfiguration(
             QStringLiteral("The screen cast stream agreed on no picture format within 5 s"));
+    if (m_plan->size.width <= 0 || m_plan->size.height <= 0) {
+        m_plan->size = SCStreamConfiguration{agreed->width(), agreed->height()};
+        m_plan->displayFrame = Rect(0, 0, agreed->width(), agreed->height());
+    }
     // With a picture in hand the recording starts showing the screen at once; a desktop that
     // sends nothing until something changes starts with its first change instead.
     stream->waitForPicture(firstPictureTimeout);

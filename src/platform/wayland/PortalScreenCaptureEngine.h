@@ -18,9 +18,10 @@ class PortalScreenCast;
 // a crop of it. Frames are BGRA stamped with the host clock; a stream with nothing new sends
 // nothing, and one closing frame at the stop makes the recording last until then. When the
 // desktop ends the session or the stream fails, the error handler hears it once.
-// Windows and applications are chosen in the desktop's own dialog, not by id, so those modes
-// are refused here with the reason. The stream is connected when configured (on the
-// preparing thread) and hands frames on from the start.
+// A window is the one the user picked in the desktop's dialog (its id is its stream's node),
+// recorded alone at the size it had then. Several windows and applications cannot be asked
+// for, so those modes are refused with the reason. The stream is
+// connected when configured (on the preparing thread) and hands frames on from the start.
 class PortalScreenCaptureEngine final : public ScreenCaptureEngine {
 public:
     explicit PortalScreenCaptureEngine(std::shared_ptr<PortalSessionKeeper> sessions);

@@ -196,6 +196,13 @@ void PortalScreenCast::start(const Options& options) {
         throw RecordingError::invalidConfiguration(
             QStringLiteral("No Wayland screen cast portal (org.freedesktop.portal.ScreenCast) on "
                            "the session bus"));
+    // Only what this desktop can share is asked for.
+    const uint sourceTypes =
+        portalProperty(m_bus, QStringLiteral("AvailableSourceTypes"), options.requestTimeout)
+            .toUInt();
+    const uint wantedTypes = (sourceTypes & options.sourceTypes) != 0
+                                 ? (sourceTypes & options.sourceTypes)
+                                 : options.sourceTypes;
     const uint cursorModes =
         portalProperty(m_bus, QStringLiteral("AvailableCursorModes"), options.requestTimeout)
             .toUInt();
@@ -216,7 +223,7 @@ void PortalScreenCast::start(const Options& options) {
 
     // The pointer as metadata lets us draw it (or not) ourselves; else the desktop draws it.
     m_cursorMode = (cursorModes & cursorMetadata) ? cursorMetadata : cursorEmbedded;
-    QVariantMap selection{{QStringLiteral("types"), uint(options.sourceTypes)},
+    QVariantMap selection{{QStringLiteral("types"), wantedTypes},
                           {QStringLiteral("multiple"), options.multiple}};
     if (cursorModes != 0)
         selection.insert(QStringLiteral("cursor_mode"), m_cursorMode);

@@ -4,10 +4,10 @@
 
 #include <algorithm>
 
-PortalSessionKeeper::TokenStore PortalSessionKeeper::settingsTokenStore() {
-    return {[] { return UserDefaults::standard().stringValue("screenCastRestoreToken", {}); },
-            [](const QString& token) {
-                UserDefaults::standard().set("screenCastRestoreToken", token);
+PortalSessionKeeper::TokenStore PortalSessionKeeper::settingsTokenStore(const char* key) {
+    return {[key] { return UserDefaults::standard().stringValue(key, {}); },
+            [key](const QString& token) {
+                UserDefaults::standard().set(key, token);
                 UserDefaults::standard().sync();
             }};
 }
@@ -43,6 +43,14 @@ SCShareableContent PortalSessionKeeper::contentOf(const std::vector<PortalStream
         top = std::max(top, stream.position.y() + stream.size.height());
     SCShareableContent content;
     for (const PortalStream& stream : streams) {
+        if (stream.sourceType == PortalScreenCast::windowSource) {
+            SCWindow window;
+            window.windowID = stream.nodeID;
+            window.title = QStringLiteral("The window shared from the desktop");
+            window.frame = Rect(0, 0, stream.size.width(), stream.size.height());
+            content.windows.push_back(window);
+            continue;
+        }
         if (stream.sourceType != PortalScreenCast::monitorSource || stream.size.isEmpty())
             continue;
         SCDisplay display;

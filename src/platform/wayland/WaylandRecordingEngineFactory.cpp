@@ -2,9 +2,19 @@
 
 #include "platform/wayland/PortalScreenCaptureEngine.h"
 
+namespace {
+PortalScreenCast::Options sourcesOf(uint32_t types) {
+    PortalScreenCast::Options options;
+    options.sourceTypes = types;
+    return options;
+}
+} // namespace
+
 WaylandRecordingEngineFactory::WaylandRecordingEngineFactory(QDBusConnection bus,
                                                              PortalSessionKeeper::TokenStore tokens)
-    : m_sessions(std::make_shared<PortalSessionKeeper>(std::move(bus), std::move(tokens))) {}
+    : m_sessions(std::make_shared<PortalSessionKeeper>(
+          std::move(bus), std::move(tokens),
+          sourcesOf(PortalScreenCast::monitorSource | PortalScreenCast::windowSource))) {}
 
 WaylandRecordingEngineFactory::~WaylandRecordingEngineFactory() = default;
 

@@ -210,3 +210,52 @@ TEST_F(PortalScreenCaptureEngineTest, ASessionTheDesktopClosesStopsTheStreamOnce
     const auto calls = portal->calls();
     EXPECT_EQ(std::count(calls.begin(), calls.end(), std::string("Start")), 2);
 }
+
+// A window picked in the desktop's dialog is the content's one window, recorded alone at its
+// size with no place on the desktop; a desktop that cannot send the pointer as metadata is asked
+// to draw it into the picture.
+TEST_F(PortalScreenCaptureEngineTest, RecordsTheWindowPickedInTheDesktopsDialog) {
+    startPortal(portalOptions([](auto& o) {
+        o.shareWindow = true;
+        o.cursorModes = 3; // hidden and embedded only
+    }));
+    MemoryTokens tokens;
+    WaylandRecordingEngineFactory factory(*bus, tokens.store());
+    const SCShareableContent content = factory.fetchShareableContent();
+    EXPECT_TRUE(content.displays.empty());
+    ASSERT_EQ(content.windows.size(), 1u);
+    EXPECT_EQ(content.windows[0].windowID, node);
+    EXPECT_TRUE(contains(portal->calls(), "SelectSources types=3 cursor_mode=2"));
+
+    auto engine = factory.makeScreenCaptureEngine();
+    engine->setAvailableContent(content);
+    const RecordingMode mode = RecordingMode::window(content.windows[0]);
+    const RecordingConfiguration configuration(mode, QDir::tempPath());
+    engine->configureStream(engine->createFilter(mode, configuration), mode, ResolutionMode::low,
+                            30, false, BackgroundType::black, false);
+    EXPECT_EQ(engine->configuration(), (SCStreamConfiguration{width / 2, height / 2}));
+    EXPECT_EQ(engine->captureRectInScreenSpace(), std::nullopt);
+    std::mutex mutex;
+    std::vector<VideoFrameHandle> frames;
+    engine->setFrameHandler([&](const VideoFrameHandle& frame, const VideoSampleTiming&) {
+        std::lock_guard lock(mutex);
+        frames.push_back(frame);
+    });
+    QCoro::waitFor(engine->startCapture());
+    EXPECT_TRUE(waitUntil(
+        [&] {
+            std::lock_guard lock(mutex);
+            return frames.size() >= 5;
+        },
+        5000ms));
+    QCoro::waitFor(engine->stopCapture());
+    std::lock_guard lock(mutex);
+    ASSERT_FALSE(frames.empty());
+    EXPECT_EQ(frames.back()->width(), width / 2);
+    EXPECT_EQ(frames.back()->height(), height / 2);
+
+    // Several windows cannot be asked for by id on Wayland.
+    const RecordingMode several = RecordingMode::windows({content.windows[0], content.windows[0]});
+    EXPECT_THROW(engine->createFilter(several, RecordingConfiguration(several, QDir::tempPath())),
+                 RecordingError);
+}

@@ -2,7 +2,8 @@
 // org.freedesktop.portal.ScreenCast, Request and Session interfaces, sharing one PipeWire node
 // of a test daemon. Run by tests only:
 //   screencast_portal_standin --node ID --width W --height H --pipewire-socket PATH
-//       [--refuse] [--require-token TOKEN] [--close-after-ms N] [--cursor-modes MASK]
+//       [--refuse] [--share-window] [--require-token TOKEN] [--close-after-ms N] [--cursor-modes
+//       MASK]
 //       [--log FILE]
 // Prints "ready" once it owns org.freedesktop.portal.Desktop.
 
@@ -76,6 +77,7 @@ struct Settings {
     int height = 0;
     QString pipewireSocket;
     bool refuse = false;
+    bool shareWindow = false; // the user picks a window rather than a monitor
     QString requiredToken;
     int closeAfterMs = -1;
     uint cursorModes = 7;
@@ -146,7 +148,7 @@ public:
             stream.properties = {
                 {"position", QVariant::fromValue(IntPair{0, 0})},
                 {"size", QVariant::fromValue(IntPair{m_settings.width, m_settings.height})},
-                {"source_type", uint(1)}};
+                {"source_type", m_settings.shareWindow ? uint(2) : uint(1)}};
             QVariantMap results{{"streams", QVariant::fromValue(QList<StreamEntry>{stream})}};
             if (m_selection.value("persist_mode").toUInt() == 2)
                 results.insert("restore_token", QUuid::createUuid().toString(QUuid::WithoutBraces));
@@ -262,6 +264,10 @@ int main(int argc, char** argv) {
         const QString value = args.value(i + 1);
         if (option == QLatin1String("--refuse")) {
             settings.refuse = true;
+            continue;
+        }
+        if (option == QLatin1String("--share-window")) {
+            settings.shareWindow = true;
             continue;
         }
         ++i;
