@@ -223,7 +223,8 @@ TEST_F(PipeWireVideoStreamTest, DamageFreeBuffersAreIdleAndTheCursorComesFromMet
             for (const VideoFrame& frame : frames)
                 EXPECT_TRUE(whiteColumns(frame).empty());
         } else {
-            EXPECT_LT(idle, delivered / 4) << idle << " idle, " << delivered << " delivered";
+            // Only the (at most three) buffers before the first picture have nothing to draw on.
+            EXPECT_LE(idle, 3) << idle << " idle, " << delivered << " delivered";
             std::optional<int> previous;
             for (const VideoFrame& frame : frames) {
                 const std::vector<int> columns = whiteColumns(frame);
