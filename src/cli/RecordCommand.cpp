@@ -197,6 +197,9 @@ RecordingMode resolveRecordingMode(const RecordRequest& request,
                                 "the screenCastRestoreToken setting to be asked again)");
         return RecordingMode::window(content.windows.front());
     }
+    if (content.displays.empty() && !content.windows.empty())
+        throw CliUsageError("The desktop shared a window, not a display; use --mode window, or "
+                            "delete the screenCastRestoreToken setting to pick a monitor");
     if (content.displays.empty())
         throw CliUsageError("The desktop reports no display");
     SCDisplay display = content.displays.front();
