@@ -73,6 +73,8 @@ struct Figures {
     double serverCpuPerSecond = 0; // the X server's or the PipeWire daemon's
     double framesPerSecond = 0;
     double startMilliseconds = 0;
+    double contentMilliseconds = 0;   // of the start: listing the content (the portal's session)
+    double configureMilliseconds = 0; // of the start: preparing the stream
 };
 
 // Lists the content, prepares and starts the screen engine on the first display, waits for the
@@ -81,15 +83,21 @@ std::optional<Figures> measure(RecordingEngineFactory& factory, int serverPid) {
     const auto begin = std::chrono::steady_clock::now();
     std::atomic<int64_t> frames{0};
     std::atomic<int64_t> firstFrameNanoseconds{0};
+    auto since = [&] {
+        return std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - begin)
+            .count();
+    };
     const SCShareableContent content = factory.fetchShareableContent();
     if (content.displays.empty())
         return std::nullopt;
+    const double contentDone = since();
     auto engine = factory.makeScreenCaptureEngine();
     engine->setAvailableContent(content);
     const RecordingMode mode = RecordingMode::screen(content.displays.front());
     const RecordingConfiguration configuration(mode, QDir::tempPath());
     engine->configureStream(engine->createFilter(mode, configuration), mode, ResolutionMode::normal,
                             60, false, BackgroundType::black, false);
+    const double configureDone = since();
     engine->setFrameHandler([&](const VideoFrameHandle&, const VideoSampleTiming&) {
         if (frames++ == 0)
             firstFrameNanoseconds = std::chrono::duration_cast<std::chrono::nanoseconds>(
@@ -107,15 +115,20 @@ std::optional<Figures> measure(RecordingEngineFactory& factory, int serverPid) {
     const double serverCpu = otherProcessCpuSeconds(serverPid) - serverBefore;
     const int64_t captured = frames.load() - framesBefore;
     QCoro::waitFor(engine->stopCapture());
-    return Figures{cpu / captureSeconds, serverCpu / captureSeconds,
-                   double(captured) / captureSeconds, double(firstFrameNanoseconds.load()) / 1e6};
+    return Figures{cpu / captureSeconds,
+                   serverCpu / captureSeconds,
+                   double(captured) / captureSeconds,
+                   double(firstFrameNanoseconds.load()) / 1e6,
+                   contentDone,
+                   configureDone - contentDone};
 }
 
 void print(const char* label, const Figures& figures) {
     fmt::print("{:<20} {:6.3f} CPU s per recorded s (server {:6.3f})  {:5.1f} frames/s  first "
-               "frame after {:6.1f} ms\n",
+               "frame after {:6.1f} ms (content {:5.1f}, stream {:5.1f})\n",
                label, figures.cpuPerSecond, figures.serverCpuPerSecond, figures.framesPerSecond,
-               figures.startMilliseconds);
+               figures.startMilliseconds, figures.contentMilliseconds,
+               figures.configureMilliseconds);
 }
 
 } // namespace
