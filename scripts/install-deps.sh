@@ -17,11 +17,15 @@ packages=(
   libxcb-randr0-dev libxcb-xinput-dev libxcb-xtest0-dev libxcb-image0-dev libxcb-icccm4-dev
   libxcb-ewmh-dev
   libpulse-dev libwebrtc-audio-processing-dev nlohmann-json3-dev libfmt-dev
+  # Wayland capture through PipeWire
+  libpipewire-0.3-dev
   # tests and benchmarks
   googletest libgtest-dev libgmock-dev libbenchmark-dev
   # real services started by the integration tests
   xvfb openbox xdotool jq x11-xserver-utils x11-utils pulseaudio pulseaudio-utils dbus dbus-bin
   sox
+  pipewire pipewire-bin wireplumber gstreamer1.0-pipewire gstreamer1.0-tools
+  gstreamer1.0-plugins-base
 )
 
 missing=()

@@ -1,5 +1,6 @@
 #include "cli/ListCommand.h"
 
+#include "cli/RecordCommand.h"
 #include "core/recording/engines/RecordingEngineFactory.h"
 #include "platform/RecordingEngineLoader.h"
 #include "platform/pulse/AudioDeviceManager.h"
@@ -12,7 +13,8 @@
 
 namespace {
 
-constexpr std::string_view usage = "list displays|windows|applications|cameras|microphones";
+constexpr std::string_view usage =
+    "list [--backend x11|wayland] displays|windows|applications|cameras|microphones";
 
 // The root's height is the top of the highest display: global points count up from its
 // bottom edge.
@@ -75,7 +77,20 @@ int printMicrophones(FILE* out) {
     return 0;
 }
 
-int runList(const QStringList& arguments, FILE* out, FILE* err) {
+int runList(const QStringList& given, FILE* out, FILE* err) {
+    QStringList arguments = given;
+    std::optional<CaptureBackend> backend = captureBackendSetting();
+    if (const qsizetype at = arguments.indexOf(QStringLiteral("--backend")); at >= 0) {
+        backend = parseCaptureBackend(arguments.value(at + 1));
+        if (!backend) {
+            fmt::print(err, "❌ --backend must be one of x11|wayland, not \"{}\"\n",
+                       arguments.value(at + 1).toStdString());
+            return 2;
+        }
+        arguments.remove(at, 2);
+    }
+    if (!checkCaptureBackend(backend, err))
+        return 2;
     const QString kind = arguments.value(0);
     if (arguments.size() == 1 && kind == QLatin1String("cameras")) {
         // Cameras need no X server.
@@ -93,10 +108,13 @@ int runList(const QStringList& arguments, FILE* out, FILE* err) {
     }
     SCShareableContent content;
     try {
-        content = makeRecordingEngineFactory()->fetchShareableContent();
+        RecordingEngineLoaderOptions options;
+        options.backend = backend;
+        content = makeRecordingEngineFactory(options)->fetchShareableContent();
     } catch (const std::exception& error) {
-        fmt::print(err, "❌ No X server to ask (DISPLAY={}): {}\n",
-                   qEnvironmentVariable("DISPLAY").toStdString(), error.what());
+        fmt::print(err, "❌ Nothing to list (DISPLAY={}, WAYLAND_DISPLAY={}): {}\n",
+                   qEnvironmentVariable("DISPLAY").toStdString(),
+                   qEnvironmentVariable("WAYLAND_DISPLAY").toStdString(), error.what());
         return 1;
     }
     printContent(kind, content, out);

@@ -42,7 +42,8 @@ constexpr std::string_view usage =
     "[--cursor-style circle|arrow|pointer|custom] [--cursor-size PX] [--ripple on|off] "
     "[--ripple-color COLOR] "
     "[--mode audio] [--microphone [SOURCE]] [--system-audio] [--mic-volume GAIN] "
-    "[--system-volume GAIN] [--aec] [--audio-format aac|alac|flac|opus]";
+    "[--system-volume GAIN] [--aec] [--audio-format aac|alac|flac|opus] "
+    "[--backend x11|wayland]";
 
 // Signals only set these; the recording loop looks at them between waits.
 volatile std::sig_atomic_t stopSignals = 0;
@@ -153,6 +154,14 @@ bool recordShowsCameraOverlay(const QStringList& programArguments) {
            !programArguments.contains(QStringLiteral("--separate-layers"));
 }
 
+bool checkCaptureBackend(std::optional<CaptureBackend> backend, FILE* err) {
+    if (backend != CaptureBackend::wayland || isCaptureBackendAvailable(CaptureBackend::wayland))
+        return true;
+    fmt::print(err, "❌ --backend wayland needs the desktop's ScreenCast portal "
+                    "(org.freedesktop.portal.Desktop) on the session bus, and none answered\n");
+    return false;
+}
+
 RecordRequest parseRecordRequest(const QStringList& arguments) {
     RecordRequest request;
     request.outputDirectory = QDir::currentPath();
@@ -254,6 +263,9 @@ RecordRequest parseRecordRequest(const QStringList& arguments) {
             request.audioFormat = value();
             parseChoice<int>(option, request.audioFormat,
                              {{"aac", 0}, {"alac", 0}, {"flac", 0}, {"opus", 0}});
+        } else if (option == QLatin1String("--backend")) {
+            request.backend = value();
+            parseChoice<int>(option, request.backend, {{"x11", 0}, {"wayland", 0}});
         } else {
             throw CliUsageError(fmt::format("Unexpected argument \"{}\"", text(option)));
         }
@@ -262,8 +274,11 @@ RecordRequest parseRecordRequest(const QStringList& arguments) {
         request.mode = QStringLiteral("area");
     if (request.mode == QLatin1String("area") && !request.area)
         throw CliUsageError("--mode area needs --area X,Y,W,H");
+    // On Wayland the desktop's dialog picks the one window.
+    const bool pickedByDesktop =
+        request.mode == QLatin1String("window") && request.backend == QLatin1String("wayland");
     if ((request.mode == QLatin1String("window") || request.mode == QLatin1String("windows")) &&
-        request.windowIDs.empty())
+        request.windowIDs.empty() && !pickedByDesktop)
         throw CliUsageError(fmt::format("--mode {} needs --window ID", text(request.mode)));
     if (request.mode == QLatin1String("window") && request.windowIDs.size() > 1)
         throw CliUsageError("--mode window takes one --window; use --mode windows for more");
@@ -317,8 +332,18 @@ RecordingMode resolveRecordingMode(const RecordRequest& request,
                                    const SCShareableContent& content) {
     if (request.mode == QLatin1String("audio"))
         return RecordingMode::systemAudio();
+    if (request.mode == QLatin1String("window") && request.windowIDs.empty()) {
+        // On Wayland: the window the user picked in the desktop's dialog.
+        if (content.windows.empty())
+            throw CliUsageError("The desktop shared no window; pick one in its dialog (delete "
+                                "the screenCastRestoreToken setting to be asked again)");
+        return RecordingMode::window(content.windows.front());
+    }
+    if (content.displays.empty() && !content.windows.empty())
+        throw CliUsageError("The desktop shared a window, not a display; use --mode window, or "
+                            "delete the screenCastRestoreToken setting to pick a monitor");
     if (content.displays.empty())
-        throw CliUsageError("The X server reports no display");
+        throw CliUsageError("The desktop reports no display");
     SCDisplay display = content.displays.front();
     if (request.displayID) {
         const auto found =
@@ -548,6 +573,11 @@ int runRecord(const QStringList& arguments, FILE* out, FILE* err) {
         return 2;
     }
 
+    const std::optional<CaptureBackend> backend =
+        request.backend.isEmpty() ? captureBackendSetting() : parseCaptureBackend(request.backend);
+    if (!checkCaptureBackend(backend, err))
+        return 2;
+
     const std::optional<QString> hidden = UserDefaults::standard().stringValue("hiddenApps");
     // A recording across a suspend pauses before the machine sleeps, as in the application.
     SystemEventMonitor::setShared(std::make_unique<DBusSystemEventMonitor>(
@@ -555,6 +585,10 @@ int runRecord(const QStringList& arguments, FILE* out, FILE* err) {
     RecordingEngineLoaderOptions loaderOptions;
     loaderOptions.hiddenApps = hidden ? hidden->toUtf8() : QByteArray();
     loaderOptions.camera = CameraInput::Options{request.cameraSize};
+    loaderOptions.backend =
+        request.backend.isEmpty() ? captureBackendSetting() : parseCaptureBackend(request.backend);
+    if (!checkCaptureBackend(loaderOptions.backend, err))
+        return 2;
     const std::unique_ptr<RecordingEngineFactory> factory =
         makeRecordingEngineFactory(loaderOptions);
     SCShareableContent content;
@@ -563,8 +597,9 @@ int runRecord(const QStringList& arguments, FILE* out, FILE* err) {
         if (request.mode != QLatin1String("audio"))
             content = factory->fetchShareableContent();
     } catch (const std::exception& error) {
-        fmt::print(err, "❌ No X server to record (DISPLAY={}): {}\n",
-                   qEnvironmentVariable("DISPLAY").toStdString(), error.what());
+        fmt::print(err, "❌ Nothing to record (DISPLAY={}, WAYLAND_DISPLAY={}): {}\n",
+                   qEnvironmentVariable("DISPLAY").toStdString(),
+                   qEnvironmentVariable("WAYLAND_DISPLAY").toStdString(), error.what());
         return 1;
     }
     std::optional<RecordingMode> mode;

@@ -5,6 +5,7 @@
 #include "core/model/RecordingConfiguration.h"
 #include "core/model/SCShareableContent.h"
 #include "core/recording/engines/CameraCaptureEngine.h"
+#include "platform/RecordingEngineLoader.h"
 
 #include <QRect>
 
@@ -53,6 +54,7 @@ struct RecordRequest {
     float systemAudioVolume = 1.0f;
     bool echoCancellation = false;
     QString audioFormat = QStringLiteral("aac");
+    QString backend; // "x11" or "wayland"; empty: the setting, else the desktop's
 };
 
 // A value on the command line that cannot be used; its message names the option and value.
@@ -68,13 +70,17 @@ bool recordShowsCameraOverlay(const QStringList& programArguments);
 // Throws CliUsageError.
 RecordRequest parseRecordRequest(const QStringList& arguments);
 // The recording mode for the request on this desktop; the area becomes the mode's own
-// convention (from the display's bottom left). Throws CliUsageError for unknown ids or an
-// area outside the display.
+// convention (from the display's bottom left). `--mode window` without `--window` (Wayland
+// only) is the window the desktop shared. Throws CliUsageError for unknown ids or an area
+// outside the display.
 RecordingMode resolveRecordingMode(const RecordRequest& request, const SCShareableContent& content);
 RecordingConfiguration makeRecordingConfiguration(const RecordRequest& request, RecordingMode mode);
 // Throws CliUsageError when a sound source the request names is not on the sound server,
 // naming it and the ones that are, or when --aec names a microphone that is not the default.
 // The default microphone named by its source name becomes "default".
 void checkAudioSources(RecordRequest& request);
+
+// False, after one error on `err`, when the backend asked for cannot run on this desktop.
+bool checkCaptureBackend(std::optional<CaptureBackend> backend, FILE* err);
 
 int runRecord(const QStringList& arguments, FILE* out, FILE* err);

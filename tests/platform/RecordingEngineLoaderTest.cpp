@@ -39,6 +39,33 @@ TEST(RecordingEngineLoader, ChoosesTheBackendFromTheSessionUnlessAsked) {
     EXPECT_EQ(parseCaptureBackend(QStringLiteral("quartz")), std::nullopt);
 }
 
+// On a Wayland desktop the portal decides: with ScreenCast there, Wayland; without it, the X
+// display of Xwayland when there is one, else nothing. A request still wins.
+TEST(RecordingEngineLoader, PrefersThePortalOnAWaylandDesktop) {
+    QProcessEnvironment both = environmentWith(QStringLiteral("DISPLAY"), QStringLiteral(":0"));
+    both.insert(QStringLiteral("WAYLAND_DISPLAY"), QStringLiteral("wayland-0"));
+    const auto waylandOnly =
+        environmentWith(QStringLiteral("WAYLAND_DISPLAY"), QStringLiteral("wayland-0"));
+    const auto x11 = environmentWith(QStringLiteral("DISPLAY"), QStringLiteral(":0"));
+    EXPECT_EQ(chooseCaptureBackend(both, std::nullopt, true), CaptureBackend::wayland);
+    EXPECT_EQ(chooseCaptureBackend(both, std::nullopt, false), CaptureBackend::x11);
+    EXPECT_EQ(chooseCaptureBackend(waylandOnly, std::nullopt, false), std::nullopt);
+    EXPECT_EQ(chooseCaptureBackend(x11, std::nullopt, true), CaptureBackend::x11);
+    EXPECT_EQ(chooseCaptureBackend(both, CaptureBackend::x11, true), CaptureBackend::x11);
+
+    // The portal is asked only where it can matter.
+    int asked = 0;
+    RecordingEngineLoaderOptions options;
+    options.environment = x11;
+    options.screenCastPortalAvailable = [&] { return ++asked, true; };
+    makeRecordingEngineFactory(options);
+    EXPECT_EQ(asked, 0);
+    options.environment = both;
+    options.backend = CaptureBackend::x11;
+    makeRecordingEngineFactory(options);
+    EXPECT_EQ(asked, 0);
+}
+
 // Without a display, preparing a recording fails at its first step with the reason, not later
 // with a recording of nothing.
 TEST(RecordingEngineLoader, MissingCapabilitiesFailWithTheirReason) {
