@@ -495,8 +495,17 @@ QCoro::Task<int> recordUntilStopped(RecordingCoordinator& coordinator, Recording
     while (stopSignals == 0) {
         // The coordinator ended the recording itself (a lost stream, a failing writer) and has
         // said why.
-        if (const auto* failed = coordinator.recordingState().as<RecordingState::Failed>()) {
+        if (const auto* failed = coordinator.recordingState().as<RecordingState::Failed>();
+            failed && !coordinator.isCleaningUp()) {
             fmt::print(err, "❌ The recording ended: {}\n", text(failed->error.errorDescription()));
+            // What was kept of it is the command's result all the same.
+            if (const auto& kept = coordinator.salvagedURL()) {
+                fmt::print(out, "{}\n", text(*kept));
+                const QString metadata = metadataLocations(*kept).hiddenSibling;
+                if (QFileInfo::exists(metadata))
+                    fmt::print(out, "{}\n", text(metadata));
+                std::fflush(out);
+            }
             co_return 1;
         }
         if (duration) {

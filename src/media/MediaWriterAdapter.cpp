@@ -1,5 +1,8 @@
 #include "media/MediaWriterAdapter.h"
 
+#include "core/support/Log.h"
+#include "media/RecordingSalvage.h"
+
 #include <QtConcurrent/QtConcurrentRun>
 
 #include <QCoro/QCoroFuture>
@@ -15,4 +18,30 @@ QCoro::Task<QString> MediaWriterAdapter::finishWriting() {
         [writer] { return QString::fromStdString(writer->finishWriting().string()); });
     QString path = co_await finishing;
     co_return path;
+}
+
+QCoro::Task<std::optional<QString>> MediaWriterAdapter::salvage() {
+    MediaWriter* writer = &m_writer;
+    // Closing the file and copying its fragments take time; the main thread must not wait.
+    QFuture<std::optional<QString>> salvaging =
+        QtConcurrent::run([writer]() -> std::optional<QString> {
+            std::optional<std::filesystem::path> movie = writer->outputURL();
+            if (!movie)
+                return std::nullopt;
+            try {
+                // A writer that still works closes its file properly; a failed one (a full disk)
+                // stops where it is, and its fragments are what is kept.
+                if (writer->hasFailed())
+                    writer->abandon();
+                else
+                    movie = writer->finishWriting();
+                const SalvagedRecording kept = salvageRecording(*movie);
+                return QString::fromStdString(kept.movie.string());
+            } catch (const std::exception& error) {
+                logLine("⚠️ Nothing of the recording could be kept: {}", error.what());
+                return std::nullopt;
+            }
+        });
+    std::optional<QString> kept = co_await salvaging;
+    co_return kept;
 }

@@ -37,6 +37,11 @@ public:
     }
     QCoro::Task<QString> finishWriting() override;
     void cancel() override { m_writer.cancel(); }
+    std::optional<QString> outputURL() const override {
+        const auto& url = m_writer.outputURL();
+        return url ? std::optional(QString::fromStdString(url->string())) : std::nullopt;
+    }
+    QCoro::Task<std::optional<QString>> salvage() override;
 
     const MediaWriter& writer() const { return m_writer; }
 

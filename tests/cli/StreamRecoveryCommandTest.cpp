@@ -113,12 +113,28 @@ TEST(StreamRecoveryCommandTest, MonitorGoneForGoodEndsTheRecording) {
     REQUIRE_XVFB(twoMonitors());
     XvfbSession session(twoMonitors());
     ASSERT_TRUE(session.isReady()) << session.error();
+    ScreenAnimation animation;
     MonitorRecording recording;
     ASSERT_TRUE(recording.waitForOutput("Successfully appended video frame #1"))
         << recording.errors();
+    std::this_thread::sleep_for(2s);
     ASSERT_EQ(runCommand({"xrandr", "--delmonitor", "right"}, 5s), 0);
     ASSERT_EQ(recording.process.waitForExit(20s), 1) << recording.output();
     EXPECT_NE(recording.output().find("❌ Stream recovery attempt 3 failed"), std::string::npos);
     EXPECT_NE(recording.errors().find("Recording Interrupted"), std::string::npos)
         << recording.errors();
+    // What was recorded before the monitor went is kept, playable, and the alert says where.
+    std::string kept;
+    std::istringstream lines(recording.output());
+    for (std::string line; std::getline(lines, line);)
+        if (line.find(" (Recovered).mov") != std::string::npos)
+            kept = line;
+    ASSERT_FALSE(kept.empty()) << recording.output();
+    EXPECT_NE(recording.errors().find("(Recovered).mov"), std::string::npos);
+    const auto probed = probeMovie(kept);
+    ASSERT_TRUE(probed.has_value()) << kept;
+    const ProbedStream* video = probed->first(AVMEDIA_TYPE_VIDEO);
+    ASSERT_NE(video, nullptr);
+    EXPECT_GT(video->endSeconds, 1.5);
+    EXPECT_LT(video->endSeconds, 4.5);
 }

@@ -34,6 +34,7 @@
 #include "core/support/TimerManager.h"
 
 #include <QCoreApplication>
+#include <QFile>
 #include <QFileInfo>
 #include <QPointer>
 
@@ -80,8 +81,7 @@ RecordingCoordinator::RecordingCoordinator(RecordingServices services, QObject* 
             [this] { return m_recordingState.isRecording(); },
             [this] { return m_recordingState.displayName(); }, [this] { return isPaused(); },
             [this] {
-                return m_recovery.isRecovering() ||
-                       m_recovery.isAwaitingRestartFirstFrame().load();
+                return m_recovery.isRecovering() || m_recovery.isAwaitingRestartFirstFrame().load();
             },
             [this] { return m_metadataRecorder.get(); }, [this] { return m_zoomRenderer.get(); }});
     setupKeyboardShortcuts();
@@ -624,6 +624,7 @@ void RecordingCoordinator::resetSmartClickZoomState() {
 
 QCoro::Task<void> RecordingCoordinator::cleanupAfterError() {
     QPointer<RecordingCoordinator> self(this);
+    m_isCleaningUp = true;
     invalidateRecordingTimers();
     removeSystemEventObservers();
     m_recovery.reset();
@@ -634,11 +635,48 @@ QCoro::Task<void> RecordingCoordinator::cleanupAfterError() {
     co_await stopMonitoringAndCapture();
     if (!self)
         co_return;
+    co_await salvageOutputs();
+    if (!self)
+        co_return;
     discardOutputs();
     if (m_configuration && m_configuration->preventSleep)
         m_services.sleepPreventer->allowSleep();
     resetTiming();
     m_configuration.reset();
+    m_isCleaningUp = false;
+}
+
+QCoro::Task<void> RecordingCoordinator::salvageOutputs() {
+    QPointer<RecordingCoordinator> self(this);
+    m_salvagedURL.reset();
+    MediaWriterEngine* writer = m_mediaWriter.load();
+    // Layer packages and writers that never received a frame have nothing to keep.
+    if (m_layerRecordingManager || !writer || !writer->isWriting())
+        co_return;
+    const std::optional<QString> movie = writer->outputURL();
+    if (!movie)
+        co_return;
+    // The metadata goes where a finished recording's would; the salvage cuts it to the length
+    // of what it keeps and moves it beside the kept file.
+    const QString metadata = RecordingOutputFinisher::metadataURL(*movie, std::nullopt);
+    if (m_metadataRecorder)
+        RecordingOutputFinisher::saveMetadata(
+            *m_metadataRecorder, currentVideoTimelineTimestamp().value_or(0.0), metadata);
+    const std::optional<QString> kept = co_await writer->salvage();
+    if (!self)
+        co_return;
+    QFile::remove(metadata);
+    if (!kept)
+        co_return;
+    m_salvagedURL = kept;
+    logLine("💾 Saved what was recorded before the failure: {}", kept->toStdString());
+}
+
+QString RecordingCoordinator::salvageNotice() const {
+    if (!m_salvagedURL)
+        return {};
+    return QStringLiteral("\n\nWhat was recorded until then is saved as \"%1\".")
+        .arg(QFileInfo(*m_salvagedURL).fileName());
 }
 
 QCoro::Task<void> RecordingCoordinator::handleStreamInterruption(StreamError error) {
@@ -654,7 +692,8 @@ QCoro::Task<void> RecordingCoordinator::handleStreamInterruption(StreamError err
     ErrorReporter::shared().showAlert(
         QStringLiteral("Recording Interrupted"),
         QStringLiteral(
-            "The screen capture was interrupted unexpectedly and could not be restarted."));
+            "The screen capture was interrupted unexpectedly and could not be restarted.") +
+            salvageNotice());
 }
 
 QCoro::Task<void> RecordingCoordinator::handleMediaWriterFailureIfNeeded() {
@@ -669,8 +708,12 @@ QCoro::Task<void> RecordingCoordinator::handleMediaWriterFailureIfNeeded() {
     co_await cleanupAfterError();
     if (!self)
         co_return;
-    ErrorReporter::shared().reportAndAlert(error, QStringLiteral("Asset writer failed"),
-                                           QStringLiteral("Recording Failed"));
+    if (m_salvagedURL)
+        ErrorReporter::shared().showAlert(QStringLiteral("Recording Failed"),
+                                          error.errorDescription() + salvageNotice());
+    else
+        ErrorReporter::shared().reportAndAlert(error, QStringLiteral("Asset writer failed"),
+                                               QStringLiteral("Recording Failed"));
 }
 
 void RecordingCoordinator::installSystemEventObservers() {

@@ -71,6 +71,10 @@ public:
     QCoro::Task<void> handleStreamInterruption(StreamError error);
     // The writer latched a failure: end the recording once, however many appends fail.
     QCoro::Task<void> handleMediaWriterFailureIfNeeded();
+    // What a recording that ended on an error kept on disk, "<name> (Recovered).<ext>".
+    const std::optional<QString>& salvagedURL() const { return m_salvagedURL; }
+    // While the engines are released after a failure; the coordinator must live until then.
+    bool isCleaningUp() const { return m_isCleaningUp; }
 
     void beginStartupTrace(const QString& source = QStringLiteral("recordButtonClicked"));
     void markStartupPhase(const QString& name) { m_trace.mark(name); }
@@ -172,6 +176,9 @@ private:
     void resetSmartClickZoomState();
     // The writer's file (or the layer files) removed, the metadata and click-zoom state dropped.
     void discardOutputs();
+    // Keeps what the writer already wrote of a recording that ends on an error.
+    QCoro::Task<void> salvageOutputs();
+    QString salvageNotice() const;
     void releaseLayerRecording();
     void returnToIdleShortly();
     void setupKeyboardShortcuts();
@@ -194,6 +201,8 @@ private:
     // The frame path reads the recovery's flags from engine threads; its own state (last
     // times, pump counts) lives in RecordingFramePath.
     StreamRecovery m_recovery;
+    std::optional<QString> m_salvagedURL;
+    bool m_isCleaningUp = false;
     bool m_systemEventsInstalled = false;
     bool m_pausedForSleep = false;
     bool m_shouldUseWindowPump = false;

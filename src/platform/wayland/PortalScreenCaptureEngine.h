@@ -10,6 +10,7 @@
 #include <mutex>
 #include <optional>
 
+class X11ContentFilter;
 class PortalSessionKeeper;
 class PortalScreenCast;
 
@@ -69,7 +70,7 @@ private:
     std::shared_ptr<PortalScreenCast> m_session;
     std::optional<SCShareableContent> m_availableContent;
     std::optional<RecordingMode> m_mode;
-    std::shared_ptr<SCContentFilter> m_filter;
+    std::shared_ptr<X11ContentFilter> m_filter;
     std::optional<Plan> m_plan;
 
     FrameHandler m_frameHandler;

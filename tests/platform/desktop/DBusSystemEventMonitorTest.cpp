@@ -54,6 +54,8 @@ TEST(DBusSystemEventMonitorTest, DesktopSignalsBecomeEvents) {
         emitSignal(system, "ev-logind", QStringLiteral("/org/freedesktop/login1"),
                    QStringLiteral("org.freedesktop.login1.Manager"),
                    QStringLiteral("PrepareForSleep"), {false});
+        // Two buses keep no order between them: one signal at a time.
+        ASSERT_TRUE(waitFor([&] { return events.size() == 2; }));
         emitSignal(session, "ev-saver", QStringLiteral("/org/freedesktop/ScreenSaver"),
                    QStringLiteral("org.freedesktop.ScreenSaver"), QStringLiteral("ActiveChanged"),
                    {true});

@@ -46,4 +46,12 @@ public:
     virtual QCoro::Task<QString> finishWriting() = 0;
     // Stops writing and removes the file.
     virtual void cancel() = 0;
+
+    // The file being written; absent when the writer cannot tell.
+    virtual std::optional<QString> outputURL() const { return std::nullopt; }
+    // For a recording that must end on an error: stops writing and keeps what reached the disk
+    // as a playable "<name> (Recovered).<ext>" beside the file, with the metadata found beside
+    // it cut to the same length. Returns the new file's path; absent when nothing playable was
+    // written or the writer cannot salvage. Never throws.
+    virtual QCoro::Task<std::optional<QString>> salvage() { co_return std::nullopt; }
 };
