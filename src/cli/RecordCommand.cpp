@@ -1,5 +1,7 @@
 #include "cli/RecordCommand.h"
 
+#include "cli/CountdownPrinter.h"
+
 #include "core/model/RecordingError.h"
 #include "core/recording/RecordingCoordinator.h"
 #include "core/recording/RecordingServices.h"
@@ -256,30 +258,25 @@ QCoro::Task<int> recordUntilStopped(RecordingCoordinator& coordinator, Recording
                                     std::optional<double> duration, FILE* out, FILE* err) {
     // The trace ends at the first written frame and lands in the startup timing log.
     coordinator.beginStartupTrace(QStringLiteral("commandLine"));
-    // The command counts down itself, so that a stop signal during the count ends it at once
-    // instead of at the next whole second.
-    const int countdown = configuration.countdown;
-    configuration.countdown = 0;
     bool started = false;
     bool cancelled = false;
     try {
         QCoro::Task<void> preparing = coordinator.prepareRecording(mode, configuration);
         co_await preparing;
-        for (int remaining = countdown; remaining > 0 && stopSignals == 0; --remaining) {
-            fmt::print(err, "⏳ Recording starts in {}\n", remaining);
-            std::fflush(err);
-            for (int slice = 0; slice < 50 && stopSignals == 0; ++slice) {
-                QCoro::Task<void> waiting = QCoro::sleepFor(std::chrono::milliseconds(20));
-                co_await waiting;
-            }
+        // The coordinator counts down; a stop signal meanwhile cancels the start, which ends
+        // the count at its next second.
+        QCoro::Task<void> starting = coordinator.startRecording();
+        while (!starting.isReady()) {
+            if (stopSignals != 0 && coordinator.recordingState().is<RecordingState::Ready>())
+                coordinator.cancelPreparation();
+            QCoro::Task<void> waiting = QCoro::sleepFor(std::chrono::milliseconds(20));
+            co_await waiting;
         }
-        if (stopSignals != 0) {
+        co_await starting;
+        if (stopSignals != 0 && !coordinator.recordingState().isActive())
             cancelled = true;
-        } else {
-            QCoro::Task<void> starting = coordinator.startRecording();
-            co_await starting;
+        else
             started = true;
-        }
     } catch (const std::exception& error) {
         // A signal during preparation may surface as its failure; it was still a cancel.
         if (stopSignals == 0)
@@ -386,8 +383,10 @@ int runRecord(const QStringList& arguments, FILE* out, FILE* err) {
         return 2;
     }
 
+    CountdownPrinter countdown(err);
     RecordingServices services;
     services.engines = factory.get();
+    services.panel = &countdown;
     RecordingCoordinator coordinator(services);
 
     stopSignals = 0;
