@@ -8,8 +8,9 @@
 #include <QMenu>
 #include <QSystemTrayIcon>
 
-TrayStatusBar::TrayStatusBar(QObject* parent) : QObject(parent) {
+TrayStatusBar::TrayStatusBar(QObject* parent) : QObject(parent), m_menu(new QMenu()) {
     createStatusItem();
+    rebuildMenu();
 }
 
 TrayStatusBar::~TrayStatusBar() {
@@ -20,7 +21,6 @@ void TrayStatusBar::createStatusItem() {
     // Without a tray program the desktop has nowhere to put an icon; the panel is enough then.
     if (!QSystemTrayIcon::isSystemTrayAvailable())
         return;
-    m_menu = new QMenu();
     m_statusItem = new QSystemTrayIcon(AppIcons::applicationIcon(), this);
     m_statusItem->setContextMenu(m_menu);
     connect(m_statusItem, &QSystemTrayIcon::activated, this,
@@ -41,7 +41,6 @@ void TrayStatusBar::removeStatusItem() {
     delete m_statusItem;
     m_statusItem = nullptr;
     delete m_menu;
-    m_menu = nullptr;
 }
 
 QString TrayStatusBar::title() const {

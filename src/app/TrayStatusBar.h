@@ -30,6 +30,7 @@ public:
     bool isPaused() const { return m_isPaused; }
     const QString& recordingDuration() const { return m_recordingDuration; }
     QString title() const;
+    // The controls, also where there is no tray to show them in.
     QMenu* menu() const { return m_menu; }
 
     void handleStop();

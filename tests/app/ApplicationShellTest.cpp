@@ -49,12 +49,3 @@ TEST(ApplicationShellTest, startsOnXvfbAndShowsItsWindow) {
     EXPECT_TRUE(found.has_value() && !found->empty()) << "no window titled tavelquiston appeared";
     EXPECT_TRUE(app.isRunning());
 }
-
-// The window shows the recording state it is given.
-TEST(ApplicationShellTest, mainWindowShowsState) {
-    MainWindow window;
-    EXPECT_EQ(window.windowTitle(), "tavelquiston");
-    EXPECT_EQ(window.statusText(), "Idle");
-    window.setStatusText("Recording");
-    EXPECT_EQ(window.statusText(), "Recording");
-}
