@@ -206,7 +206,8 @@ void AreaSelector::mouseMoveEvent(QMouseEvent* event) {
     const QPoint delta = p - m_anchor;
     switch (m_drag) {
     case Drag::create:
-        next = QRect(m_anchor, p).normalized();
+        // Exactly the dragged distance: a drag of 400 points makes an area 400 wide.
+        next = QRect(m_anchor, QSize(p.x() - m_anchor.x(), p.y() - m_anchor.y())).normalized();
         break;
     case Drag::move:
         next.translate(delta);

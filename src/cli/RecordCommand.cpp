@@ -1,6 +1,7 @@
 #include "cli/RecordCommand.h"
 
 #include "cli/CountdownPrinter.h"
+#include "cli/RecordSettings.h"
 
 #include "core/model/RecordingError.h"
 #include "core/recording/RecordingCoordinator.h"
@@ -93,9 +94,10 @@ QRect parseArea(const QString& value) {
 
 } // namespace
 
-RecordRequest parseRecordRequest(const QStringList& arguments) {
-    RecordRequest request;
-    request.outputDirectory = QDir::currentPath();
+RecordRequest parseRecordRequest(const QStringList& arguments, RecordRequest defaults) {
+    RecordRequest request = std::move(defaults);
+    if (request.outputDirectory.isEmpty())
+        request.outputDirectory = QDir::currentPath();
     bool modeGiven = false;
     for (qsizetype i = 0; i < arguments.size(); ++i) {
         const QString& option = arguments[i];
@@ -349,7 +351,8 @@ QCoro::Task<int> recordUntilStopped(RecordingCoordinator& coordinator, Recording
 int runRecord(const QStringList& arguments, FILE* out, FILE* err) {
     RecordRequest request;
     try {
-        request = parseRecordRequest(arguments);
+        request =
+            parseRecordRequest(arguments, recordRequestFromSettings(UserDefaults::standard()));
     } catch (const CliUsageError& error) {
         fmt::print(err, "❌ {}\nusage: tavelquiston-cli {}\n", error.what(), usage);
         return 2;

@@ -42,8 +42,9 @@ public:
     using std::runtime_error::runtime_error;
 };
 
+// The options given on top of `defaults` (the application's settings, see RecordSettings.h).
 // Throws CliUsageError.
-RecordRequest parseRecordRequest(const QStringList& arguments);
+RecordRequest parseRecordRequest(const QStringList& arguments, RecordRequest defaults = {});
 // The recording mode for the request on this desktop; the area becomes the mode's own
 // convention (from the display's bottom left). Throws CliUsageError for unknown ids or an
 // area outside the display.
