@@ -53,7 +53,8 @@ AreaSelector::AreaSelector(std::vector<SCDisplay> displays, UserDefaults& defaul
     const QRect displayRect = m_display ? DesktopGeometry::toTopLeft(m_display->frame) : screenRect;
     setGeometry(displayRect);
     // A still of the display: the overlay needs no compositor to look see-through.
-    if (screen)
+    // (The offscreen platform has no screen contents to take.)
+    if (screen && QGuiApplication::platformName() != QLatin1String("offscreen"))
         m_still = screen->grabWindow(0, displayRect.x() - screen->geometry().x(),
                                      displayRect.y() - screen->geometry().y(), displayRect.width(),
                                      displayRect.height());

@@ -26,7 +26,14 @@ ThumbnailTile::ThumbnailTile(const QString& name, QWidget* parent) : QToolButton
     setToolTip(name);
     setCheckable(true);
     setCursor(Qt::PointingHandCursor);
-    setFixedSize(pictureSize.width() + 2 * padding,
+    // A size hint with a fixed policy rather than setFixedSize: the style sheet's button
+    // minimum would otherwise replace the fixed minimum when the tile is polished.
+    setSizePolicy(QSizePolicy::Fixed, QSizePolicy::Fixed);
+    resize(sizeHint());
+}
+
+QSize ThumbnailTile::sizeHint() const {
+    return QSize(pictureSize.width() + 2 * padding,
                  pictureSize.height() + 2 * padding + labelHeight);
 }
 

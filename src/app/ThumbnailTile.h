@@ -13,6 +13,8 @@ public:
 
     void setPicture(const QPixmap& picture);
     bool hasPicture() const { return m_hasPicture; }
+    QSize sizeHint() const override;
+    QSize minimumSizeHint() const override { return sizeHint(); }
 
 protected:
     void paintEvent(QPaintEvent* event) override;

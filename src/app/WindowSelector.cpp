@@ -53,15 +53,18 @@ WindowSelector::WindowSelector(std::vector<SCWindow> windows, bool several, QWid
     connect(group, &QButtonGroup::idToggled, this,
             [this] { setRecordEnabled(!chosenWindows().empty()); });
 
+    // Two rows show at once; more scroll.
     auto* scroll = new QScrollArea(this);
+    scroll->setObjectName(QStringLiteral("windowGrid"));
     scroll->setWidget(grid);
-    scroll->setWidgetResizable(false);
+    scroll->setWidgetResizable(true);
     scroll->setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
-    const int rows =
-        std::min<int>(2, std::max<int>(1, (int(m_windows.size()) + columns - 1) / columns));
-    grid->adjustSize();
-    scroll->setFixedSize(grid->sizeHint().width() + 12,
-                         std::min(grid->sizeHint().height(), rows * 195) + 4);
+    scroll->setStyleSheet(QStringLiteral("QScrollArea, QScrollArea > QWidget > QWidget {"
+                                         " background: transparent; }"));
+    const QSize tile = m_tiles.empty() ? QSize() : m_tiles.front()->sizeHint();
+    const int rows = std::clamp((int(m_windows.size()) + columns - 1) / columns, 1, 2);
+    const int shownColumns = std::clamp(int(m_windows.size()), 1, columns);
+    scroll->setFixedSize(shownColumns * (tile.width() + 12) + 12, rows * (tile.height() + 12));
     content()->addWidget(scroll);
     if (m_windows.empty())
         content()->addWidget(new QLabel(tr("No windows are open on this desktop."), this));

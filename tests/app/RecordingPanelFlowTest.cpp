@@ -2,12 +2,14 @@
 #include "core/recording/CoordinatorHarness.h"
 
 #include "app/FloatingRecordingPanel.h"
+#include "app/MainWindow.h"
 #include "app/RecordingLauncher.h"
 #include "app/TrayStatusBar.h"
 
 #include <QLabel>
 #include <QMenu>
 #include <QPushButton>
+#include <QToolButton>
 
 #include <thread>
 
@@ -175,4 +177,34 @@ TEST_F(RecordingPanelFlow, FailedPreparationHidesThePanel) {
     EXPECT_FALSE(start->value.value_or(true));
     EXPECT_FALSE(panelWindow().isVisible());
     EXPECT_TRUE(coordinator->recordingState().is<RecordingState::Idle>());
+}
+
+// The main window offers every mode and the devices the engines know; its choices are stored.
+TEST_F(RecordingPanelFlow, MainWindowOffersModesAndDevices) {
+    MainWindow window(*coordinator, *launcher, factory, *defaults);
+    window.show();
+    EXPECT_EQ(window.windowTitle(), "tavelquiston");
+    EXPECT_TRUE(window.windowFlags().testFlag(Qt::FramelessWindowHint));
+    for (const char* mode : {"display", "area", "window", "windows", "application", "audio"})
+        EXPECT_NE(window.findChild<QToolButton*>(QStringLiteral("modeTile_") + mode), nullptr)
+            << mode;
+    ASSERT_NE(window.findChild<QPushButton*>("recordButton"), nullptr);
+
+    window.findChild<QToolButton*>("modeTile_area")->click();
+    EXPECT_EQ(window.mode(), MainWindow::Mode::area);
+    EXPECT_EQ(defaults->stringValue("lastRecordingMode", QString()), "area");
+
+    auto* microphone = window.findChild<QToolButton*>("microphoneChip");
+    ASSERT_NE(microphone, nullptr);
+    ASSERT_NE(microphone->menu(), nullptr);
+    EXPECT_TRUE(actionTexts(*microphone->menu()).contains("USB Mic"));
+    auto* camera = window.findChild<QToolButton*>("cameraChip");
+    EXPECT_TRUE(actionTexts(*camera->menu()).contains("Capture Card"));
+    microphone->click();
+    EXPECT_TRUE(defaults->boolValue("recordMicrophone"));
+    EXPECT_TRUE(saveWidgetScreenshot(window, "main-window.png"));
+
+    // A new window remembers the mode.
+    MainWindow next(*coordinator, *launcher, factory, *defaults);
+    EXPECT_EQ(next.mode(), MainWindow::Mode::area);
 }
