@@ -130,11 +130,17 @@ QWidget* MainWindow::makeModeTiles() {
     row->setSpacing(8);
     m_tiles = new QButtonGroup(this);
     m_tiles->setExclusive(true);
+    int number = 0;
     for (const ModeTile& tile : modeTiles) {
         auto* button = new QToolButton(tiles);
-        button->setObjectName(QStringLiteral("modeTile_") + QLatin1String(tile.key));
         button->setProperty("role", QStringLiteral("tile"));
         button->setText(tr(tile.title));
+        // Keyboard first: 1 to 6 choose the mode (after setText, which resets the shortcut).
+        ++number;
+        button->setShortcut(QKeySequence(Qt::Key_0 + number));
+        button->setToolTip(tr("%1 (%2)").arg(tr(tile.title)).arg(number));
+        button->setObjectName(QStringLiteral("modeTile_") + QLatin1String(tile.key));
+
         button->setIcon(AppIcons::icon(QString::fromLatin1(tile.icon), AppStyle::text));
         button->setIconSize(QSize(28, 28));
         button->setToolButtonStyle(Qt::ToolButtonTextUnderIcon);
@@ -345,6 +351,12 @@ void MainWindow::showSelector(QWidget* selector) {
         m_selector->close();
     m_selector = selector;
     selector->setAttribute(Qt::WA_DeleteOnClose);
+    // Selectors open in the middle of the screen; the area overlay covers it already.
+    if (selector->isWindow() && qobject_cast<CardWindow*>(selector)) {
+        selector->adjustSize();
+        if (const QScreen* screen = QGuiApplication::primaryScreen())
+            selector->move(screen->availableGeometry().center() - selector->rect().center());
+    }
     selector->show();
     selector->raise();
     selector->activateWindow();
