@@ -20,7 +20,7 @@ packages=(
   # tests and benchmarks
   googletest libgtest-dev libgmock-dev libbenchmark-dev
   # real services started by the integration tests
-  xvfb openbox xdotool x11-xserver-utils x11-utils x11-apps trayer pulseaudio pulseaudio-utils dbus dbus-bin
+  dpkg-dev xvfb openbox xdotool x11-xserver-utils x11-utils x11-apps trayer pulseaudio pulseaudio-utils dbus dbus-bin
   sox
 )
 
