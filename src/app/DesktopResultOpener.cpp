@@ -4,8 +4,10 @@
 #include "core/support/Log.h"
 #include "core/support/NotificationManager.h"
 
+#include <QCoreApplication>
 #include <QDBusConnection>
 #include <QDBusMessage>
+#include <QDBusPendingCallWatcher>
 #include <QDesktopServices>
 #include <QFileInfo>
 #include <QUrl>
@@ -45,10 +47,18 @@ void DesktopResultOpener::showInFileManager(const QString& path) {
         QStringLiteral("/org/freedesktop/FileManager1"),
         QStringLiteral("org.freedesktop.FileManager1"), QStringLiteral("ShowItems"));
     call << QStringList{QUrl::fromLocalFile(path).toString()} << QString();
-    const QDBusMessage reply = QDBusConnection::sessionBus().call(call, QDBus::Block, 2000);
-    if (reply.type() == QDBusMessage::ReplyMessage)
-        return;
-    // No file manager on the bus: the folder itself opens in whatever the desktop uses.
-    logLine("⚠️ No file manager answered ShowItems; opening the folder instead");
-    QDesktopServices::openUrl(QUrl::fromLocalFile(QFileInfo(path).absolutePath()));
+    auto* watcher = new QDBusPendingCallWatcher(QDBusConnection::sessionBus().asyncCall(call, 5000),
+                                                QCoreApplication::instance());
+    QObject::connect(watcher, &QDBusPendingCallWatcher::finished, watcher,
+                     [path](QDBusPendingCallWatcher* finished) {
+                         finished->deleteLater();
+                         if (!finished->isError())
+                             return;
+                         // No file manager on the bus: the folder opens in whatever the desktop
+                         // uses.
+                         logLine("⚠️ No file manager answered ShowItems; opening the folder "
+                                 "instead");
+                         QDesktopServices::openUrl(
+                             QUrl::fromLocalFile(QFileInfo(path).absolutePath()));
+                     });
 }
