@@ -1,5 +1,7 @@
 #include "app/FloatingRecordingPanel.h"
 
+#include "app/CountdownOverlay.h"
+#include "app/DesktopGeometry.h"
 #include "app/RecordingPanelWidget.h"
 #include "core/recording/RecordingCoordinator.h"
 #include "core/support/Log.h"
@@ -73,12 +75,14 @@ void FloatingRecordingPanel::show(RecordingCoordinator& coordinator) {
     m_isStarting = false;
     m_isPaused = coordinator.isPaused();
     m_recordingDuration = 0.0;
+    hideCountdown();
     startDurationTimer();
     present();
 }
 
 void FloatingRecordingPanel::hide() {
     stopDurationTimer();
+    hideCountdown();
     if (m_panel && m_panel->isVisible()) {
         storePosition(m_panel->pos());
         m_panel->hide();
@@ -98,6 +102,37 @@ void FloatingRecordingPanel::setPaused(bool paused) {
 void FloatingRecordingPanel::updateStartingCountdown(int seconds) {
     m_startingCountdown = seconds;
     refresh();
+    if (seconds <= 0) {
+        hideCountdown();
+        return;
+    }
+    if (!m_countdown)
+        m_countdown = std::make_unique<CountdownOverlay>();
+    m_countdown->showCount(seconds, recordedArea());
+}
+
+void FloatingRecordingPanel::hideCountdown() {
+    if (m_countdown)
+        m_countdown->hide();
+}
+
+QRect FloatingRecordingPanel::recordedArea() const {
+    const QScreen* primary = QGuiApplication::primaryScreen();
+    const QRect fallback = primary ? primary->geometry() : QRect(0, 0, 1280, 720);
+    if (!m_coordinator || !m_coordinator->configuration())
+        return fallback;
+    const RecordingMode& mode = m_coordinator->configuration()->mode;
+    if (const auto* screen = mode.as<RecordingMode::Screen>())
+        return DesktopGeometry::toTopLeft(screen->display.frame);
+    if (const auto* area = mode.as<RecordingMode::ScreenArea>()) {
+        const Rect& display = area->display.frame;
+        return DesktopGeometry::toTopLeft(Rect(display.origin.x + area->rect.origin.x,
+                                               display.origin.y + area->rect.origin.y,
+                                               area->rect.size.width, area->rect.size.height));
+    }
+    if (const auto* window = mode.as<RecordingMode::Window>())
+        return DesktopGeometry::toTopLeft(window->window.frame);
+    return fallback;
 }
 
 void FloatingRecordingPanel::present() {

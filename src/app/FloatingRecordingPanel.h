@@ -10,6 +10,7 @@
 #include <memory>
 #include <optional>
 
+class CountdownOverlay;
 class QLabel;
 class QPushButton;
 class RecordingPanelWidget;
@@ -47,6 +48,7 @@ public:
     // The text the pill shows now: "Starting...", "Rec in 3" or "01:05".
     QString statusText() const;
     QWidget* window() const;
+    CountdownOverlay* countdownOverlay() const { return m_countdown.get(); }
 
 signals:
     // The person cancelled the start from the panel.
@@ -59,8 +61,12 @@ private:
     void refresh();
     void startDurationTimer();
     void stopDurationTimer();
+    void hideCountdown();
+    // Where the recording will be, on the desktop: the countdown's place.
+    QRect recordedArea() const;
 
     std::unique_ptr<RecordingPanelWidget> m_panel;
+    std::unique_ptr<CountdownOverlay> m_countdown;
     QPointer<RecordingCoordinator> m_coordinator;
     QTimer m_durationTimer;
     std::optional<QPoint> m_storedPosition;

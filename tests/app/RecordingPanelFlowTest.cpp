@@ -1,6 +1,8 @@
 #include "TestArtifacts.h"
 #include "core/recording/CoordinatorHarness.h"
 
+#include "app/CountdownOverlay.h"
+#include "app/DesktopGeometry.h"
 #include "app/FloatingRecordingPanel.h"
 #include "app/MainWindow.h"
 #include "app/RecordingLauncher.h"
@@ -89,10 +91,18 @@ TEST_F(RecordingPanelFlow, PanelAndTrayFollowAWholeRecording) {
     EXPECT_TRUE(panelWindow().isVisible());
     EXPECT_TRUE(panelWindow().windowFlags().testFlag(Qt::WindowStaysOnTopHint));
     EXPECT_TRUE(panelWindow().windowFlags().testFlag(Qt::FramelessWindowHint));
-    EXPECT_EQ(shownStatus(), "Rec in 3");
+    // Preparation runs on the thread pool; the count shows when it is done.
+    EXPECT_TRUE(waitForStatus("Rec in 3")) << shownStatus().toStdString();
     EXPECT_TRUE(button("panelCancelButton")->isVisibleTo(&panelWindow()));
     EXPECT_FALSE(button("panelStopButton")->isVisibleTo(&panelWindow()));
     EXPECT_TRUE(saveWidgetScreenshot(panelWindow(), "panel-countdown.png"));
+    // The big number stands in the middle of the display that will be recorded.
+    ASSERT_NE(realPanel.countdownOverlay(), nullptr);
+    EXPECT_TRUE(realPanel.countdownOverlay()->isVisible());
+    EXPECT_EQ(realPanel.countdownOverlay()->count(), 3);
+    EXPECT_EQ(realPanel.countdownOverlay()->geometry().center(),
+              DesktopGeometry::toTopLeft(Rect(0, 0, 1920, 1080)).center());
+    EXPECT_TRUE(saveWidgetScreenshot(*realPanel.countdownOverlay(), "countdown-overlay.png"));
 
     clock.advance(1.0);
     EXPECT_TRUE(waitForStatus("Rec in 2"));
@@ -101,6 +111,7 @@ TEST_F(RecordingPanelFlow, PanelAndTrayFollowAWholeRecording) {
     ASSERT_EQ(start->errorText(), "");
     EXPECT_TRUE(coordinator->recordingState().isRecording());
     EXPECT_TRUE(waitForStatus("00:00"));
+    EXPECT_FALSE(realPanel.countdownOverlay()->isVisible());
     EXPECT_EQ(button("panelPauseButton")->text(), "Pause");
     EXPECT_EQ(button("panelStopButton")->text(), "Stop Recording");
     EXPECT_FALSE(button("panelCancelButton")->isVisibleTo(&panelWindow()));
@@ -146,7 +157,7 @@ TEST_F(RecordingPanelFlow, CancelDuringCountdownLeavesNothing) {
     configuration.countdown = 5;
     auto start = launch(launcher->start(configuration));
     drainEvents(clock);
-    ASSERT_EQ(shownStatus(), "Rec in 5");
+    ASSERT_TRUE(waitForStatus("Rec in 5")) << shownStatus().toStdString();
 
     button("panelCancelButton")->click();
     EXPECT_FALSE(panelWindow().isVisible());
