@@ -19,9 +19,11 @@
 #include "core/support/ScreenRecordingPermission.h"
 #include "platform/RecordingEngineLoader.h"
 #include "platform/desktop/DesktopServices.h"
+#include "platform/x11/X11GlobalShortcuts.h"
 
 #include <QApplication>
 #include <QDesktopServices>
+#include <QGuiApplication>
 #include <QTimer>
 #include <QUrl>
 
@@ -95,6 +97,7 @@ ApplicationShell::ApplicationShell(const QStringList& arguments, QElapsedTimer s
     connect(m_coordinator, &RecordingCoordinator::recordingStateChanged, this,
             &ApplicationShell::publishState);
     connectInstanceControl();
+    installGlobalShortcuts();
 
     m_window->show();
     reportWindowShown();
@@ -106,7 +109,16 @@ ApplicationShell::ApplicationShell(const QStringList& arguments, QElapsedTimer s
     requestScreenRecordingPermissionIfNeeded(arguments);
 }
 
+QString ApplicationShell::defaultToggleShortcut() {
+    return QStringLiteral("Ctrl+Alt+R");
+}
+
+QString ApplicationShell::defaultPauseShortcut() {
+    return QStringLiteral("Ctrl+Alt+P");
+}
+
 ApplicationShell::~ApplicationShell() {
+    m_shortcuts.reset();
     KeyboardShortcutHandler::shared().stopMonitoring();
     ErrorReporter::shared().setAlertPresenter(nullptr);
     m_window.reset();
@@ -152,6 +164,34 @@ void ApplicationShell::connectInstanceControl() {
             &RecordingLauncher::togglePause);
     connect(m_control, &InstanceControlService::stopRequested, m_launcher,
             &RecordingLauncher::stop);
+}
+
+void ApplicationShell::installGlobalShortcuts() {
+    // Only an X11 desktop lets a program take keys for itself; elsewhere the desktop's own
+    // shortcut settings run `tavelquiston --toggle-recording`.
+    if (QGuiApplication::platformName() != QLatin1String("xcb"))
+        return;
+    try {
+        m_shortcuts = std::make_unique<X11GlobalShortcuts>();
+    } catch (const std::exception& error) {
+        logLine("⚠️ Global shortcuts are unavailable: {}", error.what());
+        return;
+    }
+    const auto bindSetting = [this](const char* key, const QString& fallback, auto action) {
+        const QString text = m_defaults.stringValue(key, fallback);
+        const auto parsed = X11GlobalShortcuts::parse(text);
+        if (!parsed) {
+            logLine("⚠️ Global shortcut \"{}\" is not a key this desktop can grab",
+                    text.toStdString());
+            return;
+        }
+        if (m_shortcuts->bind(*parsed, action))
+            logLine("⌨️ Global shortcut {} ready", text.toStdString());
+    };
+    bindSetting("shortcutToggleRecording", defaultToggleShortcut(),
+                [this] { m_launcher->toggleRecording(); });
+    bindSetting("shortcutPauseRecording", defaultPauseShortcut(),
+                [this] { m_launcher->togglePause(); });
 }
 
 void ApplicationShell::publishState() {

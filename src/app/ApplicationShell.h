@@ -16,6 +16,7 @@ class RecordingLauncher;
 class SettingsWindow;
 class TrayStatusBar;
 class UserDefaults;
+class X11GlobalShortcuts;
 
 // Everything that lives as long as the application: the engines' factory, the one recording
 // coordinator and its surfaces (tray, panel), the main window, the instance's D-Bus control and
@@ -40,10 +41,14 @@ public:
     // Whether this process can show windows at all: an X11 or Wayland display, or Qt's
     // offscreen platform. Checked before the application object exists.
     static bool displayAvailable();
+    // The global keys when none are set in "shortcutToggleRecording" / "shortcutPauseRecording".
+    static QString defaultToggleShortcut();
+    static QString defaultPauseShortcut();
 
 private:
     void requestScreenRecordingPermissionIfNeeded(const QStringList& arguments);
     void connectInstanceControl();
+    void installGlobalShortcuts();
     void publishState();
     void reportWindowShown();
 
@@ -57,6 +62,7 @@ private:
     InstanceControlService* m_control = nullptr;
     std::unique_ptr<MainWindow> m_window;
     QPointer<SettingsWindow> m_settings;
+    std::unique_ptr<X11GlobalShortcuts> m_shortcuts;
     QElapsedTimer m_sinceStart;
     bool m_restoreWindowAfterRecording = false;
 };

@@ -239,7 +239,10 @@ QWidget* MainWindow::makeRecordArea() {
     font.setWeight(QFont::DemiBold);
     m_record->setFont(font);
     connect(m_record, &QPushButton::clicked, this, &MainWindow::record);
-    auto* hint = new QLabel(tr("Enter · or tavelquiston --toggle-recording from anywhere"), area);
+    auto* hint = new QLabel(
+        tr("Enter · %1 from anywhere")
+            .arg(m_defaults.stringValue("shortcutToggleRecording", QStringLiteral("Ctrl+Alt+R"))),
+        area);
     hint->setObjectName(QStringLiteral("recordShortcutHint"));
     hint->setProperty("role", QStringLiteral("secondary"));
     hint->setAlignment(Qt::AlignCenter);

@@ -15,6 +15,7 @@
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
+#include <QKeySequenceEdit>
 #include <QLabel>
 #include <QLineEdit>
 #include <QListWidget>
@@ -283,9 +284,23 @@ QWidget* SettingsWindow::generalPage() {
     check(form, "showInMenuBar", false, tr("Keep an icon in the tray between recordings"));
     check(form, "showInDock", true, tr("Show the main window when tavelquiston starts"));
     check(form, "showPreview", true, tr("Show a preview after recording"));
+    const auto shortcut = [this, form](const char* key, const QString& fallback,
+                                       const QString& label) {
+        auto* edit =
+            new QKeySequenceEdit(QKeySequence::fromString(m_defaults.stringValue(key, fallback),
+                                                          QKeySequence::PortableText),
+                                 form->parentWidget());
+        edit->setObjectName(objectNameFor(key));
+        connect(edit, &QKeySequenceEdit::editingFinished, this, [this, key, edit] {
+            m_defaults.set(key, edit->keySequence().toString(QKeySequence::PortableText));
+        });
+        form->addRow(label, edit);
+    };
+    shortcut("shortcutToggleRecording", QStringLiteral("Ctrl+Alt+R"), tr("Start / stop"));
+    shortcut("shortcutPauseRecording", QStringLiteral("Ctrl+Alt+P"), tr("Pause / resume"));
     auto* shortcuts = new QLabel(
-        tr("Ctrl+Shift+S stops and Ctrl+Shift+P pauses while tavelquiston is active. From "
-           "anywhere, bind these commands in your desktop's keyboard settings:\n"
+        tr("These keys work anywhere on an X11 desktop from the next start. On other desktops, "
+           "bind these commands in the desktop's keyboard settings:\n"
            "tavelquiston --toggle-recording · tavelquiston --pause · tavelquiston --stop"),
         page);
     shortcuts->setObjectName(QStringLiteral("shortcutsHelp"));

@@ -202,3 +202,27 @@ TEST(ApplicationDesktopTest, DraggedAreaIsTheRecordingsSize) {
     EXPECT_EQ(video->width, 640);
     EXPECT_EQ(video->height, 480);
 }
+
+// The global key starts and stops a recording while another program has the focus.
+TEST(ApplicationDesktopTest, GlobalKeyStartsAndStopsFromAnywhere) {
+    REQUIRE_XVFB(desktop());
+    REQUIRE_DBUS();
+    REQUIRE_TOOL("xdotool");
+    XvfbSession session(desktop());
+    ASSERT_TRUE(session.isReady()) << session.error();
+    DesktopApplication program("countdown=0\nrecordSystemAudio=false\n");
+    ASSERT_TRUE(program.bus.isReady()) << program.bus.error();
+    ASSERT_TRUE(program.start().has_value());
+    // Focus on nothing of ours: the root window.
+    ASSERT_TRUE(program.xdotool({"mousemove", "10", "1000", "click", "1"}));
+
+    ASSERT_TRUE(program.xdotool({"key", "ctrl+alt+r"}));
+    ASSERT_TRUE(program.waitForWindow("^Recording Controls$")) << "the key started nothing";
+    std::this_thread::sleep_for(1200ms);
+    ASSERT_TRUE(program.xdotool({"key", "ctrl+alt+r"}));
+    const auto recording = program.waitForRecording(15s);
+    ASSERT_TRUE(recording.has_value()) << "the key did not stop and save the recording";
+    const auto probed = probeMovie(recording->first.toStdString());
+    ASSERT_TRUE(probed.has_value());
+    EXPECT_GT(probed->first(AVMEDIA_TYPE_VIDEO)->endSeconds, 0.8);
+}
