@@ -86,7 +86,8 @@ ApplicationShell::ApplicationShell(const QStringList& arguments, QElapsedTimer s
     connect(m_window.get(), &MainWindow::closeRequested, this, [this] {
         // With a tray icon or a recording running there is still a way back; otherwise closing
         // the only window ends the program, as a person expects.
-        if (hasTrayIcon() || !m_coordinator->recordingState().is<RecordingState::Idle>())
+        if ((hasTrayIcon() && m_defaults.boolValue("showInMenuBar", false)) ||
+            !m_coordinator->recordingState().is<RecordingState::Idle>())
             m_window->hide();
         else
             QApplication::quit();
@@ -99,7 +100,12 @@ ApplicationShell::ApplicationShell(const QStringList& arguments, QElapsedTimer s
     connectInstanceControl();
     installGlobalShortcuts();
 
-    m_window->show();
+    // "showInMenuBar" keeps the tray icon between recordings; "showInDock" (the window at start)
+    // can be turned off only where the tray offers the way back.
+    m_statusBar->setShownWhenIdle(m_defaults.boolValue("showInMenuBar", false) ||
+                                  !m_defaults.boolValue("showInDock", true));
+    if (m_defaults.boolValue("showInDock", true) || !hasTrayIcon())
+        m_window->show();
     reportWindowShown();
     // The first recording should not pay for building the panel or listing the desktop.
     QTimer::singleShot(0, this, [this] {

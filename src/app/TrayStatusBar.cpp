@@ -74,10 +74,16 @@ void TrayStatusBar::updatePauseState(bool paused) {
     updateStatusItemView();
 }
 
+void TrayStatusBar::setShownWhenIdle(bool shown) {
+    m_shownWhenIdle = shown;
+    updateStatusItemView();
+}
+
 void TrayStatusBar::updateStatusItemView() {
     rebuildMenu();
     if (!m_statusItem)
         return;
+    m_statusItem->setVisible(m_isRecording || m_shownWhenIdle);
     m_statusItem->setToolTip(title());
     m_statusItem->setIcon(m_isRecording ? AppIcons::recordingIcon(m_isPaused)
                                         : AppIcons::applicationIcon());

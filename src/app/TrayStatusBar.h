@@ -26,6 +26,9 @@ public:
     void updatePauseState(bool paused) override;
 
     bool hasTrayIcon() const { return m_statusItem != nullptr; }
+    // Whether the icon stays in the tray between recordings ("showInMenuBar"); while recording
+    // it is always there.
+    void setShownWhenIdle(bool shown);
     bool isRecording() const { return m_isRecording; }
     bool isPaused() const { return m_isPaused; }
     const QString& recordingDuration() const { return m_recordingDuration; }
@@ -51,5 +54,6 @@ private:
     QPointer<RecordingCoordinator> m_recordingCoordinator;
     bool m_isRecording = false;
     bool m_isPaused = false;
+    bool m_shownWhenIdle = true;
     QString m_recordingDuration = QStringLiteral("00:00");
 };
