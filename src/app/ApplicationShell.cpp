@@ -83,6 +83,8 @@ ApplicationShell::ApplicationShell(const QStringList& arguments, QElapsedTimer s
 
     m_window = std::make_unique<MainWindow>(*m_coordinator, *m_launcher, *m_engines, m_defaults);
     connect(m_window.get(), &MainWindow::settingsRequested, this, &ApplicationShell::showSettings);
+    connect(m_window.get(), &MainWindow::hiddenForRecording, this,
+            [this] { m_restoreWindowAfterRecording = true; });
     connect(m_window.get(), &MainWindow::closeRequested, this, [this] {
         // With a tray icon or a recording running there is still a way back; otherwise closing
         // the only window ends the program, as a person expects.
@@ -208,7 +210,8 @@ void ApplicationShell::publishState() {
     if (state.isRecording() && m_window->isVisible()) {
         m_window->hide();
         m_restoreWindowAfterRecording = true;
-    } else if (state.is<RecordingState::Idle>() && m_restoreWindowAfterRecording) {
+    } else if ((state.is<RecordingState::Idle>() || state.is<RecordingState::Failed>()) &&
+               m_restoreWindowAfterRecording && !m_launcher->isStarting()) {
         m_restoreWindowAfterRecording = false;
         m_window->show();
     }

@@ -274,6 +274,7 @@ void MainWindow::record() {
         return;
     if (m_mode == Mode::audioOnly) {
         hide();
+        emit hiddenForRecording();
         m_launcher.start(RecordingMode::systemAudio(),
                          RecordingConfigurationBuilder::Selector::modeSelection);
         return;
@@ -301,6 +302,7 @@ QCoro::Task<void> MainWindow::openSelectorForMode() {
         if (m_selector)
             m_selector->close();
         hide();
+        emit hiddenForRecording();
         m_launcher.start(std::move(mode), selector, autoStop);
     };
     switch (m_mode) {

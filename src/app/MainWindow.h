@@ -43,6 +43,8 @@ public:
 signals:
     void settingsRequested();
     void closeRequested();
+    // The window stepped aside for a recording it started; it comes back afterwards.
+    void hiddenForRecording();
 
 protected:
     void closeEvent(QCloseEvent* event) override;
