@@ -26,6 +26,8 @@
 #include <QToolButton>
 #include <QVBoxLayout>
 
+#include <QCoro/QCoroTimer>
+
 namespace {
 struct ModeTile {
     MainWindow::Mode mode;
@@ -316,11 +318,22 @@ QCoro::Task<void> MainWindow::openSelectorForMode() {
         break;
     }
     case Mode::area: {
+        // The overlay shows a still of the display, which should not have this window in it:
+        // it steps aside first and returns if the area is not recorded.
+        hide();
+        co_await QCoro::sleepFor(std::chrono::milliseconds(150));
+        if (!self)
+            co_return;
         auto* selector = new AreaSelector(content.displays, m_defaults);
         connect(selector, &AreaSelector::areaChosen, this,
                 [startAndHide](const SCDisplay& display, const Rect& rect) {
                     startAndHide(RecordingMode::screenArea(display, rect), Selector::area);
                 });
+        connect(selector, &QObject::destroyed, this, [this] {
+            if (!m_launcher.isStarting() &&
+                m_coordinator.recordingState().is<RecordingState::Idle>())
+                show();
+        });
         showSelector(selector);
         break;
     }
