@@ -35,7 +35,7 @@ QToolButton::menu-indicator { image: none; width: 0; }
 QToolButton[role="chip"][popupMode="1"] { padding-right: 24px; }
 QToolButton::menu-button { border: none; border-left: 1px solid #34353c; width: 18px;
   background: transparent; border-top-right-radius: 14px; border-bottom-right-radius: 14px; }
-QToolButton::menu-arrow { image: none; }
+QToolButton::menu-arrow { image: url(:/icons/ui/chevron-down.svg); width: 12px; height: 12px; }
 QComboBox, QSpinBox, QDoubleSpinBox, QLineEdit {
   background: #26272d; border: 1px solid #34353c; border-radius: 6px; padding: 4px 8px;
   min-height: 20px; selection-background-color: #5b8cff;
