@@ -278,7 +278,8 @@ void MainWindow::record() {
         hide();
         emit hiddenForRecording();
         m_launcher.start(RecordingMode::systemAudio(),
-                         RecordingConfigurationBuilder::Selector::modeSelection);
+                         RecordingConfigurationBuilder::Selector::modeSelection,
+                         QStringLiteral("audio"));
         return;
     }
     openSelectorForMode();
@@ -299,13 +300,14 @@ QCoro::Task<void> MainWindow::openSelectorForMode() {
     if (!self)
         co_return;
     using Selector = RecordingConfigurationBuilder::Selector;
-    auto startAndHide = [this](RecordingMode mode, Selector selector, int autoStop = 0) {
+    const QString source = QString::fromLatin1(modeTiles[size_t(m_mode)].key);
+    auto startAndHide = [this, source](RecordingMode mode, Selector selector, int autoStop = 0) {
         // The selector is still inside its own click; it goes at the next turn of the loop.
         if (m_selector)
             m_selector->close();
         hide();
         emit hiddenForRecording();
-        m_launcher.start(std::move(mode), selector, autoStop);
+        m_launcher.start(std::move(mode), selector, source, autoStop);
     };
     switch (m_mode) {
     case Mode::display: {

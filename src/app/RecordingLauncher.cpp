@@ -15,23 +15,24 @@ RecordingLauncher::RecordingLauncher(RecordingCoordinator& coordinator,
 
 QCoro::Task<bool> RecordingLauncher::start(RecordingMode mode,
                                            RecordingConfigurationBuilder::Selector selector,
-                                           int screenAutoStopMinutes) {
+                                           const QString& source, int screenAutoStopMinutes) {
     RecordingConfiguration configuration =
         RecordingConfigurationBuilder(m_defaults)
             .build(std::move(mode), selector, screenAutoStopMinutes);
-    QCoro::Task<bool> starting = start(std::move(configuration));
+    QCoro::Task<bool> starting = start(std::move(configuration), source);
     co_return co_await starting;
 }
 
-QCoro::Task<bool> RecordingLauncher::start(RecordingConfiguration configuration) {
+QCoro::Task<bool> RecordingLauncher::start(RecordingConfiguration configuration, QString source) {
     QPointer<RecordingLauncher> self(this);
     QPointer<RecordingCoordinator> coordinator = m_coordinator;
     if (!coordinator || m_isStarting || !coordinator->recordingState().is<RecordingState::Idle>())
         co_return false;
     m_isStarting = true;
     m_cancelled = false;
-    coordinator->beginStartupTrace();
+    coordinator->beginStartupTrace(source);
     m_panel.showStarting(*coordinator);
+    coordinator->markStartupPhase(QStringLiteral("startingPanel.show"));
 
     bool prepared = false;
     std::exception_ptr failure;
@@ -56,7 +57,7 @@ QCoro::Task<bool> RecordingLauncher::start(RecordingConfiguration configuration)
         // A cancel during preparation lets it finish first; what it prepared goes now.
         coordinator->cancelPreparation();
         coordinator->cancelStartupTrace(m_cancelled ? QStringLiteral("cancelledByUser")
-                                                    : QStringLiteral("startFailed"));
+                                                    : source + QStringLiteral("StartFailed"));
         m_panel.hide();
     }
     if (failure && !m_cancelled) {
@@ -65,7 +66,9 @@ QCoro::Task<bool> RecordingLauncher::start(RecordingConfiguration configuration)
         } catch (const std::exception& error) {
             logLine("❌ Failed to start recording ({}): {}", prepared ? "start" : "preparation",
                     error.what());
-            ErrorReporter::shared().reportRecordingStartFailure(error);
+            ErrorReporter::shared().showAlert(QStringLiteral("Recording Error"),
+                                              QStringLiteral("Failed to start recording: ") +
+                                                  QString::fromUtf8(error.what()));
         }
         if (recording) {
             // An engine failed after the state became `recording`: stopping cleans up from there.
@@ -111,7 +114,8 @@ QCoro::Task<void> RecordingLauncher::startPrimaryDisplay() {
         co_return;
     }
     co_await start(RecordingMode::screen(*display),
-                   RecordingConfigurationBuilder::Selector::modeSelection);
+                   RecordingConfigurationBuilder::Selector::modeSelection,
+                   QStringLiteral("toggle"));
 }
 
 void RecordingLauncher::togglePause() {

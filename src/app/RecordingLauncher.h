@@ -22,9 +22,11 @@ public:
                       const UserDefaults& defaults, QObject* parent = nullptr);
 
     // Starts a recording of `mode` with the persisted defaults as `selector` reads them.
+    // `source` names where the start came from ("area", "toggle", ...) in the start-up trace.
     QCoro::Task<bool> start(RecordingMode mode, RecordingConfigurationBuilder::Selector selector,
-                            int screenAutoStopMinutes = 0);
-    QCoro::Task<bool> start(RecordingConfiguration configuration);
+                            const QString& source, int screenAutoStopMinutes = 0);
+    QCoro::Task<bool> start(RecordingConfiguration configuration,
+                            QString source = QStringLiteral("recordButtonClicked"));
 
     // Idle: records the primary display with the defaults. Starting: cancels. Recording or
     // paused: stops.
