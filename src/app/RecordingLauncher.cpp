@@ -26,6 +26,8 @@ QCoro::Task<bool> RecordingLauncher::start(RecordingMode mode,
 QCoro::Task<bool> RecordingLauncher::start(RecordingConfiguration configuration, QString source) {
     QPointer<RecordingLauncher> self(this);
     QPointer<RecordingCoordinator> coordinator = m_coordinator;
+    if (coordinator)
+        coordinator->acknowledgeFailure();
     if (!coordinator || m_isStarting || !coordinator->recordingState().is<RecordingState::Idle>())
         co_return false;
     m_isStarting = true;
@@ -92,7 +94,7 @@ void RecordingLauncher::toggleRecording() {
         m_panel.cancelPreparation();
     } else if (state.isActive()) {
         stop();
-    } else if (state.is<RecordingState::Idle>()) {
+    } else if (state.is<RecordingState::Idle>() || state.is<RecordingState::Failed>()) {
         startPrimaryDisplay();
     }
 }

@@ -190,6 +190,27 @@ TEST_F(RecordingPanelFlow, FailedPreparationHidesThePanel) {
     EXPECT_TRUE(coordinator->recordingState().is<RecordingState::Idle>());
 }
 
+// A recording that failed (its writer broke) leaves the panel and tray, and the next start
+// from the views records again.
+TEST_F(RecordingPanelFlow, NextStartAfterAFailureRecords) {
+    auto start = launch(launcher->start(screenConfiguration()));
+    ASSERT_TRUE(settle(start, clock));
+    ASSERT_TRUE(coordinator->recordingState().isRecording());
+    factory.writer->failed = true;
+    auto failing = launch(coordinator->handleMediaWriterFailureIfNeeded());
+    ASSERT_TRUE(settle(failing, clock));
+    ASSERT_TRUE(coordinator->recordingState().is<RecordingState::Failed>());
+    EXPECT_FALSE(panelWindow().isVisible());
+    EXPECT_FALSE(tray.isRecording());
+
+    factory.writer->failed = false;
+    auto again = launch(launcher->start(screenConfiguration()));
+    ASSERT_TRUE(settle(again, clock));
+    EXPECT_EQ(again->errorText(), "");
+    EXPECT_TRUE(coordinator->recordingState().isRecording());
+    EXPECT_TRUE(panelWindow().isVisible());
+}
+
 // The main window offers every mode and the devices the engines know; its choices are stored.
 TEST_F(RecordingPanelFlow, MainWindowOffersModesAndDevices) {
     MainWindow window(*coordinator, *launcher, factory, *defaults);

@@ -622,6 +622,11 @@ QCoro::Task<void> RecordingCoordinator::cleanupAfterError() {
     m_configuration.reset();
 }
 
+void RecordingCoordinator::acknowledgeFailure() {
+    if (m_recordingState.is<RecordingState::Failed>())
+        setRecordingState(RecordingState::idle());
+}
+
 QCoro::Task<void> RecordingCoordinator::handleStreamInterruption(StreamError error) {
     QPointer<RecordingCoordinator> self(this);
     const StreamRecovery::Outcome outcome =
