@@ -22,7 +22,8 @@ packages=(
   # tests and benchmarks
   googletest libgtest-dev libgmock-dev libbenchmark-dev
   # real services started by the integration tests
-  xvfb openbox xdotool jq x11-xserver-utils x11-utils pulseaudio pulseaudio-utils dbus dbus-bin
+  dpkg-dev xvfb openbox xdotool jq x11-xserver-utils x11-utils x11-apps trayer pulseaudio
+  pulseaudio-utils dbus dbus-bin
   sox
   pipewire pipewire-bin wireplumber gstreamer1.0-pipewire gstreamer1.0-tools
   gstreamer1.0-plugins-base

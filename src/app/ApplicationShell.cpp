@@ -1,41 +1,39 @@
 #include "app/ApplicationShell.h"
 
+#include "app/DesktopResultOpener.h"
+#include "app/FloatingRecordingPanel.h"
+#include "app/InstanceControl.h"
 #include "app/MainWindow.h"
 #include "app/MessageBoxAlertPresenter.h"
+#include "app/RecordingLauncher.h"
+#include "app/SettingsWindow.h"
 #include "app/StartupRecovery.h"
+#include "app/TrayStatusBar.h"
 #include "app/camera/FloatingCameraHeadController.h"
 #include "core/model/Constants.h"
 #include "core/model/RecordingError.h"
+#include "core/recording/RecordingCoordinator.h"
+#include "core/recording/RecordingServices.h"
+#include "core/recording/engines/RecordingEngineFactory.h"
 #include "core/settings/RecordingConfigurationBuilder.h"
 #include "core/settings/UserDefaults.h"
 #include "core/support/ErrorReporter.h"
 #include "core/support/KeyboardShortcutHandler.h"
 #include "core/support/Log.h"
 #include "core/support/ScreenRecordingPermission.h"
+#include "platform/RecordingEngineLoader.h"
 #include "platform/desktop/DesktopServices.h"
+#include "platform/x11/X11GlobalShortcuts.h"
 
 #include <QApplication>
 #include <QDesktopServices>
-#include <QMenu>
-#include <QPainter>
-#include <QSystemTrayIcon>
+#include <QGuiApplication>
+#include <QTimer>
 #include <QUrl>
 
 #include <QCoro/QCoroTask>
 
 namespace {
-// A red recording dot: the program's tray icon, drawn so no image file has to be installed.
-QIcon recordIcon() {
-    QPixmap pixmap(64, 64);
-    pixmap.fill(Qt::transparent);
-    QPainter painter(&pixmap);
-    painter.setRenderHint(QPainter::Antialiasing);
-    painter.setPen(Qt::NoPen);
-    painter.setBrush(QColor(220, 40, 40));
-    painter.drawEllipse(QRectF(8, 8, 48, 48));
-    return QIcon(pixmap);
-}
-
 QCoro::Task<void> requestPermission() {
     try {
         co_await ScreenRecordingPermission::ensureAuthorized(true);
@@ -47,6 +45,16 @@ QCoro::Task<void> requestPermission() {
         logLine("❌ Screen Recording permission request did not complete: {}", error.what());
     }
 }
+
+QString stateName(const RecordingState& state) {
+    return state.displayName().toLower().remove(QStringLiteral("..."));
+}
+
+std::unique_ptr<RecordingEngineFactory> makeEngines(const UserDefaults& defaults) {
+    RecordingEngineLoaderOptions options;
+    options.hiddenApps = defaults.stringValue("hiddenApps").value_or(QString()).toUtf8();
+    return makeRecordingEngineFactory(options);
+}
 } // namespace
 
 bool ApplicationShell::displayAvailable() {
@@ -55,17 +63,67 @@ bool ApplicationShell::displayAvailable() {
            qgetenv("QT_QPA_PLATFORM") == "offscreen";
 }
 
-ApplicationShell::ApplicationShell(const QStringList& arguments)
-    : m_window(std::make_unique<MainWindow>()) {
+ApplicationShell::ApplicationShell(const QStringList& arguments, QElapsedTimer sinceStart)
+    : m_defaults(UserDefaults::standard()), m_engines(makeEngines(m_defaults)),
+      m_resultOpener(std::make_unique<DesktopResultOpener>()), m_sinceStart(sinceStart) {
+    if (!m_sinceStart.isValid())
+        m_sinceStart.start();
     installDesktopServices();
     ErrorReporter::shared().setAlertPresenter(std::make_unique<MessageBoxAlertPresenter>());
     ScreenRecordingPermission::setSettingsOpener(
         [](const QString& url) { QDesktopServices::openUrl(QUrl(url)); });
+
+    m_panel = new FloatingRecordingPanel(this);
+    m_statusBar = new TrayStatusBar(this);
+    RecordingServices services;
+    services.engines = m_engines.get();
+    services.defaults = &m_defaults;
+    services.statusBar = m_statusBar;
+    services.panel = m_panel;
+    services.resultOpener = m_resultOpener.get();
+    m_coordinator = new RecordingCoordinator(std::move(services), this);
+    m_launcher = new RecordingLauncher(*m_coordinator, *m_panel, m_defaults, this);
     KeyboardShortcutHandler::shared().startMonitoring();
 
-    createTrayIcon();
-    m_window->show();
+    m_window = std::make_unique<MainWindow>(*m_coordinator, *m_launcher, *m_engines, m_defaults);
+    connect(m_window.get(), &MainWindow::settingsRequested, this, &ApplicationShell::showSettings);
+    connect(m_window.get(), &MainWindow::hiddenForRecording, this,
+            [this] { m_restoreWindowAfterRecording = true; });
+    connect(m_window.get(), &MainWindow::closeRequested, this, [this] {
+        // With a tray icon or a recording running there is still a way back; otherwise closing
+        // the only window ends the program, as a person expects.
+        if ((hasTrayIcon() && m_defaults.boolValue("showInMenuBar", false)) ||
+            !m_coordinator->recordingState().is<RecordingState::Idle>())
+            m_window->hide();
+        else
+            QApplication::quit();
+    });
+    connect(m_statusBar, &TrayStatusBar::showMainWindowRequested, this,
+            &ApplicationShell::showMainWindow);
+    connect(m_statusBar, &TrayStatusBar::quitRequested, qApp, &QApplication::quit);
+    connect(m_coordinator, &RecordingCoordinator::recordingStateChanged, this,
+            &ApplicationShell::publishState);
+    connectInstanceControl();
+    installGlobalShortcuts();
+
+    // "showInMenuBar" keeps the tray icon between recordings; "showInDock" (the window at start)
+    // can be turned off only where the tray offers the way back.
+    m_statusBar->setShownWhenIdle(m_defaults.boolValue("showInMenuBar", false) ||
+                                  !m_defaults.boolValue("showInDock", true));
+    if (m_defaults.boolValue("showInDock", true) || !hasTrayIcon())
+        m_window->show();
     showCameraHeadIfEnabled();
+    reportWindowShown();
+    // What a killed or crashed run left in the output folder is saved before anything else.
+    QCoro::connect(
+        recoverUnfinishedRecordings(RecordingConfigurationBuilder::resolveOutputDirectory(
+            m_defaults.stringValue("outputDirectory", {}))),
+        this, [](const QStringList&) {});
+    // The first recording should not pay for building the panel or listing the desktop.
+    QTimer::singleShot(0, this, [this] {
+        m_panel->prewarmPanel();
+        m_coordinator->prewarmShareableContent();
+    });
     requestScreenRecordingPermissionIfNeeded(arguments);
     // What a killed or crashed run left in the output folder is saved before anything else.
     QCoro::connect(
@@ -85,31 +143,108 @@ void ApplicationShell::showCameraHeadIfEnabled() {
         m_window.get());
 }
 
+QString ApplicationShell::defaultToggleShortcut() {
+    return QStringLiteral("Ctrl+Alt+R");
+}
+
+QString ApplicationShell::defaultPauseShortcut() {
+    return QStringLiteral("Ctrl+Alt+P");
+}
+
 ApplicationShell::~ApplicationShell() {
     m_cameraHead.reset();
+    m_shortcuts.reset();
     KeyboardShortcutHandler::shared().stopMonitoring();
     ErrorReporter::shared().setAlertPresenter(nullptr);
+    m_window.reset();
+    // The coordinator goes before the engines' factory and the surfaces it points at.
+    delete m_coordinator;
+    m_coordinator = nullptr;
+}
+
+bool ApplicationShell::hasTrayIcon() const {
+    return m_statusBar->hasTrayIcon();
+}
+
+void ApplicationShell::reportWindowShown() {
+    // Measured when the window is first drawn, which is when a person sees it.
+    QTimer::singleShot(0, this, [this] {
+        logLine("🚀 Main window shown {:.1f} ms after start", m_sinceStart.nsecsElapsed() / 1e6);
+    });
+}
+
+void ApplicationShell::showMainWindow() {
+    m_window->show();
+    m_window->raise();
+    m_window->activateWindow();
+}
+
+void ApplicationShell::showSettings() {
+    if (!m_settings)
+        m_settings = new SettingsWindow(m_defaults, *m_engines);
+    m_settings->show();
+    m_settings->raise();
+    m_settings->activateWindow();
+}
+
+void ApplicationShell::connectInstanceControl() {
+    m_control = new InstanceControlService(this);
+    if (!m_control->registerOnSessionBus())
+        logLine("⚠️ tavelquiston cannot be controlled over D-Bus in this session");
+    connect(m_control, &InstanceControlService::activateRequested, this,
+            &ApplicationShell::showMainWindow);
+    connect(m_control, &InstanceControlService::toggleRecordingRequested, m_launcher,
+            &RecordingLauncher::toggleRecording);
+    connect(m_control, &InstanceControlService::pauseRequested, m_launcher,
+            &RecordingLauncher::togglePause);
+    connect(m_control, &InstanceControlService::stopRequested, m_launcher,
+            &RecordingLauncher::stop);
+}
+
+void ApplicationShell::installGlobalShortcuts() {
+    // Only an X11 desktop lets a program take keys for itself; elsewhere the desktop's own
+    // shortcut settings run `tavelquiston --toggle-recording`.
+    if (QGuiApplication::platformName() != QLatin1String("xcb"))
+        return;
+    try {
+        m_shortcuts = std::make_unique<X11GlobalShortcuts>();
+    } catch (const std::exception& error) {
+        logLine("⚠️ Global shortcuts are unavailable: {}", error.what());
+        return;
+    }
+    const auto bindSetting = [this](const char* key, const QString& fallback, auto action) {
+        const QString text = m_defaults.stringValue(key, fallback);
+        const auto parsed = X11GlobalShortcuts::parse(text);
+        if (!parsed) {
+            logLine("⚠️ Global shortcut \"{}\" is not a key this desktop can grab",
+                    text.toStdString());
+            return;
+        }
+        if (m_shortcuts->bind(*parsed, action))
+            logLine("⌨️ Global shortcut {} ready", text.toStdString());
+    };
+    bindSetting("shortcutToggleRecording", defaultToggleShortcut(),
+                [this] { m_launcher->toggleRecording(); });
+    bindSetting("shortcutPauseRecording", defaultPauseShortcut(),
+                [this] { m_launcher->togglePause(); });
+}
+
+void ApplicationShell::publishState() {
+    const RecordingState& state = m_coordinator->recordingState();
+    m_control->setState(stateName(state));
+    m_window->setStatusText(state.displayName());
+    // The window would only be in the picture; it comes back when the recording is done.
+    if (state.isRecording() && m_window->isVisible()) {
+        m_window->hide();
+        m_restoreWindowAfterRecording = true;
+    } else if ((state.is<RecordingState::Idle>() || state.is<RecordingState::Failed>()) &&
+               m_restoreWindowAfterRecording && !m_launcher->isStarting()) {
+        m_restoreWindowAfterRecording = false;
+        m_window->show();
+    }
 }
 
 void ApplicationShell::requestScreenRecordingPermissionIfNeeded(const QStringList& arguments) {
     if (arguments.contains(QStringLiteral("--request-screen-recording-permission")))
         QCoro::connect(requestPermission(), this, [] {});
-}
-
-void ApplicationShell::createTrayIcon() {
-    // Without a tray program the desktop has nowhere to put an icon; the window is enough then.
-    if (!QSystemTrayIcon::isSystemTrayAvailable())
-        return;
-    m_tray = new QSystemTrayIcon(recordIcon(), this);
-    auto* menu = new QMenu(m_window.get());
-    menu->addAction(tr("Show tavelquiston"), m_window.get(), [this] {
-        m_window->show();
-        m_window->raise();
-        m_window->activateWindow();
-    });
-    menu->addSeparator();
-    menu->addAction(tr("Quit"), qApp, &QApplication::quit);
-    m_tray->setContextMenu(menu);
-    m_tray->setToolTip(QStringLiteral("tavelquiston"));
-    m_tray->show();
 }

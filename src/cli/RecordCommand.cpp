@@ -1,8 +1,11 @@
 #include "cli/RecordCommand.h"
 
 #include "app/camera/CameraOverlayWindowController.h"
+#include "cli/CountdownPrinter.h"
 #include "cli/RecordCamera.h"
+#include "cli/RecordSettings.h"
 #include "core/metadata/MetadataLocation.h"
+
 #include "core/model/RecordingError.h"
 #include "core/recording/RecordingCoordinator.h"
 #include "core/recording/RecordingServices.h"
@@ -162,9 +165,10 @@ bool checkCaptureBackend(std::optional<CaptureBackend> backend, FILE* err) {
     return false;
 }
 
-RecordRequest parseRecordRequest(const QStringList& arguments) {
-    RecordRequest request;
-    request.outputDirectory = QDir::currentPath();
+RecordRequest parseRecordRequest(const QStringList& arguments, RecordRequest defaults) {
+    RecordRequest request = std::move(defaults);
+    if (request.outputDirectory.isEmpty())
+        request.outputDirectory = QDir::currentPath();
     bool modeGiven = false;
     for (qsizetype i = 0; i < arguments.size(); ++i) {
         const QString& option = arguments[i];
@@ -447,30 +451,25 @@ QCoro::Task<int> recordUntilStopped(RecordingCoordinator& coordinator, Recording
     }
     // The trace ends at the first written frame and lands in the startup timing log.
     coordinator.beginStartupTrace(QStringLiteral("commandLine"));
-    // The command counts down itself, so that a stop signal during the count ends it at once
-    // instead of at the next whole second.
-    const int countdown = configuration.countdown;
-    configuration.countdown = 0;
     bool started = false;
     bool cancelled = false;
     try {
         QCoro::Task<void> preparing = coordinator.prepareRecording(mode, configuration);
         co_await preparing;
-        for (int remaining = countdown; remaining > 0 && stopSignals == 0; --remaining) {
-            fmt::print(err, "⏳ Recording starts in {}\n", remaining);
-            std::fflush(err);
-            for (int slice = 0; slice < 50 && stopSignals == 0; ++slice) {
-                QCoro::Task<void> waiting = QCoro::sleepFor(std::chrono::milliseconds(20));
-                co_await waiting;
-            }
+        // The coordinator counts down; a stop signal meanwhile cancels the start, which ends
+        // the count at its next second.
+        QCoro::Task<void> starting = coordinator.startRecording();
+        while (!starting.isReady()) {
+            if (stopSignals != 0 && coordinator.recordingState().is<RecordingState::Ready>())
+                coordinator.cancelPreparation();
+            QCoro::Task<void> waiting = QCoro::sleepFor(std::chrono::milliseconds(20));
+            co_await waiting;
         }
-        if (stopSignals != 0) {
+        co_await starting;
+        if (stopSignals != 0 && !coordinator.recordingState().isActive())
             cancelled = true;
-        } else {
-            QCoro::Task<void> starting = coordinator.startRecording();
-            co_await starting;
+        else
             started = true;
-        }
     } catch (const std::exception& error) {
         // A signal during preparation may surface as its failure; it was still a cancel.
         if (stopSignals == 0)
@@ -563,7 +562,8 @@ QCoro::Task<int> recordUntilStopped(RecordingCoordinator& coordinator, Recording
 int runRecord(const QStringList& arguments, FILE* out, FILE* err) {
     RecordRequest request;
     try {
-        request = parseRecordRequest(arguments);
+        request =
+            parseRecordRequest(arguments, recordRequestFromSettings(UserDefaults::standard()));
     } catch (const CliUsageError& error) {
         fmt::print(err, "❌ {}\nusage: tavelquiston-cli {}\n", error.what(), usage);
         return 2;
@@ -629,8 +629,10 @@ int runRecord(const QStringList& arguments, FILE* out, FILE* err) {
         }
     }
 
+    CountdownPrinter countdown(err);
     RecordingServices services;
     services.engines = factory.get();
+    services.panel = &countdown;
     // Options that live in the settings apply to this recording only: a private copy of the
     // person's settings carries them.
     QTemporaryDir settingsFolder;

@@ -67,8 +67,9 @@ public:
 // in a single-file recording), which needs a GUI application object.
 bool recordShowsCameraOverlay(const QStringList& programArguments);
 
+// The options given on top of `defaults` (the application's settings, see RecordSettings.h).
 // Throws CliUsageError.
-RecordRequest parseRecordRequest(const QStringList& arguments);
+RecordRequest parseRecordRequest(const QStringList& arguments, RecordRequest defaults = {});
 // The recording mode for the request on this desktop; the area becomes the mode's own
 // convention (from the display's bottom left). `--mode window` without `--window` (Wayland
 // only) is the window the desktop shared. Throws CliUsageError for unknown ids or an area

@@ -50,11 +50,26 @@ TEST(ApplicationShellTest, startsOnXvfbAndShowsItsWindow) {
     EXPECT_TRUE(app.isRunning());
 }
 
-// The window shows the recording state it is given.
-TEST(ApplicationShellTest, mainWindowShowsState) {
-    MainWindow window;
-    EXPECT_EQ(window.windowTitle(), "tavelquiston");
-    EXPECT_EQ(window.statusText(), "Idle");
-    window.setStatusText("Recording");
-    EXPECT_EQ(window.statusText(), "Recording");
+// On X11 screen recording needs no grant: the permission request says so and the window still
+// comes up.
+TEST(ApplicationShellTest, permissionRequestIsGrantedOnX11) {
+    XvfbSession::Options xvfb;
+    xvfb.windowManager = true;
+    REQUIRE_XVFB(xvfb);
+    XvfbSession session(xvfb);
+    ASSERT_TRUE(session.isReady()) << session.error();
+
+    ChildProcess::Options options;
+    options.unsetEnvironment = {"QT_QPA_PLATFORM", "WAYLAND_DISPLAY"};
+    options.environment = {{"DBUS_SESSION_BUS_ADDRESS", "disabled:"},
+                           {"XDG_CONFIG_HOME", "/tmp/tq-app-test-config"}};
+    options.stdoutPath = "/tmp/tq-app-permission.out";
+    ChildProcess app({TAVELQUISTON_APP_PATH, "--request-screen-recording-permission"}, options);
+    const auto found =
+        commandOutput({"xdotool", "search", "--sync", "--name", "^tavelquiston$"}, 10s);
+    EXPECT_TRUE(found.has_value() && !found->empty());
+    app.stop();
+    EXPECT_NE(readFile(*options.stdoutPath).find("✅ Screen Recording permission is authorized"),
+              std::string::npos)
+        << readFile(*options.stdoutPath);
 }

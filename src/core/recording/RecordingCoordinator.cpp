@@ -679,6 +679,11 @@ QString RecordingCoordinator::salvageNotice() const {
         .arg(QFileInfo(*m_salvagedURL).fileName());
 }
 
+void RecordingCoordinator::acknowledgeFailure() {
+    if (m_recordingState.is<RecordingState::Failed>())
+        setRecordingState(RecordingState::idle());
+}
+
 QCoro::Task<void> RecordingCoordinator::handleStreamInterruption(StreamError error) {
     QPointer<RecordingCoordinator> self(this);
     const StreamRecovery::Outcome outcome =
@@ -790,7 +795,8 @@ QCoro::Task<void> RecordingCoordinator::performCountdown(int seconds) {
     m_services.panel->updateStartingCountdown(seconds);
     QPointer<RecordingCoordinator> self(this);
     QCoro::Task<void> countdown = RecordingCountdown::run(m_clock, seconds, [self](int remaining) {
-        if (!self)
+        // A cancelled start (the panel's Cancel, a signal) ends the count at its next second.
+        if (!self || !self->m_recordingState.is<RecordingState::Ready>())
             return false;
         self->setCountdownValue(remaining);
         self->m_services.panel->updateStartingCountdown(remaining);

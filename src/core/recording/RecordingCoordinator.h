@@ -66,6 +66,9 @@ public:
     // Releases everything after an unrecoverable failure; the caller sets the state. Never
     // throws.
     QCoro::Task<void> cleanupAfterError();
+    // `failed` holds until the person starts again: the next start from the views calls this
+    // first, which returns a failed coordinator to idle (and does nothing otherwise).
+    void acknowledgeFailure();
     // The screen engine's stream stopped on its own: restart it, or end the recording and say
     // so. Never throws.
     QCoro::Task<void> handleStreamInterruption(StreamError error);

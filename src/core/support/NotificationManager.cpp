@@ -71,7 +71,7 @@ void NotificationManager::deliver(NotificationRequest request) {
 void NotificationManager::sendCompletionNotification(const QString& fileURL) {
     deliver({text(Constants::NotificationID::recordingCompleted),
              QStringLiteral("Recording Completed"),
-             QStringLiteral("File saved to: ") + QFileInfo(fileURL).fileName(), false});
+             QStringLiteral("File saved to: ") + QFileInfo(fileURL).fileName(), false, fileURL});
 }
 
 void NotificationManager::sendErrorNotification(const RecordingError& error) {

@@ -16,6 +16,8 @@ struct NotificationRequest {
     QString title;
     QString body;
     bool sound = false;
+    // The file the notification is about, when there is one: the desktop offers to show it.
+    QString fileURL = {};
     bool operator==(const NotificationRequest&) const = default;
 };
 

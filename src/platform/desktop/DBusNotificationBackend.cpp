@@ -1,5 +1,7 @@
 #include "platform/desktop/DBusNotificationBackend.h"
 
+#include "platform/desktop/NotificationActionRouter.h"
+
 #include <QCoreApplication>
 #include <QDBusMessage>
 #include <QDBusPendingCallWatcher>
@@ -25,7 +27,10 @@ void whenAnswered(const QDBusPendingCall& call, NotificationBackend::Completion 
 } // namespace
 
 DBusNotificationBackend::DBusNotificationBackend(QDBusConnection sessionBus)
-    : m_session(std::move(sessionBus)) {}
+    : m_session(std::move(sessionBus)),
+      m_actions(std::make_unique<NotificationActionRouter>(m_session)) {}
+
+DBusNotificationBackend::~DBusNotificationBackend() = default;
 
 void DBusNotificationBackend::requestAuthorization(Completion completion) {
     // The desktop has no consent step: a notification service that answers is permission.
@@ -42,9 +47,27 @@ void DBusNotificationBackend::post(const NotificationRequest& request, Completio
     else
         hints.insert(QStringLiteral("suppress-sound"), true);
 
+    // A notification about a file offers to show it.
+    QStringList actions;
+    if (!request.fileURL.isEmpty())
+        actions << QStringLiteral("default") << QStringLiteral("Show in Folder")
+                << QString::fromLatin1(NotificationActionRouter::showInFolderAction)
+                << QStringLiteral("Show in Folder");
     QDBusMessage call =
         QDBusMessage::createMethodCall(service, path, service, QStringLiteral("Notify"));
     call << QStringLiteral("tavelquiston") << uint(0) << QString() << request.title << request.body
-         << QStringList() << hints << int(-1);
-    whenAnswered(m_session.asyncCall(call), std::move(completion));
+         << actions << hints << int(-1);
+    const QDBusPendingCall pending = m_session.asyncCall(call);
+    if (!request.fileURL.isEmpty()) {
+        auto* watcher = new QDBusPendingCallWatcher(pending, m_actions.get());
+        QObject::connect(
+            watcher, &QDBusPendingCallWatcher::finished, m_actions.get(),
+            [router = m_actions.get(), file = request.fileURL](QDBusPendingCallWatcher* finished) {
+                finished->deleteLater();
+                const QDBusPendingReply<uint> reply = *finished;
+                if (!reply.isError())
+                    router->remember(reply.value(), file);
+            });
+    }
+    whenAnswered(pending, std::move(completion));
 }

@@ -38,7 +38,8 @@ TEST(NotificationManagerTest, fixedNotificationsCarryTheirTextsAndIds) {
 
     EXPECT_EQ(f.backend->posted[0],
               (NotificationRequest{"tavelquiston.notification.completed", "Recording Completed",
-                                   "File saved to: Recording at 2026-01-01 10.00.00.mov", false}));
+                                   "File saved to: Recording at 2026-01-01 10.00.00.mov", false,
+                                   "/home/u/Recordings/Recording at 2026-01-01 10.00.00.mov"}));
     EXPECT_EQ(f.backend->posted[1].identifier, "tavelquiston.notification.failed");
     EXPECT_EQ(f.backend->posted[1].body,
               "Recording stream was interrupted. The recording has been stopped.");

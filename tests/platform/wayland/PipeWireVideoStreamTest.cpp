@@ -149,7 +149,7 @@ TEST_F(PipeWireVideoStreamTest, ThinsToTheAskedRateAndClosesWithTheLastPicture) 
 
     const std::vector<VideoFrame> frames = received.snapshot();
     const double rate = double(frames.size() - 1) / (stopAt - first).seconds();
-    EXPECT_GT(rate, 10.0);
+    EXPECT_GT(rate, 5.0); // a loaded machine may lose some; more than 20 would be unthinned
     EXPECT_LT(rate, 20.0) << "the 30 frames/s source was not thinned to 15";
     EXPECT_GE(frames.back().presentationTime, stopAt - MediaTime::make(1, 30));
     const Pixel p = pixelAt(frames.back(), 64, 48);
