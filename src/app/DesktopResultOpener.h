@@ -1,6 +1,6 @@
 #pragma once
 
-#include "core/recording/engines/RecordingResultOpener.h"
+#include "core/recording/surfaces/RecordingResultOpener.h"
 
 #include <functional>
 

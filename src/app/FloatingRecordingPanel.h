@@ -1,6 +1,6 @@
 #pragma once
 
-#include "core/recording/engines/FloatingRecordingPanelController.h"
+#include "core/recording/surfaces/FloatingRecordingPanelController.h"
 
 #include <QObject>
 #include <QPoint>

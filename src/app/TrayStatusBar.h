@@ -1,6 +1,6 @@
 #pragma once
 
-#include "core/recording/engines/StatusBarController.h"
+#include "core/recording/surfaces/StatusBarController.h"
 
 #include <QObject>
 #include <QPointer>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "core/recording/engines/WriterConfiguration.h"
+#include "core/model/WriterConfiguration.h"
 
 #include <QString>
 

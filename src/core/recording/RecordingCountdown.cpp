@@ -1,7 +1,7 @@
 #include "core/recording/RecordingCountdown.h"
 
+#include "core/async/Continuation.h"
 #include "core/model/RecordingError.h"
-#include "core/recording/Continuation.h"
 #include "core/recording/RecordingClock.h"
 #include "core/support/TimerManager.h"
 

@@ -1,15 +1,15 @@
 #include "core/recording/RecordingOutputFinisher.h"
 
+#include "core/async/Continuation.h"
 #include "core/metadata/MetadataLocation.h"
 #include "core/model/RecordingError.h"
-#include "core/recording/Continuation.h"
 #include "core/recording/ErrorDescription.h"
 #include "core/recording/engines/AudioOnlyRecorder.h"
 #include "core/recording/engines/LayerRecordingManager.h"
 #include "core/recording/engines/MediaWriterEngine.h"
 #include "core/recording/engines/MetadataRecorderEngine.h"
-#include "core/recording/engines/RecordingResultOpener.h"
 #include "core/recording/engines/ScreenCaptureEngine.h"
+#include "core/recording/surfaces/RecordingResultOpener.h"
 #include "core/support/Log.h"
 
 #include <QFileInfo>

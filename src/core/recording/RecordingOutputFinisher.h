@@ -1,7 +1,7 @@
 #pragma once
 
 #include "core/model/RecordingConfiguration.h"
-#include "core/recording/engines/RecordingPackage.h"
+#include "core/model/RecordingPackage.h"
 
 #include <QString>
 

@@ -2,9 +2,9 @@
 
 #include "core/model/AlphaVideoCodec.h"
 
+#include "core/async/DetachedTask.h"
 #include "core/model/Constants.h"
 #include "core/model/RecordingError.h"
-#include "core/recording/DetachedTask.h"
 #include "core/recording/engines/AudioCaptureEngine.h"
 #include "core/recording/engines/AudioOnlyRecorder.h"
 #include "core/recording/engines/CameraCaptureEngine.h"

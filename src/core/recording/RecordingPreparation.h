@@ -3,8 +3,8 @@
 #include "core/model/CaptureSources.h"
 #include "core/model/RecordingConfiguration.h"
 #include "core/model/SCShareableContent.h"
+#include "core/model/WriterConfiguration.h"
 #include "core/recording/engines/ScreenCaptureEngine.h"
-#include "core/recording/engines/WriterConfiguration.h"
 
 #include <QDateTime>
 #include <QString>

@@ -1,6 +1,6 @@
 #include "core/recording/SystemCursorVisibility.h"
 
-#include "core/recording/engines/CursorHider.h"
+#include "core/recording/surfaces/CursorHider.h"
 #include "core/support/Log.h"
 
 void SystemCursorVisibility::hideCursorIfEnabled() {

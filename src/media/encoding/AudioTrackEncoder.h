@@ -2,7 +2,7 @@
 
 #include "media/encoding/PacketDrain.h"
 
-#include "core/recording/engines/WriterConfiguration.h"
+#include "core/model/WriterConfiguration.h"
 #include "media/FFmpegHandles.h"
 
 #include "media/encoding/AudioTrackMixer.h"

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "core/model/RecordingOptions.h"
-#include "core/recording/engines/WriterConfiguration.h"
+#include "core/model/WriterConfiguration.h"
 #include "core/time/MediaTime.h"
 #include "media/AudioBuffer.h"
 #include "media/VideoCodecSettings.h"

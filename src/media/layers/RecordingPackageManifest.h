@@ -1,6 +1,6 @@
 #pragma once
 
-#include "core/recording/engines/RecordingPackage.h"
+#include "core/model/RecordingPackage.h"
 
 #include <QString>
 

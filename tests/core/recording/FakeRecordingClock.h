@@ -1,6 +1,6 @@
 #pragma once
 
-#include "core/recording/Continuation.h"
+#include "core/async/Continuation.h"
 #include "core/recording/RecordingClock.h"
 
 #include <QDateTime>

@@ -4,18 +4,18 @@
 #include "core/recording/engines/AudioCaptureEngine.h"
 #include "core/recording/engines/AudioOnlyRecorder.h"
 #include "core/recording/engines/CameraCaptureEngine.h"
-#include "core/recording/engines/CursorHider.h"
 #include "core/recording/engines/CursorOverlayController.h"
 #include "core/recording/engines/EncoderProbe.h"
-#include "core/recording/engines/FloatingRecordingPanelController.h"
 #include "core/recording/engines/LayerRecordingManager.h"
 #include "core/recording/engines/MediaWriterEngine.h"
 #include "core/recording/engines/MetadataRecorderEngine.h"
 #include "core/recording/engines/RecordingEngineFactory.h"
-#include "core/recording/engines/RecordingResultOpener.h"
 #include "core/recording/engines/ScreenCaptureEngine.h"
-#include "core/recording/engines/StatusBarController.h"
 #include "core/recording/engines/ZoomRenderer.h"
+#include "core/recording/surfaces/CursorHider.h"
+#include "core/recording/surfaces/FloatingRecordingPanelController.h"
+#include "core/recording/surfaces/RecordingResultOpener.h"
+#include "core/recording/surfaces/StatusBarController.h"
 
 #include <condition_variable>
 #include <map>

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "core/recording/engines/RecordingPackage.h"
-#include "core/recording/engines/WriterConfiguration.h"
+#include "core/model/RecordingPackage.h"
+#include "core/model/WriterConfiguration.h"
 
 #include <QCoro/QCoroTask>
 

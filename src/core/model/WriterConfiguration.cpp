@@ -1,4 +1,4 @@
-#include "core/recording/engines/WriterConfiguration.h"
+#include "core/model/WriterConfiguration.h"
 
 std::string rawValue(WriterConfiguration::AudioFormat format) {
     switch (format) {
