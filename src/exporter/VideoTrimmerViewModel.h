@@ -59,6 +59,7 @@ public:
     const std::optional<QString>& cameraURL() const { return m_cameraURL; }
     void setCameraURL(std::optional<QString> url) { m_cameraURL = std::move(url); }
     MediaTime videoDuration() const { return m_videoDuration; }
+    Size naturalSize() const { return m_naturalSize; }
     const std::optional<RecordingMetadata>& metadata() const { return m_metadata; }
     std::vector<ZoomSegment> zoomSegments;
     std::vector<ZoomKeyframe> zoomKeyframes;
@@ -87,6 +88,10 @@ public:
     double exportProgress() const { return m_exportProgress; }
 
     void exportAdvancedVideo(const ExportStyle& style, ExportCompletion completion);
+    // What `exportAdvancedVideo` would export to `output` with this style and the current edits;
+    // the editor's preview composes its frames from the same arguments.
+    AdvancedExportArguments styledExportArguments(const ExportStyle& style,
+                                                  const QString& output = {}) const;
     void exportMergedVideo(const ExportStyle& style, ExportCompletion completion);
     void exportSegments(ExportCompletion completion);
     void exportTrimmedVideo(MediaTimeRange range, ExportCompletion completion);
