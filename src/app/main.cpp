@@ -1,4 +1,5 @@
 #include "app/ApplicationShell.h"
+#include "app/trimmer/TrimmerWindow.h"
 
 #include <QApplication>
 
@@ -18,6 +19,10 @@ int main(int argc, char** argv) {
     QApplication::setDesktopFileName(QStringLiteral("com.tavelquiston.app"));
     QApplication::setQuitOnLastWindowClosed(true);
 
-    ApplicationShell shell(QApplication::arguments());
+    // A file on the command line opens in the trimmer.
+    const QStringList arguments = QApplication::arguments();
+    if (arguments.size() == 2 && !arguments[1].startsWith(QLatin1Char('-')))
+        return TrimmerWindow::openOrExplain(arguments[1]) ? QApplication::exec() : 2;
+    ApplicationShell shell(arguments);
     return QApplication::exec();
 }

@@ -1,0 +1,237 @@
+#include "app/trimmer/TimelineStrip.h"
+
+#include "app/trimmer/TrimmerStyle.h"
+#include "core/timeline/TimeRuler.h"
+
+#include <QMouseEvent>
+#include <QPainter>
+#include <QPainterPath>
+
+#include <algorithm>
+#include <cmath>
+
+namespace {
+constexpr double rulerHeight = 24.0;
+constexpr double zoomTrackHeight = 28.0;
+constexpr double videoTrackHeight = 48.0;
+constexpr double trackGap = 8.0;
+constexpr double sideMargin = 16.0;
+} // namespace
+
+TimelineStrip::TimelineStrip(QWidget* parent) : QWidget(parent) {
+    setMinimumHeight(int(rulerHeight + zoomTrackHeight + videoTrackHeight + 4 * trackGap));
+    setSizePolicy(QSizePolicy::Expanding, QSizePolicy::Fixed);
+    setFocusPolicy(Qt::NoFocus);
+}
+
+void TimelineStrip::setDuration(double seconds) {
+    m_duration = std::max(0.0, seconds);
+    update();
+}
+
+void TimelineStrip::setWaveform(std::vector<float> values) {
+    m_waveform = std::move(values);
+    update();
+}
+
+void TimelineStrip::setZoomSegments(std::vector<Bar> segments) {
+    m_zoomSegments = std::move(segments);
+    update();
+}
+
+void TimelineStrip::setCutSegments(std::vector<Bar> segments) {
+    m_cutSegments = std::move(segments);
+    update();
+}
+
+void TimelineStrip::setSelectedSegment(std::optional<QUuid> id) {
+    m_selected = std::move(id);
+    update();
+}
+
+void TimelineStrip::setPlayhead(double seconds) {
+    if (seconds == m_playhead)
+        return;
+    // Only the strip of the old and the new playhead is painted again.
+    const double oldX = xForTime(m_playhead);
+    m_playhead = seconds;
+    const double newX = xForTime(m_playhead);
+    update(QRectF(std::min(oldX, newX) - 8, 0, std::abs(newX - oldX) + 16, height()).toRect());
+}
+
+QRectF TimelineStrip::rulerRect() const {
+    return {sideMargin, trackGap / 2, width() - 2 * sideMargin, rulerHeight};
+}
+
+QRectF TimelineStrip::zoomTrackRect() const {
+    return {sideMargin, rulerRect().bottom() + trackGap, width() - 2 * sideMargin, zoomTrackHeight};
+}
+
+QRectF TimelineStrip::videoTrackRect() const {
+    return {sideMargin, zoomTrackRect().bottom() + trackGap, width() - 2 * sideMargin,
+            videoTrackHeight};
+}
+
+double TimelineStrip::xForTime(double seconds) const {
+    const QRectF track = rulerRect();
+    if (m_duration <= 0)
+        return track.left();
+    return track.left() + track.width() * std::clamp(seconds / m_duration, 0.0, 1.0);
+}
+
+double TimelineStrip::timeForX(double x) const {
+    const QRectF track = rulerRect();
+    if (track.width() <= 0)
+        return 0.0;
+    return std::clamp((x - track.left()) / track.width(), 0.0, 1.0) * m_duration;
+}
+
+void TimelineStrip::paintEvent(QPaintEvent*) {
+    QPainter painter(this);
+    painter.setRenderHint(QPainter::Antialiasing);
+    painter.fillRect(rect(), trimmer::background);
+    painter.setPen(trimmer::hairline);
+    painter.drawLine(QPointF(0, 0.5), QPointF(width(), 0.5));
+    paintRuler(painter);
+    paintZoomTrack(painter);
+    paintVideoTrack(painter);
+    paintPlayhead(painter);
+}
+
+void TimelineStrip::paintRuler(QPainter& painter) {
+    const QRectF ruler = rulerRect();
+    if (m_duration <= 0)
+        return;
+    const RulerIntervals intervals = calculateIntervals(m_duration, ruler.width());
+    QFont font = painter.font();
+    font.setPixelSize(11);
+    painter.setFont(font);
+    if (intervals.minor > 0) {
+        painter.setPen(trimmer::hairline);
+        for (double t = 0; t <= m_duration + 1e-9; t += intervals.minor) {
+            const double x = std::round(xForTime(t)) + 0.5;
+            painter.drawLine(QPointF(x, ruler.bottom() - 4), QPointF(x, ruler.bottom()));
+        }
+    }
+    for (double t = 0; t <= m_duration + 1e-9; t += intervals.major) {
+        const double x = std::round(xForTime(t)) + 0.5;
+        painter.setPen(trimmer::hairline);
+        painter.drawLine(QPointF(x, ruler.bottom() - 8), QPointF(x, ruler.bottom()));
+        painter.setPen(trimmer::secondaryText);
+        painter.drawText(QRectF(x + 3, ruler.top(), 60, ruler.height() - 8),
+                         Qt::AlignLeft | Qt::AlignVCenter,
+                         QString::fromStdString(formatTimeAdaptive(t, intervals.major)));
+    }
+}
+
+void TimelineStrip::paintZoomTrack(QPainter& painter) {
+    const QRectF track = zoomTrackRect();
+    painter.setPen(Qt::NoPen);
+    painter.setBrush(trimmer::raised);
+    painter.drawRoundedRect(track, trimmer::controlRadius, trimmer::controlRadius);
+    QFont font = painter.font();
+    font.setPixelSize(11);
+    painter.setFont(font);
+    for (const Bar& segment : m_zoomSegments) {
+        const QRectF bar(QPointF(xForTime(segment.start), track.top() + 3),
+                         QPointF(xForTime(segment.end), track.bottom() - 3));
+        QColor fill = trimmer::accent;
+        fill.setAlphaF(0.55f);
+        painter.setPen(Qt::NoPen);
+        painter.setBrush(fill);
+        painter.drawRoundedRect(bar, trimmer::controlRadius, trimmer::controlRadius);
+        // Handles at both ends.
+        painter.setBrush(trimmer::text);
+        painter.drawRoundedRect(QRectF(bar.left() + 3, bar.center().y() - 6, 3, 12), 1.5, 1.5);
+        painter.drawRoundedRect(QRectF(bar.right() - 6, bar.center().y() - 6, 3, 12), 1.5, 1.5);
+        if (bar.width() > 40) {
+            painter.setPen(trimmer::text);
+            painter.drawText(bar, Qt::AlignCenter,
+                             QStringLiteral("%1×").arg(segment.zoomLevel, 0, 'g', 2));
+        }
+    }
+}
+
+void TimelineStrip::paintVideoTrack(QPainter& painter) {
+    const QRectF track = videoTrackRect();
+    std::vector<Bar> segments = m_cutSegments;
+    if (segments.empty() && m_duration > 0)
+        segments.push_back({QUuid(), 0.0, m_duration, 1.0, false});
+    for (const Bar& segment : segments) {
+        const QRectF bar(QPointF(xForTime(segment.start) + 1, track.top()),
+                         QPointF(xForTime(segment.end) - 1, track.bottom()));
+        const bool selected = m_selected && *m_selected == segment.id;
+        QColor fill = segment.removed ? trimmer::background : trimmer::raised;
+        painter.setPen(QPen(selected ? trimmer::accent : trimmer::hairline, selected ? 2 : 1));
+        painter.setBrush(fill);
+        painter.drawRoundedRect(bar, trimmer::controlRadius, trimmer::controlRadius);
+        if (segment.removed) {
+            // Removed parts are struck through in the destructive colour.
+            QColor strike = trimmer::destructive;
+            strike.setAlphaF(0.6f);
+            painter.setPen(QPen(strike, 1.5));
+            painter.drawLine(bar.topLeft() + QPointF(4, 4), bar.bottomRight() - QPointF(4, 4));
+        }
+    }
+    // The waveform under the video track, mirrored around its middle.
+    if (!m_waveform.empty() && m_duration > 0) {
+        QPainterPath path;
+        const double middle = track.center().y();
+        const double amplitude = track.height() / 2 - 6;
+        const double left = xForTime(0), right = xForTime(m_duration);
+        const size_t count = m_waveform.size();
+        path.moveTo(left, middle);
+        for (size_t i = 0; i < count; ++i)
+            path.lineTo(left + (right - left) * double(i) / double(count),
+                        middle - amplitude * double(m_waveform[i]));
+        for (size_t i = count; i-- > 0;)
+            path.lineTo(left + (right - left) * double(i) / double(count),
+                        middle + amplitude * double(m_waveform[i]));
+        path.closeSubpath();
+        QColor wave = trimmer::secondaryText;
+        wave.setAlphaF(0.45f);
+        painter.setPen(Qt::NoPen);
+        painter.setBrush(wave);
+        painter.drawPath(path);
+    }
+}
+
+void TimelineStrip::paintPlayhead(QPainter& painter) {
+    const double x = xForTime(m_playhead);
+    painter.setPen(QPen(trimmer::accent, 2));
+    painter.drawLine(QPointF(x, rulerRect().top()), QPointF(x, videoTrackRect().bottom()));
+    painter.setPen(Qt::NoPen);
+    painter.setBrush(trimmer::accent);
+    QPainterPath knob;
+    knob.addRoundedRect(QRectF(x - 6, rulerRect().top(), 12, 10), 3, 3);
+    painter.drawPath(knob);
+}
+
+void TimelineStrip::mousePressEvent(QMouseEvent* event) {
+    if (event->button() != Qt::LeftButton || m_duration <= 0)
+        return;
+    const QPointF at = event->position();
+    const double t = timeForX(at.x());
+    if (videoTrackRect().contains(at)) {
+        for (const Bar& segment : m_cutSegments) {
+            if (t >= segment.start && t < segment.end) {
+                setSelectedSegment(segment.id);
+                emit segmentSelected(segment.id);
+            }
+        }
+    }
+    m_dragging = true;
+    emit scrubbed(t);
+}
+
+void TimelineStrip::mouseMoveEvent(QMouseEvent* event) {
+    if (m_dragging)
+        emit scrubbed(timeForX(event->position().x()));
+}
+
+void TimelineStrip::mouseReleaseEvent(QMouseEvent* event) {
+    if (!m_dragging)
+        return;
+    m_dragging = false;
+    emit scrubEnded(timeForX(event->position().x()));
+}
