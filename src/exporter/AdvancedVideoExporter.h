@@ -108,7 +108,7 @@ public:
     static bool needsCustomCompositor(const AdvancedExportArguments& arguments);
     // The styled compositor's settings for these arguments and movie sizes: the export and the
     // editor's preview both draw from this, so what the editor shows is what gets exported.
-    static RoundedCameraCompositorSettings compositorSettings(const AdvancedExportArguments& arguments,
-                                                              Size naturalSize,
-                                                              Size cameraNaturalSize);
+    static RoundedCameraCompositorSettings
+    compositorSettings(const AdvancedExportArguments& arguments, Size naturalSize,
+                       Size cameraNaturalSize);
 };

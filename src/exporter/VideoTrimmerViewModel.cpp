@@ -218,8 +218,7 @@ void VideoTrimmerViewModel::exportAdvancedVideo(const ExportStyle& style,
     }
     m_metadata->zoomKeyframes = zoomKeyframes;
     m_metadata->zoomSegments = zoomSegments;
-    AdvancedExportArguments arguments =
-        styledExportArguments(style, outputURL(ExportKind::edited));
+    AdvancedExportArguments arguments = styledExportArguments(style, outputURL(ExportKind::edited));
     if (arguments.encoding.fileType != ExportEncoding::FileType::gif)
         arguments.encoding.fileType = ExportEncoding::FileType::mp4;
     setProgress(0.0);
