@@ -81,6 +81,9 @@ public:
     void toggleSegment(const QUuid& id);
     const std::vector<VideoSegment>& segments() const { return m_cuts.segments(); }
     double totalActiveDuration() const { return m_cuts.totalActiveDuration(); }
+    // The whole list, for an editor that undoes and redoes edits by putting back a copy.
+    const CutSegmentList& cutSegmentList() const { return m_cuts; }
+    void restoreCutSegmentList(CutSegmentList cuts) { m_cuts = std::move(cuts); }
     // Keeps exactly these source ranges (merged where they overlap).
     void keepOnly(const std::vector<MediaTimeRange>& ranges);
 

@@ -2,6 +2,7 @@
 
 #include "app/trimmer/PreviewRenderer.h"
 #include "app/trimmer/PreviewWidget.h"
+#include "app/trimmer/SessionEditCommand.h"
 #include "app/trimmer/TimelineStrip.h"
 #include "app/trimmer/TrimmerPlayer.h"
 #include "app/trimmer/TrimmerStyle.h"
@@ -20,6 +21,7 @@
 #include <QShortcut>
 #include <QSlider>
 #include <QThreadPool>
+#include <QUndoStack>
 #include <QVBoxLayout>
 
 #include <cmath>
@@ -101,6 +103,7 @@ TrimmerWindow::TrimmerWindow(std::unique_ptr<VideoTrimmerViewModel> session,
         name = QFileInfo(QFileInfo(source).absolutePath()).fileName();
     setWindowTitle(name + QStringLiteral(" — tavelquiston"));
     resize(1120, 760);
+    m_undoStack = new QUndoStack(this);
     buildInterface();
     bindShortcuts();
     refreshSegments();
@@ -250,6 +253,8 @@ void TrimmerWindow::bindShortcuts() {
     bind(QKeySequence(Qt::Key_Delete), [this] { toggleSelectedSegment(); });
     bind(QKeySequence(Qt::Key_Backspace), [this] { toggleSelectedSegment(); });
     bind(QKeySequence(Qt::CTRL | Qt::Key_E), [this] { startExport(); });
+    bind(QKeySequence(Qt::CTRL | Qt::Key_Z), [this] { m_undoStack->undo(); });
+    bind(QKeySequence(Qt::CTRL | Qt::SHIFT | Qt::Key_Z), [this] { m_undoStack->redo(); });
 }
 
 void TrimmerWindow::refreshSegments() {
@@ -291,19 +296,32 @@ void TrimmerWindow::loadWaveformInBackground() {
     });
 }
 
-bool TrimmerWindow::splitAtPlayhead() {
-    const bool split = m_session->splitSegment(m_player->position());
+bool TrimmerWindow::recordEdit(const QString& text, const std::function<bool()>& edit) {
+    SessionEditCommand::Snapshot before = SessionEditCommand::take(*m_session);
+    if (!edit())
+        return false;
+    m_undoStack->push(new SessionEditCommand(text, *m_session, std::move(before),
+                                             SessionEditCommand::take(*m_session),
+                                             [this] { refreshSegments(); }));
     refreshSegments();
-    return split;
+    return true;
+}
+
+bool TrimmerWindow::splitAtPlayhead() {
+    const double at = m_player->position();
+    return recordEdit(tr("Split"), [this, at] { return m_session->splitSegment(at); });
 }
 
 bool TrimmerWindow::toggleSelectedSegment() {
-    const std::optional<QUuid>& selected = m_timeline->selectedSegment();
+    const std::optional<QUuid> selected = m_timeline->selectedSegment();
     if (!selected)
         return false;
-    m_session->toggleSegment(*selected);
-    refreshSegments();
-    return true;
+    return recordEdit(tr("Remove part"), [this, id = *selected] {
+        if (!m_session->cutSegmentList().segment(id))
+            return false;
+        m_session->toggleSegment(id);
+        return true;
+    });
 }
 
 void TrimmerWindow::startExport() {

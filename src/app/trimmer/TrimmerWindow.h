@@ -4,6 +4,7 @@
 
 #include <QWidget>
 
+#include <functional>
 #include <memory>
 #include <optional>
 #include <vector>
@@ -13,6 +14,7 @@ class QLabel;
 class QProgressBar;
 class QPushButton;
 class QSlider;
+class QUndoStack;
 class TimelineStrip;
 class TrimmerPlayer;
 
@@ -36,6 +38,7 @@ public:
     PreviewWidget& preview() { return *m_preview; }
     TimelineStrip& timeline() { return *m_timeline; }
     QSlider& scrubber() { return *m_scrubber; }
+    QUndoStack& undoStack() { return *m_undoStack; }
     // The look the preview shows and an export writes.
     const VideoTrimmerViewModel::ExportStyle& style() const { return m_style; }
 
@@ -57,6 +60,8 @@ private:
     void refreshTime();
     void pushStyleToPreview();
     void loadWaveformInBackground();
+    // Runs `edit` on the session and, when it changed something, records it for undo.
+    bool recordEdit(const QString& text, const std::function<bool()>& edit);
 
     std::unique_ptr<VideoTrimmerViewModel> m_session;
     std::unique_ptr<TrimmerPlayer> m_player;
@@ -73,4 +78,5 @@ private:
     QPushButton* m_cancelButton = nullptr;
     QProgressBar* m_progress = nullptr;
     bool m_scrubbing = false;
+    QUndoStack* m_undoStack = nullptr;
 };

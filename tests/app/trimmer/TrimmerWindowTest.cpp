@@ -16,6 +16,7 @@
 #include <QMouseEvent>
 #include <QSlider>
 #include <QTemporaryDir>
+#include <QUndoStack>
 
 #include <gtest/gtest.h>
 
@@ -192,6 +193,33 @@ TEST_F(TrimmerWindowTest, splitsRemovesAndShowsTheWholeWindow) {
     EXPECT_EQ(shot.size(), window->size() * window->devicePixelRatio());
     const auto path = artefactFolder() / "trimmer-window.png";
     EXPECT_TRUE(shot.save(QString::fromStdString(path.string())));
+}
+
+// Every segment edit can be undone and redone, back to the exact segments before and after.
+TEST_F(TrimmerWindowTest, undoesAndRedoesSegmentEdits) {
+    REQUIRE_TOOL("ffmpeg");
+    auto window = openWindow(makeRecording());
+    ASSERT_TRUE(window);
+    VideoTrimmerViewModel& session = window->session();
+    window->player().seek(1.0);
+    ASSERT_TRUE(window->splitAtPlayhead());
+    const std::vector<VideoSegment> afterSplit = session.segments();
+    window->timeline().setSelectedSegment(afterSplit.front().id);
+    ASSERT_TRUE(window->toggleSelectedSegment());
+    const std::vector<VideoSegment> afterRemove = session.segments();
+    // A split on an existing cut changes nothing and leaves nothing to undo.
+    EXPECT_FALSE(window->splitAtPlayhead());
+    ASSERT_EQ(window->undoStack().count(), 2);
+
+    window->undoStack().undo();
+    EXPECT_EQ(session.segments(), afterSplit);
+    window->undoStack().undo();
+    EXPECT_EQ(session.segments().size(), 0u) << "before the first split there were no cuts";
+    EXPECT_NEAR(session.totalActiveDuration(), 0.0, 1e-9);
+    window->undoStack().redo();
+    window->undoStack().redo();
+    EXPECT_EQ(session.segments(), afterRemove);
+    EXPECT_NEAR(session.totalActiveDuration(), 2.0, 0.05);
 }
 
 // An export from the window runs the session's export, shows its progress, and writes a
