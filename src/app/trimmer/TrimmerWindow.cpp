@@ -4,6 +4,7 @@
 #include "app/trimmer/PreviewWidget.h"
 #include "app/trimmer/SessionEditCommand.h"
 #include "app/trimmer/TimelineStrip.h"
+#include "app/trimmer/TrimmerAutosave.h"
 #include "app/trimmer/TrimmerPlayer.h"
 #include "app/trimmer/TrimmerStyle.h"
 #include "core/support/Log.h"
@@ -65,9 +66,12 @@ std::unique_ptr<TrimmerWindow> TrimmerWindow::open(const QString& path, QString&
     }
     // The editor shows the styled result: the background is on from the start.
     session->backgroundEnabled = true;
+    const std::optional<double> playhead = TrimmerAutosave::restore(*session);
     const Size cameraSize = renderer->cameraNaturalSize();
     auto player =
         std::make_unique<TrimmerPlayer>(std::move(renderer), session->videoDuration().seconds());
+    if (playhead)
+        player->seek(*playhead);
     return std::unique_ptr<TrimmerWindow>(
         new TrimmerWindow(std::move(session), std::move(player), cameraSize));
 }
@@ -108,11 +112,17 @@ TrimmerWindow::TrimmerWindow(std::unique_ptr<VideoTrimmerViewModel> session,
     bindShortcuts();
     refreshSegments();
     refreshTime();
+    // A restored playhead was set before the views existed.
+    m_timeline->setPlayhead(m_player->position());
+    m_scrubber->setValue(int(std::lround(m_player->position() * sliderScale)));
     pushStyleToPreview();
     loadWaveformInBackground();
 }
 
 TrimmerWindow::~TrimmerWindow() {
+    // The playhead is kept with the edits; a recording only looked at leaves nothing behind.
+    if (m_undoStack->count() > 0)
+        TrimmerAutosave::save(*m_session, m_player->position());
     // The player's thread delivers into the preview: it stops before the widgets go.
     m_player.reset();
 }
@@ -300,10 +310,13 @@ bool TrimmerWindow::recordEdit(const QString& text, const std::function<bool()>&
     SessionEditCommand::Snapshot before = SessionEditCommand::take(*m_session);
     if (!edit())
         return false;
-    m_undoStack->push(new SessionEditCommand(text, *m_session, std::move(before),
-                                             SessionEditCommand::take(*m_session),
-                                             [this] { refreshSegments(); }));
+    m_undoStack->push(new SessionEditCommand(
+        text, *m_session, std::move(before), SessionEditCommand::take(*m_session), [this] {
+            refreshSegments();
+            TrimmerAutosave::save(*m_session, m_player->position());
+        }));
     refreshSegments();
+    TrimmerAutosave::save(*m_session, m_player->position());
     return true;
 }
 

@@ -222,6 +222,46 @@ TEST_F(TrimmerWindowTest, undoesAndRedoesSegmentEdits) {
     EXPECT_NEAR(session.totalActiveDuration(), 2.0, 0.05);
 }
 
+// Edits are kept beside the recording as they are made: a window opened again (after a close
+// or a crash) shows the same parts with the same marks and the playhead where it was.
+TEST_F(TrimmerWindowTest, reopensWhereTheEditorWasLeft) {
+    REQUIRE_TOOL("ffmpeg");
+    const QString movie = makeRecording();
+    std::vector<VideoSegment> edited;
+    {
+        auto window = openWindow(movie);
+        ASSERT_TRUE(window);
+        window->player().seek(0.8);
+        ASSERT_TRUE(window->splitAtPlayhead());
+        window->player().seek(2.4);
+        ASSERT_TRUE(window->splitAtPlayhead());
+        window->timeline().setSelectedSegment(window->session().segments()[1].id);
+        ASSERT_TRUE(window->toggleSelectedSegment());
+        edited = window->session().segments();
+        window->player().seek(2.5);
+    }
+    EXPECT_TRUE(QFile::exists(QDir(folder.path()).filePath(".Lesson.trimmer.json")));
+    auto again = openWindow(movie);
+    ASSERT_TRUE(again);
+    const auto& restored = again->session().segments();
+    ASSERT_EQ(restored.size(), edited.size());
+    for (size_t i = 0; i < restored.size(); ++i) {
+        EXPECT_NEAR(restored[i].startTimeInSeconds(), edited[i].startTimeInSeconds(), 0.01);
+        EXPECT_EQ(restored[i].isMarkedForDeletion, edited[i].isMarkedForDeletion);
+    }
+    EXPECT_NEAR(again->player().position(), 2.5, 0.01);
+
+    // State written for another recording of the same name is not applied to this one.
+    QFile state(QDir(folder.path()).filePath(".Lesson.trimmer.json"));
+    ASSERT_TRUE(state.open(QIODevice::WriteOnly));
+    state.write(R"({"version":1,"duration":99,"playhead":1,"cuts":[{"start":0,"end":50}]})");
+    state.close();
+    again.reset();
+    auto fresh = openWindow(movie);
+    ASSERT_TRUE(fresh);
+    EXPECT_TRUE(fresh->session().segments().empty());
+}
+
 // An export from the window runs the session's export, shows its progress, and writes a
 // readable movie without the removed part.
 TEST_F(TrimmerWindowTest, exportsTheEditedRecording) {
