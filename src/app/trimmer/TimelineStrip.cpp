@@ -49,6 +49,11 @@ void TimelineStrip::setSelectedSegment(std::optional<QUuid> id) {
     update();
 }
 
+void TimelineStrip::setSelectedZoomSegment(std::optional<QUuid> id) {
+    m_selectedZoom = std::move(id);
+    update();
+}
+
 void TimelineStrip::setPlayhead(double seconds) {
     if (seconds == m_playhead)
         return;
@@ -135,12 +140,14 @@ void TimelineStrip::paintZoomTrack(QPainter& painter) {
     for (const Bar& segment : m_zoomSegments) {
         const QRectF bar(QPointF(xForTime(segment.start), track.top() + 3),
                          QPointF(xForTime(segment.end), track.bottom() - 3));
+        const bool selected = m_selectedZoom && *m_selectedZoom == segment.id;
         QColor fill = trimmer::accent;
-        fill.setAlphaF(0.55f);
-        painter.setPen(Qt::NoPen);
+        fill.setAlphaF(selected ? 0.9f : 0.55f);
+        painter.setPen(selected ? QPen(trimmer::text, 1.5) : Qt::NoPen);
         painter.setBrush(fill);
         painter.drawRoundedRect(bar, trimmer::controlRadius, trimmer::controlRadius);
         // Handles at both ends.
+        painter.setPen(Qt::NoPen);
         painter.setBrush(trimmer::text);
         painter.drawRoundedRect(QRectF(bar.left() + 3, bar.center().y() - 6, 3, 12), 1.5, 1.5);
         painter.drawRoundedRect(QRectF(bar.right() - 6, bar.center().y() - 6, 3, 12), 1.5, 1.5);
@@ -212,6 +219,25 @@ void TimelineStrip::mousePressEvent(QMouseEvent* event) {
         return;
     const QPointF at = event->position();
     const double t = timeForX(at.x());
+    if (zoomTrackRect().contains(at)) {
+        // Later segments are drawn on top, so they are hit first.
+        for (auto it = m_zoomSegments.rbegin(); it != m_zoomSegments.rend(); ++it) {
+            const double left = xForTime(it->start), right = xForTime(it->end);
+            if (at.x() < left - 2 || at.x() > right + 2)
+                continue;
+            constexpr double edge = 8.0;
+            ZoomGrip grip = ZoomGrip::move;
+            if (at.x() <= left + edge)
+                grip = ZoomGrip::start;
+            else if (at.x() >= right - edge)
+                grip = ZoomGrip::end;
+            m_zoomDrag = ZoomDrag{it->id, grip, t - it->start};
+            setSelectedZoomSegment(it->id);
+            emit zoomSegmentSelected(it->id);
+            emit zoomDragStarted(it->id);
+            return;
+        }
+    }
     if (videoTrackRect().contains(at)) {
         for (const Bar& segment : m_cutSegments) {
             if (t >= segment.start && t < segment.end) {
@@ -225,11 +251,23 @@ void TimelineStrip::mousePressEvent(QMouseEvent* event) {
 }
 
 void TimelineStrip::mouseMoveEvent(QMouseEvent* event) {
+    if (m_zoomDrag) {
+        const double t = timeForX(event->position().x());
+        emit zoomDragged(m_zoomDrag->id, m_zoomDrag->grip,
+                         m_zoomDrag->grip == ZoomGrip::move ? t - m_zoomDrag->grabOffset : t);
+        return;
+    }
     if (m_dragging)
         emit scrubbed(timeForX(event->position().x()));
 }
 
 void TimelineStrip::mouseReleaseEvent(QMouseEvent* event) {
+    if (m_zoomDrag) {
+        const QUuid id = m_zoomDrag->id;
+        m_zoomDrag.reset();
+        emit zoomDragEnded(id);
+        return;
+    }
     if (!m_dragging)
         return;
     m_dragging = false;

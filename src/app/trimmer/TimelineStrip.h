@@ -35,6 +35,11 @@ public:
     double playhead() const { return m_playhead; }
     const std::optional<QUuid>& selectedSegment() const { return m_selected; }
     void setSelectedSegment(std::optional<QUuid> id);
+    const std::optional<QUuid>& selectedZoomSegment() const { return m_selectedZoom; }
+    void setSelectedZoomSegment(std::optional<QUuid> id);
+
+    // What a press on a zoom segment grabs.
+    enum class ZoomGrip { move, start, end };
 
     // Geometry, for painting and for tests that point at things.
     QRectF rulerRect() const;
@@ -49,6 +54,11 @@ signals:
     void scrubbed(double seconds);
     void scrubEnded(double seconds);
     void segmentSelected(const QUuid& id);
+    void zoomSegmentSelected(const QUuid& id);
+    // A zoom segment's drag: `time` is where its start (move, start) or end (end) should go.
+    void zoomDragStarted(const QUuid& id);
+    void zoomDragged(const QUuid& id, TimelineStrip::ZoomGrip grip, double time);
+    void zoomDragEnded(const QUuid& id);
 
 protected:
     void paintEvent(QPaintEvent* event) override;
@@ -68,5 +78,13 @@ private:
     std::vector<Bar> m_zoomSegments;
     std::vector<Bar> m_cutSegments;
     std::optional<QUuid> m_selected;
+    std::optional<QUuid> m_selectedZoom;
     bool m_dragging = false;
+    // The zoom segment being dragged, its grip, and how far from its start it was grabbed.
+    struct ZoomDrag {
+        QUuid id;
+        ZoomGrip grip = ZoomGrip::move;
+        double grabOffset = 0.0;
+    };
+    std::optional<ZoomDrag> m_zoomDrag;
 };

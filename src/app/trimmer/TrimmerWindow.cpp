@@ -7,6 +7,7 @@
 #include "app/trimmer/TrimmerAutosave.h"
 #include "app/trimmer/TrimmerPlayer.h"
 #include "app/trimmer/TrimmerStyle.h"
+#include "core/editing/ZoomSegmentEditor.h"
 #include "core/support/Log.h"
 #include "exporter/AdvancedVideoExporter.h"
 #include "media/WaveformGenerator.h"
@@ -217,6 +218,34 @@ void TrimmerWindow::buildInterface() {
         m_scrubbing = false;
         m_player->endScrub(m_scrubber->value() / sliderScale);
     });
+    connect(m_timeline, &TimelineStrip::segmentSelected, this,
+            [this] { m_zoomSelectedLast = false; });
+    connect(m_timeline, &TimelineStrip::zoomSegmentSelected, this,
+            [this] { m_zoomSelectedLast = true; });
+    connect(m_timeline, &TimelineStrip::zoomDragStarted, this,
+            [this] { m_zoomBeforeDrag = m_session->zoomSegments; });
+    connect(m_timeline, &TimelineStrip::zoomDragged, this,
+            [this](const QUuid& id, TimelineStrip::ZoomGrip grip, double time) {
+                ZoomSegmentEditor& editor = zoomEditor();
+                if (grip == TimelineStrip::ZoomGrip::move)
+                    editor.moveSegment(id, time);
+                else if (grip == TimelineStrip::ZoomGrip::start)
+                    editor.resizeSegmentStart(id, time);
+                else
+                    editor.resizeSegmentEnd(id, time);
+                m_session->zoomSegments = editor.zoomSegments();
+                refreshSegments();
+            });
+    connect(m_timeline, &TimelineStrip::zoomDragEnded, this, [this] {
+        if (m_session->zoomSegments == m_zoomBeforeDrag)
+            return;
+        SessionEditCommand::Snapshot before = SessionEditCommand::take(*m_session);
+        before.zoomSegments = m_zoomBeforeDrag;
+        m_undoStack->push(new SessionEditCommand(tr("Move zoom"), *m_session, std::move(before),
+                                                 SessionEditCommand::take(*m_session),
+                                                 [this] { editsChanged(); }));
+        editsChanged();
+    });
     connect(m_timeline, &TimelineStrip::scrubbed, m_player.get(), &TrimmerPlayer::scrub);
     connect(m_timeline, &TimelineStrip::scrubEnded, m_player.get(), &TrimmerPlayer::endScrub);
 
@@ -260,8 +289,13 @@ void TrimmerWindow::bindShortcuts() {
     bind(QKeySequence(Qt::Key_Home), [this] { m_player->seek(0.0); });
     bind(QKeySequence(Qt::Key_End), [this] { m_player->seek(m_player->duration()); });
     bind(QKeySequence(Qt::Key_S), [this] { splitAtPlayhead(); });
-    bind(QKeySequence(Qt::Key_Delete), [this] { toggleSelectedSegment(); });
-    bind(QKeySequence(Qt::Key_Backspace), [this] { toggleSelectedSegment(); });
+    // Delete acts on whichever kind of segment was selected last.
+    const auto deleteSelected = [this] {
+        m_zoomSelectedLast ? deleteSelectedZoom() : toggleSelectedSegment();
+    };
+    bind(QKeySequence(Qt::Key_Delete), deleteSelected);
+    bind(QKeySequence(Qt::Key_Backspace), deleteSelected);
+    bind(QKeySequence(Qt::Key_Z), [this] { addZoomAtPlayhead(); });
     bind(QKeySequence(Qt::CTRL | Qt::Key_E), [this] { startExport(); });
     bind(QKeySequence(Qt::CTRL | Qt::Key_Z), [this] { m_undoStack->undo(); });
     bind(QKeySequence(Qt::CTRL | Qt::SHIFT | Qt::Key_Z), [this] { m_undoStack->redo(); });
@@ -310,14 +344,61 @@ bool TrimmerWindow::recordEdit(const QString& text, const std::function<bool()>&
     SessionEditCommand::Snapshot before = SessionEditCommand::take(*m_session);
     if (!edit())
         return false;
-    m_undoStack->push(new SessionEditCommand(
-        text, *m_session, std::move(before), SessionEditCommand::take(*m_session), [this] {
-            refreshSegments();
-            TrimmerAutosave::save(*m_session, m_player->position());
-        }));
-    refreshSegments();
-    TrimmerAutosave::save(*m_session, m_player->position());
+    m_undoStack->push(new SessionEditCommand(text, *m_session, std::move(before),
+                                             SessionEditCommand::take(*m_session),
+                                             [this] { editsChanged(); }));
+    editsChanged();
     return true;
+}
+
+void TrimmerWindow::editsChanged() {
+    refreshSegments();
+    // The zoom segments are part of the styled frame.
+    pushStyleToPreview();
+    TrimmerAutosave::save(*m_session, m_player->position());
+}
+
+ZoomSegmentEditor& TrimmerWindow::zoomEditor() {
+    if (!m_zoomEditor)
+        m_zoomEditor = std::make_unique<ZoomSegmentEditor>();
+    RecordingMetadata document = m_session->metadata().value_or(RecordingMetadata{});
+    if (!m_session->metadata()) {
+        document.duration = m_session->videoDuration().seconds();
+        document.resolution = m_session->naturalSize();
+    }
+    document.zoomSegments = m_session->zoomSegments;
+    m_zoomEditor->setMetadata(document);
+    m_zoomEditor->setVideoDuration(m_session->videoDuration().seconds());
+    return *m_zoomEditor;
+}
+
+bool TrimmerWindow::addZoomAtPlayhead() {
+    const double at = m_player->position();
+    return recordEdit(tr("Add zoom"), [this, at] {
+        ZoomSegmentEditor& editor = zoomEditor();
+        editor.addZoomSegment(at);
+        if (editor.zoomSegments().size() == m_session->zoomSegments.size())
+            return false;
+        m_session->zoomSegments = editor.zoomSegments();
+        return true;
+    });
+}
+
+bool TrimmerWindow::deleteSelectedZoom() {
+    const std::optional<QUuid> selected = m_timeline->selectedZoomSegment();
+    if (!selected)
+        return false;
+    const bool removed = recordEdit(tr("Delete zoom"), [this, id = *selected] {
+        ZoomSegmentEditor& editor = zoomEditor();
+        editor.deleteZoomSegment(id);
+        if (editor.zoomSegments().size() == m_session->zoomSegments.size())
+            return false;
+        m_session->zoomSegments = editor.zoomSegments();
+        return true;
+    });
+    if (removed)
+        m_timeline->setSelectedZoomSegment(std::nullopt);
+    return removed;
 }
 
 bool TrimmerWindow::splitAtPlayhead() {

@@ -15,6 +15,7 @@ class QProgressBar;
 class QPushButton;
 class QSlider;
 class QUndoStack;
+class ZoomSegmentEditor;
 class TimelineStrip;
 class TrimmerPlayer;
 
@@ -45,6 +46,9 @@ public:
     // Segment edits at the playhead and on the selected segment, as their keys do them.
     bool splitAtPlayhead();
     bool toggleSelectedSegment();
+    // Zoom segments, through the editing rules of the zoom track.
+    bool addZoomAtPlayhead();
+    bool deleteSelectedZoom();
     void startExport();
 
 signals:
@@ -62,6 +66,9 @@ private:
     void loadWaveformInBackground();
     // Runs `edit` on the session and, when it changed something, records it for undo.
     bool recordEdit(const QString& text, const std::function<bool()>& edit);
+    // The zoom rules work on a document: it is given the session's segments before each edit.
+    ZoomSegmentEditor& zoomEditor();
+    void editsChanged();
 
     std::unique_ptr<VideoTrimmerViewModel> m_session;
     std::unique_ptr<TrimmerPlayer> m_player;
@@ -79,4 +86,8 @@ private:
     QProgressBar* m_progress = nullptr;
     bool m_scrubbing = false;
     QUndoStack* m_undoStack = nullptr;
+    std::unique_ptr<ZoomSegmentEditor> m_zoomEditor;
+    // The segments when a zoom drag began, for its undo.
+    std::vector<ZoomSegment> m_zoomBeforeDrag;
+    bool m_zoomSelectedLast = false;
 };

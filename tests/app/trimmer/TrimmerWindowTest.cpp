@@ -162,6 +162,8 @@ TEST_F(TrimmerWindowTest, splitsRemovesAndShowsTheWholeWindow) {
     ASSERT_TRUE(window);
     EXPECT_TRUE(window->windowTitle().contains(QStringLiteral("Lesson.mp4")));
     TrimmerPlayer& player = window->player();
+    player.seek(0.3);
+    EXPECT_TRUE(window->addZoomAtPlayhead());
     player.seek(1.2);
     EXPECT_TRUE(window->splitAtPlayhead());
     player.seek(2.0);
@@ -220,6 +222,73 @@ TEST_F(TrimmerWindowTest, undoesAndRedoesSegmentEdits) {
     window->undoStack().redo();
     EXPECT_EQ(session.segments(), afterRemove);
     EXPECT_NEAR(session.totalActiveDuration(), 2.0, 0.05);
+}
+
+void sendMouse(QWidget& widget, QEvent::Type type, QPointF at) {
+    const Qt::MouseButtons held =
+        type == QEvent::MouseButtonRelease ? Qt::NoButton : Qt::MouseButtons(Qt::LeftButton);
+    QMouseEvent event(type, at, widget.mapToGlobal(at), Qt::LeftButton, held, Qt::NoModifier);
+    QApplication::sendEvent(&widget, &event);
+}
+
+// A zoom segment added at the playhead is moved by dragging its middle and lengthened by
+// dragging its end, through the zoom track's rules; the styled preview shows the zoom; undo
+// puts every step back.
+TEST_F(TrimmerWindowTest, dragsZoomSegmentsWithTheMouse) {
+    REQUIRE_TOOL("ffmpeg");
+    auto window = openWindow(makeRecording());
+    ASSERT_TRUE(window);
+    VideoTrimmerViewModel& session = window->session();
+    TrimmerPlayer& player = window->player();
+    player.seek(1.5);
+    ASSERT_TRUE(processUntil([&] { return player.currentFrameTime() == 1.5; }));
+    const QImage unzoomed = player.currentFrame();
+    player.seek(0.2);
+    ASSERT_TRUE(window->addZoomAtPlayhead());
+    ASSERT_EQ(session.zoomSegments.size(), 1u);
+    const ZoomSegment added = session.zoomSegments.front();
+    EXPECT_NEAR(added.startTime, 0.2, 0.01);
+
+    // The preview draws the new zoom: the frame at 1.5 s is no longer the unzoomed one.
+    player.seek(1.5);
+    ASSERT_TRUE(processUntil([&] {
+        return player.currentFrameTime() == 1.5 && player.currentFrame() != unzoomed;
+    })) << "the styled preview did not take the new zoom segment";
+
+    TimelineStrip& timeline = window->timeline();
+    const double y = timeline.zoomTrackRect().center().y();
+    const double middle = (added.startTime + added.endTime) / 2;
+    sendMouse(timeline, QEvent::MouseButtonPress, {timeline.xForTime(middle), y});
+    sendMouse(timeline, QEvent::MouseMove, {timeline.xForTime(middle - 0.1), y});
+    sendMouse(timeline, QEvent::MouseButtonRelease, {timeline.xForTime(middle - 0.1), y});
+    ASSERT_EQ(session.zoomSegments.size(), 1u);
+    const ZoomSegment moved = session.zoomSegments.front();
+    EXPECT_NEAR(moved.startTime, added.startTime - 0.1, 0.02);
+    EXPECT_NEAR(moved.endTime - moved.startTime, added.endTime - added.startTime, 1e-6);
+    EXPECT_EQ(timeline.selectedZoomSegment(), added.id);
+
+    // Its end handle, dragged past the video's end, stops there.
+    const double endX = timeline.xForTime(moved.endTime) - 3;
+    sendMouse(timeline, QEvent::MouseButtonPress, {endX, y});
+    sendMouse(timeline, QEvent::MouseMove, {double(timeline.width()), y});
+    sendMouse(timeline, QEvent::MouseButtonRelease, {double(timeline.width()), y});
+    const ZoomSegment resized = session.zoomSegments.front();
+    EXPECT_NEAR(resized.startTime, moved.startTime, 1e-6);
+    EXPECT_GT(resized.endTime, moved.endTime);
+    EXPECT_LE(resized.endTime, 3.0 + 0.02);
+
+    ASSERT_EQ(window->undoStack().count(), 3);
+    window->undoStack().undo();
+    EXPECT_EQ(session.zoomSegments.front(), moved);
+    window->undoStack().undo();
+    EXPECT_EQ(session.zoomSegments.front(), added);
+    window->undoStack().undo();
+    EXPECT_TRUE(session.zoomSegments.empty());
+    window->undoStack().redo();
+    ASSERT_EQ(session.zoomSegments.size(), 1u);
+    window->timeline().setSelectedZoomSegment(added.id);
+    EXPECT_TRUE(window->deleteSelectedZoom());
+    EXPECT_TRUE(session.zoomSegments.empty());
 }
 
 // Edits are kept beside the recording as they are made: a window opened again (after a close
