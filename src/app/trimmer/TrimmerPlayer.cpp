@@ -134,7 +134,7 @@ void TrimmerPlayer::pause() {
 
 void TrimmerPlayer::tick() {
     const std::chrono::duration<double> elapsed = std::chrono::steady_clock::now() - m_anchorTime;
-    double position = m_anchorPosition + elapsed.count();
+    double position = m_anchorPosition + elapsed.count() * m_rate;
     if (position >= m_duration) {
         if (m_looping) {
             m_anchorTime = std::chrono::steady_clock::now();
@@ -148,6 +148,17 @@ void TrimmerPlayer::tick() {
     }
     setPosition(position);
     requestFrame(position);
+}
+
+void TrimmerPlayer::setRate(double rate) {
+    rate = std::clamp(rate, 0.25, 4.0);
+    if (rate == m_rate)
+        return;
+    // The clock is re-anchored here, so the playhead does not jump.
+    m_anchorTime = std::chrono::steady_clock::now();
+    m_anchorPosition = m_position;
+    m_rate = rate;
+    emit rateChanged(rate);
 }
 
 void TrimmerPlayer::seek(double seconds) {

@@ -35,6 +35,9 @@ public:
     bool isStyled() const { return m_styled; }
     bool isLooping() const { return m_looping; }
     void setLooping(bool looping) { m_looping = looping; }
+    // Playback speed (0.25 to 4); takes effect from the current position.
+    double rate() const { return m_rate; }
+    void setRate(double rate);
     // The frame on screen and the time it was asked for.
     const QImage& currentFrame() const { return m_frame; }
     double currentFrameTime() const { return m_frameTime; }
@@ -57,6 +60,7 @@ public:
 signals:
     void positionChanged(double seconds);
     void playingChanged(bool playing);
+    void rateChanged(double rate);
     // A decoded (and, when styled, composed) frame is on screen.
     void frameShown(double seconds);
 
@@ -81,6 +85,7 @@ private:
     bool m_playing = false;
     bool m_styled = true;
     bool m_looping = false;
+    double m_rate = 1.0;
     QImage m_frame;
     double m_frameTime = -1.0;
     double m_frameStart = 0.0;

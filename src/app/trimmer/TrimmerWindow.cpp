@@ -148,6 +148,8 @@ void TrimmerWindow::buildInterface() {
     // The UI font's digits are of one width, so the time does not jitter as it runs.
     QFont tabular = m_timeLabel->font();
     m_timeLabel->setFont(tabular);
+    auto* speed = makeButton(QStringLiteral("1×"), tr("Playback speed (J slower, L faster)"), this);
+    speed->setMinimumWidth(48);
     auto* loop = makeButton(tr("Loop"), tr("Play in a loop"), this);
     loop->setCheckable(true);
     m_styledButton =
@@ -160,6 +162,7 @@ void TrimmerWindow::buildInterface() {
     transport->addSpacing(trimmer::grid);
     transport->addWidget(m_timeLabel);
     transport->addStretch(1);
+    transport->addWidget(speed);
     transport->addWidget(loop);
     transport->addWidget(m_styledButton);
     layout->addLayout(transport);
@@ -203,6 +206,12 @@ void TrimmerWindow::buildInterface() {
     connect(back, &QPushButton::clicked, this, [this] { m_player->step(-1); });
     connect(forward, &QPushButton::clicked, this, [this] { m_player->step(1); });
     connect(m_playButton, &QPushButton::clicked, this, [this] { m_player->togglePlay(); });
+    connect(speed, &QPushButton::clicked, this, [this] {
+        const double rate = m_player->rate();
+        m_player->setRate(rate >= 2.0 ? 0.5 : rate * 2.0);
+    });
+    connect(m_player.get(), &TrimmerPlayer::rateChanged, speed,
+            [speed](double rate) { speed->setText(QStringLiteral("%1×").arg(rate)); });
     connect(loop, &QPushButton::toggled, this, [this](bool on) { m_player->setLooping(on); });
     connect(m_styledButton, &QPushButton::toggled, this,
             [this](bool on) { m_player->setStyled(on); });
@@ -282,8 +291,13 @@ void TrimmerWindow::bindShortcuts() {
     };
     bind(QKeySequence(Qt::Key_Space), [this] { m_player->togglePlay(); });
     bind(QKeySequence(Qt::Key_K), [this] { m_player->pause(); });
-    bind(QKeySequence(Qt::Key_L), [this] { m_player->play(); });
-    bind(QKeySequence(Qt::Key_J), [this] { m_player->seek(m_player->position() - 5.0); });
+    // L plays, and faster when pressed again while playing; J slows down, K stops.
+    bind(QKeySequence(Qt::Key_L), [this] {
+        if (m_player->isPlaying())
+            m_player->setRate(m_player->rate() * 2.0);
+        m_player->play();
+    });
+    bind(QKeySequence(Qt::Key_J), [this] { m_player->setRate(m_player->rate() / 2.0); });
     bind(QKeySequence(Qt::Key_Left), [this] { m_player->step(-1); });
     bind(QKeySequence(Qt::Key_Right), [this] { m_player->step(1); });
     bind(QKeySequence(Qt::Key_Home), [this] { m_player->seek(0.0); });

@@ -224,6 +224,35 @@ TEST_F(TrimmerWindowTest, undoesAndRedoesSegmentEdits) {
     EXPECT_NEAR(session.totalActiveDuration(), 2.0, 0.05);
 }
 
+// Playback follows the steady clock at the chosen speed, shows frames as it goes, and stops at
+// the end unless it loops.
+TEST_F(TrimmerWindowTest, playsByTheClockAndStopsAtTheEnd) {
+    REQUIRE_TOOL("ffmpeg");
+    auto window = openWindow(makeRecording());
+    ASSERT_TRUE(window);
+    TrimmerPlayer& player = window->player();
+    int framesShown = 0;
+    QObject::connect(&player, &TrimmerPlayer::frameShown, [&framesShown] { ++framesShown; });
+    const auto started = std::chrono::steady_clock::now();
+    player.play();
+    EXPECT_TRUE(player.isPlaying());
+    processUntil([] { return false; }, 500ms);
+    player.pause();
+    const double wall =
+        std::chrono::duration<double>(std::chrono::steady_clock::now() - started).count();
+    // The playhead never runs ahead of the clock; a loaded machine may make it lag a little.
+    EXPECT_LE(player.position(), wall + 0.02);
+    EXPECT_GE(player.position(), 0.3);
+    EXPECT_GE(framesShown, 3) << "playback showed no new frames";
+
+    player.setRate(4.0);
+    player.seek(2.0);
+    player.play();
+    ASSERT_TRUE(processUntil([&] { return !player.isPlaying(); }, 5s))
+        << "playback did not stop at the end";
+    EXPECT_DOUBLE_EQ(player.position(), player.duration());
+}
+
 void sendMouse(QWidget& widget, QEvent::Type type, QPointF at) {
     const Qt::MouseButtons held =
         type == QEvent::MouseButtonRelease ? Qt::NoButton : Qt::MouseButtons(Qt::LeftButton);
