@@ -4,8 +4,10 @@
 #include "core/timeline/TimeRuler.h"
 
 #include <QMouseEvent>
+#include <QNativeGestureEvent>
 #include <QPainter>
 #include <QPainterPath>
+#include <QWheelEvent>
 
 #include <algorithm>
 #include <cmath>
@@ -26,6 +28,7 @@ TimelineStrip::TimelineStrip(QWidget* parent) : QWidget(parent) {
 
 void TimelineStrip::setDuration(double seconds) {
     m_duration = std::max(0.0, seconds);
+    m_viewport.fitToDuration(m_duration);
     update();
 }
 
@@ -57,6 +60,13 @@ void TimelineStrip::setSelectedZoomSegment(std::optional<QUuid> id) {
 void TimelineStrip::setPlayhead(double seconds) {
     if (seconds == m_playhead)
         return;
+    // A playhead that leaves the view takes the view along, a little ahead of it.
+    if (seconds < m_viewport.visibleStart || seconds > m_viewport.visibleEnd) {
+        m_viewport.pan(seconds - m_viewport.visibleStart - m_viewport.visibleDuration() * 0.1);
+        m_playhead = seconds;
+        update();
+        return;
+    }
     // Only the strip of the old and the new playhead is painted again.
     const double oldX = xForTime(m_playhead);
     m_playhead = seconds;
@@ -81,14 +91,14 @@ double TimelineStrip::xForTime(double seconds) const {
     const QRectF track = rulerRect();
     if (m_duration <= 0)
         return track.left();
-    return track.left() + track.width() * std::clamp(seconds / m_duration, 0.0, 1.0);
+    return track.left() + m_viewport.timeToX(seconds, track.width());
 }
 
 double TimelineStrip::timeForX(double x) const {
     const QRectF track = rulerRect();
     if (track.width() <= 0)
         return 0.0;
-    return std::clamp((x - track.left()) / track.width(), 0.0, 1.0) * m_duration;
+    return m_viewport.clampedTime(m_viewport.xToTime(x - track.left(), track.width()));
 }
 
 void TimelineStrip::paintEvent(QPaintEvent*) {
@@ -97,6 +107,8 @@ void TimelineStrip::paintEvent(QPaintEvent*) {
     painter.fillRect(rect(), trimmer::background);
     painter.setPen(trimmer::hairline);
     painter.drawLine(QPointF(0, 0.5), QPointF(width(), 0.5));
+    // What lies outside the view is cut at the tracks' ends.
+    painter.setClipRect(QRectF(rulerRect().left() - 7, 0, rulerRect().width() + 14, height()));
     paintRuler(painter);
     paintZoomTrack(painter);
     paintVideoTrack(painter);
@@ -107,18 +119,22 @@ void TimelineStrip::paintRuler(QPainter& painter) {
     const QRectF ruler = rulerRect();
     if (m_duration <= 0)
         return;
-    const RulerIntervals intervals = calculateIntervals(m_duration, ruler.width());
+    const RulerIntervals intervals =
+        calculateIntervals(m_viewport.visibleDuration(), ruler.width());
+    const double end = m_viewport.visibleEnd + 1e-9;
     QFont font = painter.font();
     font.setPixelSize(11);
     painter.setFont(font);
     if (intervals.minor > 0) {
         painter.setPen(trimmer::hairline);
-        for (double t = 0; t <= m_duration + 1e-9; t += intervals.minor) {
+        for (double t = std::floor(m_viewport.visibleStart / intervals.minor) * intervals.minor;
+             t <= end; t += intervals.minor) {
             const double x = std::round(xForTime(t)) + 0.5;
             painter.drawLine(QPointF(x, ruler.bottom() - 4), QPointF(x, ruler.bottom()));
         }
     }
-    for (double t = 0; t <= m_duration + 1e-9; t += intervals.major) {
+    for (double t = std::floor(m_viewport.visibleStart / intervals.major) * intervals.major;
+         t <= end; t += intervals.major) {
         const double x = std::round(xForTime(t)) + 0.5;
         painter.setPen(trimmer::hairline);
         painter.drawLine(QPointF(x, ruler.bottom() - 8), QPointF(x, ruler.bottom()));
@@ -187,13 +203,21 @@ void TimelineStrip::paintVideoTrack(QPainter& painter) {
         const double amplitude = track.height() / 2 - 6;
         const double left = xForTime(0), right = xForTime(m_duration);
         const size_t count = m_waveform.size();
-        path.moveTo(left, middle);
-        for (size_t i = 0; i < count; ++i)
-            path.lineTo(left + (right - left) * double(i) / double(count),
-                        middle - amplitude * double(m_waveform[i]));
-        for (size_t i = count; i-- > 0;)
-            path.lineTo(left + (right - left) * double(i) / double(count),
-                        middle + amplitude * double(m_waveform[i]));
+        // Only the values in view, one more at each side.
+        const auto index = [&](double t) {
+            return size_t(std::clamp(t / m_duration * double(count), 0.0, double(count)));
+        };
+        const size_t first =
+            index(m_viewport.visibleStart) > 0 ? index(m_viewport.visibleStart) - 1 : 0;
+        const size_t last = std::min(count, index(m_viewport.visibleEnd) + 2);
+        const auto xOf = [&](size_t i) {
+            return left + (right - left) * double(i) / double(count);
+        };
+        path.moveTo(xOf(first), middle);
+        for (size_t i = first; i < last; ++i)
+            path.lineTo(xOf(i), middle - amplitude * double(m_waveform[i]));
+        for (size_t i = last; i-- > first;)
+            path.lineTo(xOf(i), middle + amplitude * double(m_waveform[i]));
         path.closeSubpath();
         QColor wave = trimmer::secondaryText;
         wave.setAlphaF(0.45f);
@@ -259,6 +283,34 @@ void TimelineStrip::mouseMoveEvent(QMouseEvent* event) {
     }
     if (m_dragging)
         emit scrubbed(timeForX(event->position().x()));
+}
+
+void TimelineStrip::wheelEvent(QWheelEvent* event) {
+    if (m_duration <= 0)
+        return;
+    const QPoint delta = event->angleDelta();
+    if (event->modifiers() & Qt::ControlModifier) {
+        // One notch of the wheel zooms by about a fifth.
+        const double factor = std::pow(1.2, delta.y() / 120.0);
+        m_viewport.zoom(factor, timeForX(event->position().x()));
+    } else {
+        const int notches = delta.x() != 0 ? -delta.x() : -delta.y();
+        m_viewport.pan(m_viewport.visibleDuration() * 0.1 * notches / 120.0);
+    }
+    update();
+    event->accept();
+}
+
+bool TimelineStrip::event(QEvent* event) {
+    if (event->type() == QEvent::NativeGesture) {
+        auto* gesture = static_cast<QNativeGestureEvent*>(event);
+        if (gesture->gestureType() == Qt::ZoomNativeGesture && m_duration > 0) {
+            m_viewport.zoom(1.0 + gesture->value(), timeForX(gesture->position().x()));
+            update();
+            return true;
+        }
+    }
+    return QWidget::event(event);
 }
 
 void TimelineStrip::mouseReleaseEvent(QMouseEvent* event) {

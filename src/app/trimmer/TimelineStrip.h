@@ -1,5 +1,7 @@
 #pragma once
 
+#include "core/timeline/TimelineViewport.h"
+
 #include <QUuid>
 #include <QWidget>
 
@@ -47,6 +49,9 @@ public:
     QRectF videoTrackRect() const;
     double xForTime(double seconds) const;
     double timeForX(double x) const;
+    // The part of the recording in view: Ctrl+wheel (or a pinch) zooms it around the pointer,
+    // the wheel pans it, and it follows the playhead when that leaves it.
+    const TimelineViewport& viewport() const { return m_viewport; }
 
     QSize sizeHint() const override { return {800, 136}; }
 
@@ -65,6 +70,8 @@ protected:
     void mousePressEvent(QMouseEvent* event) override;
     void mouseMoveEvent(QMouseEvent* event) override;
     void mouseReleaseEvent(QMouseEvent* event) override;
+    void wheelEvent(QWheelEvent* event) override;
+    bool event(QEvent* event) override;
 
 private:
     void paintRuler(QPainter& painter);
@@ -73,6 +80,7 @@ private:
     void paintPlayhead(QPainter& painter);
 
     double m_duration = 0.0;
+    TimelineViewport m_viewport;
     double m_playhead = 0.0;
     std::vector<float> m_waveform;
     std::vector<Bar> m_zoomSegments;

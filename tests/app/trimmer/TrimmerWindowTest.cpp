@@ -17,6 +17,7 @@
 #include <QSlider>
 #include <QTemporaryDir>
 #include <QUndoStack>
+#include <QWheelEvent>
 
 #include <gtest/gtest.h>
 
@@ -318,6 +319,34 @@ TEST_F(TrimmerWindowTest, dragsZoomSegmentsWithTheMouse) {
     window->timeline().setSelectedZoomSegment(added.id);
     EXPECT_TRUE(window->deleteSelectedZoom());
     EXPECT_TRUE(session.zoomSegments.empty());
+}
+
+// Ctrl+wheel zooms the time scale around the pointer, the wheel pans it, and a playhead that
+// leaves the view takes it along.
+TEST_F(TrimmerWindowTest, zoomsAndPansTheTimeScale) {
+    REQUIRE_TOOL("ffmpeg");
+    auto window = openWindow(makeRecording());
+    ASSERT_TRUE(window);
+    TimelineStrip& timeline = window->timeline();
+    ASSERT_TRUE(timeline.viewport().isShowingFullDuration());
+    const QPointF at(timeline.xForTime(1.0), timeline.rulerRect().center().y());
+    const auto wheel = [&](int notches, Qt::KeyboardModifiers modifiers) {
+        QWheelEvent event(at, timeline.mapToGlobal(at), {}, {0, notches * 120}, Qt::NoButton,
+                          modifiers, Qt::NoScrollPhase, false);
+        QApplication::sendEvent(&timeline, &event);
+    };
+    wheel(4, Qt::ControlModifier);
+    EXPECT_LT(timeline.viewport().visibleDuration(), 2.0);
+    EXPECT_NEAR(timeline.timeForX(at.x()), 1.0, 0.01) << "the time under the pointer moved";
+    const double start = timeline.viewport().visibleStart;
+    wheel(-2, Qt::NoModifier);
+    EXPECT_GT(timeline.viewport().visibleStart, start);
+
+    window->player().seek(2.95);
+    EXPECT_GE(2.95, timeline.viewport().visibleStart);
+    EXPECT_LE(2.95, timeline.viewport().visibleEnd);
+    window->player().seek(0.0);
+    EXPECT_DOUBLE_EQ(timeline.viewport().visibleStart, 0.0);
 }
 
 // Edits are kept beside the recording as they are made: a window opened again (after a close
