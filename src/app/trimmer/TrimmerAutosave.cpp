@@ -1,5 +1,6 @@
 #include "app/trimmer/TrimmerAutosave.h"
 
+#include "core/metadata/MetadataJson.h"
 #include "core/support/Log.h"
 #include "exporter/VideoTrimmerViewModel.h"
 
@@ -35,10 +36,22 @@ bool TrimmerAutosave::save(const VideoTrimmerViewModel& session, double playhead
         cuts.append(QJsonObject{{QStringLiteral("start"), segment.startTimeInSeconds()},
                                 {QStringLiteral("end"), segment.endTimeInSeconds()},
                                 {QStringLiteral("removed"), segment.isMarkedForDeletion}});
-    const QJsonObject state{{QStringLiteral("version"), formatVersion},
-                            {QStringLiteral("duration"), session.videoDuration().seconds()},
-                            {QStringLiteral("playhead"), playhead},
-                            {QStringLiteral("cuts"), cuts}};
+    QJsonObject state{{QStringLiteral("version"), formatVersion},
+                      {QStringLiteral("duration"), session.videoDuration().seconds()},
+                      {QStringLiteral("playhead"), playhead},
+                      {QStringLiteral("cuts"), cuts}};
+    // The zoom segments in the recording metadata's own form, so that every field survives.
+    RecordingMetadata zoom;
+    zoom.duration = session.videoDuration().seconds();
+    zoom.resolution = session.naturalSize();
+    zoom.zoomSegments = session.zoomSegments;
+    try {
+        state.insert(
+            QStringLiteral("zoom"),
+            QJsonDocument::fromJson(QByteArray::fromStdString(encodeMetadata(zoom))).object());
+    } catch (const std::exception& error) {
+        logLine("⚠️ Could not keep the zoom segments: {}", error.what());
+    }
     QSaveFile file(pathFor(*session.fileURL()));
     if (!file.open(QIODevice::WriteOnly) ||
         file.write(QJsonDocument(state).toJson(QJsonDocument::Compact)) < 0 || !file.commit()) {
@@ -86,6 +99,17 @@ std::optional<double> TrimmerAutosave::restore(VideoTrimmerViewModel& session) {
         for (const VideoSegment& segment : segments) {
             if (std::abs(segment.startTimeInSeconds() - start) < 0.01)
                 session.toggleSegment(segment.id);
+        }
+    }
+    if (state.contains(QStringLiteral("zoom"))) {
+        try {
+            session.zoomSegments =
+                decodeMetadata(QJsonDocument(state.value(QStringLiteral("zoom")).toObject())
+                                   .toJson()
+                                   .toStdString())
+                    .zoomSegments;
+        } catch (const std::exception& error) {
+            logLine("⚠️ Ignoring saved zoom segments: {}", error.what());
         }
     }
     const double playhead = state.value(QStringLiteral("playhead")).toDouble();

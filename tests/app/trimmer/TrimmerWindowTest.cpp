@@ -356,6 +356,7 @@ TEST_F(TrimmerWindowTest, reopensWhereTheEditorWasLeft) {
     REQUIRE_TOOL("ffmpeg");
     const QString movie = makeRecording();
     std::vector<VideoSegment> edited;
+    std::vector<ZoomSegment> zoom;
     {
         auto window = openWindow(movie);
         ASSERT_TRUE(window);
@@ -366,6 +367,9 @@ TEST_F(TrimmerWindowTest, reopensWhereTheEditorWasLeft) {
         window->timeline().setSelectedSegment(window->session().segments()[1].id);
         ASSERT_TRUE(window->toggleSelectedSegment());
         edited = window->session().segments();
+        window->player().seek(1.0);
+        ASSERT_TRUE(window->addZoomAtPlayhead());
+        zoom = window->session().zoomSegments;
         window->player().seek(2.5);
     }
     EXPECT_TRUE(QFile::exists(QDir(folder.path()).filePath(".Lesson.trimmer.json")));
@@ -378,6 +382,7 @@ TEST_F(TrimmerWindowTest, reopensWhereTheEditorWasLeft) {
         EXPECT_EQ(restored[i].isMarkedForDeletion, edited[i].isMarkedForDeletion);
     }
     EXPECT_NEAR(again->player().position(), 2.5, 0.01);
+    EXPECT_EQ(again->session().zoomSegments, zoom);
 
     // State written for another recording of the same name is not applied to this one.
     QFile state(QDir(folder.path()).filePath(".Lesson.trimmer.json"));
