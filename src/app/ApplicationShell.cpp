@@ -10,6 +10,7 @@
 #include "app/StartupRecovery.h"
 #include "app/TrayStatusBar.h"
 #include "app/camera/FloatingCameraHeadController.h"
+#include "app/trimmer/TrimmerWindow.h"
 #include "core/model/Constants.h"
 #include "core/model/RecordingError.h"
 #include "core/recording/RecordingCoordinator.h"
@@ -53,6 +54,7 @@ QString stateName(const RecordingState& state) {
 std::unique_ptr<RecordingEngineFactory> makeEngines(const UserDefaults& defaults) {
     RecordingEngineLoaderOptions options;
     options.hiddenApps = defaults.stringValue("hiddenApps").value_or(QString()).toUtf8();
+    options.backend = captureBackendSetting();
     return makeRecordingEngineFactory(options);
 }
 } // namespace
@@ -70,6 +72,9 @@ ApplicationShell::ApplicationShell(const QStringList& arguments, QElapsedTimer s
         m_sinceStart.start();
     installDesktopServices();
     ErrorReporter::shared().setAlertPresenter(std::make_unique<MessageBoxAlertPresenter>());
+    // A finished recording opens in its own trimmer window, which closes itself.
+    m_resultOpener->setTrimmerOpener(
+        [](const QString& path) { TrimmerWindow::openOrExplain(path); });
     ScreenRecordingPermission::setSettingsOpener(
         [](const QString& url) { QDesktopServices::openUrl(QUrl(url)); });
 

@@ -1,6 +1,7 @@
 #include "app/ApplicationShell.h"
 #include "app/InstanceControl.h"
 #include "app/RecordingLauncher.h"
+#include "app/trimmer/TrimmerWindow.h"
 
 #include <QApplication>
 #include <QElapsedTimer>
@@ -55,16 +56,23 @@ int main(int argc, char** argv) {
         return 1;
     }
     QApplication app(argc, argv);
-    if (const std::optional<int> status = forwardToRunningInstance(QApplication::arguments()))
-        return *status;
+    const QStringList arguments = QApplication::arguments();
+    // A file opens a trimmer of its own, beside a running instance.
+    const bool opensFile = arguments.size() == 2 && !arguments[1].startsWith(QLatin1Char('-'));
+    if (!opensFile)
+        if (const std::optional<int> status = forwardToRunningInstance(arguments))
+            return *status;
     QApplication::setOrganizationName(QStringLiteral("tavelquiston"));
     QApplication::setApplicationName(QStringLiteral("tavelquiston"));
     QApplication::setDesktopFileName(QStringLiteral("com.tavelquiston.app"));
     // The tray and the panel keep a recording going with every window closed.
     QApplication::setQuitOnLastWindowClosed(false);
 
-    ApplicationShell shell(QApplication::arguments(), sinceStart);
-    if (InstanceControl::commandFromArguments(QApplication::arguments()))
+    // A file on the command line opens in the trimmer.
+    if (opensFile)
+        return TrimmerWindow::openOrExplain(arguments[1]) ? QApplication::exec() : 2;
+    ApplicationShell shell(arguments, sinceStart);
+    if (InstanceControl::commandFromArguments(arguments))
         QTimer::singleShot(0, &shell.launcher(), &RecordingLauncher::toggleRecording);
     return QApplication::exec();
 }

@@ -2,6 +2,7 @@
 
 #include "cli/AnalyzeCommand.h"
 #include "cli/ComposeCommand.h"
+#include "cli/EditCommand.h"
 #include "cli/ExportCommand.h"
 #include "cli/ListCommand.h"
 #include "cli/RecordCommand.h"
@@ -10,8 +11,8 @@
 // Each command lives in its own file; this table is the one place that lists them.
 const std::vector<CliCommand>& cliCommands() {
     static const std::vector<CliCommand> commands = {
-        analyzeCommand(), composeCommand(), exportCommand(), waveformCommand(),
-        recordCommand(),  recoverCommand(), listCommand(),
+        analyzeCommand(), composeCommand(), exportCommand(),  waveformCommand(),
+        editCommand(),    recordCommand(),  recoverCommand(), listCommand(),
     };
     return commands;
 }

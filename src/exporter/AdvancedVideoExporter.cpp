@@ -46,6 +46,33 @@ bool AdvancedVideoExporter::needsCustomCompositor(const AdvancedExportArguments&
             !arguments.metadata->cursorPositions.empty());
 }
 
+RoundedCameraCompositorSettings
+AdvancedVideoExporter::compositorSettings(const AdvancedExportArguments& arguments,
+                                          Size naturalSize, Size cameraNaturalSize) {
+    RoundedCameraCompositorSettings settings;
+    const std::optional<RecordingMetadata>& metadata = arguments.metadata;
+    settings.cameraSettings = arguments.cameraSettings;
+    settings.zoomSegments = metadata ? metadata->zoomSegments : std::vector<ZoomSegment>{};
+    settings.cameraNaturalSize = cameraNaturalSize;
+    settings.cursorPositions = metadata ? metadata->cursorPositions : std::vector<CursorPosition>{};
+    std::stable_sort(settings.cursorPositions.begin(), settings.cursorPositions.end(),
+                     [](const auto& a, const auto& b) { return a.timestamp < b.timestamp; });
+    settings.cursorOverlaySettings = arguments.cursorOverlaySettings;
+    settings.clickEvents = metadata ? metadata->cursorClicks : std::vector<CursorClick>{};
+    settings.backgroundSettings = arguments.backgroundSettings;
+    settings.backgroundEnabled = arguments.backgroundEnabled;
+    settings.videoPadding = arguments.videoPadding;
+    settings.videoCornerRadius = arguments.videoCornerRadius;
+    settings.outputAspectRatio = arguments.outputAspectRatio;
+    settings.originalVideoSize = naturalSize;
+    settings.verticalStack = arguments.verticalStack;
+    settings.screenShadowOpacity = arguments.screenShadowOpacity;
+    settings.screenShadowRadius = arguments.screenShadowRadius;
+    settings.cameraShadowOpacity = arguments.cameraShadowOpacity;
+    settings.cameraShadowRadius = arguments.cameraShadowRadius;
+    return settings;
+}
+
 std::unique_ptr<AdvancedVideoExporter::Export>
 AdvancedVideoExporter::exportVideo(AdvancedExportArguments arguments,
                                    ProgressHandler progressHandler, Completion completion) {
@@ -136,27 +163,7 @@ AdvancedVideoExporter::Export::compose(const AdvancedExportArguments& arguments,
     videoComposition.frameDuration = arguments.frameDuration;
     if (custom) {
         RoundedCameraCompositorSettings& settings = RoundedCameraCompositorSettings::shared();
-        const std::optional<RecordingMetadata>& metadata = arguments.metadata;
-        settings.cameraSettings = arguments.cameraSettings;
-        settings.zoomSegments = metadata ? metadata->zoomSegments : std::vector<ZoomSegment>{};
-        settings.cameraNaturalSize = cameraNaturalSize;
-        settings.cursorPositions =
-            metadata ? metadata->cursorPositions : std::vector<CursorPosition>{};
-        std::stable_sort(settings.cursorPositions.begin(), settings.cursorPositions.end(),
-                         [](const auto& a, const auto& b) { return a.timestamp < b.timestamp; });
-        settings.cursorOverlaySettings = arguments.cursorOverlaySettings;
-        settings.clickEvents = metadata ? metadata->cursorClicks : std::vector<CursorClick>{};
-        settings.backgroundSettings = arguments.backgroundSettings;
-        settings.backgroundEnabled = arguments.backgroundEnabled;
-        settings.videoPadding = arguments.videoPadding;
-        settings.videoCornerRadius = arguments.videoCornerRadius;
-        settings.outputAspectRatio = arguments.outputAspectRatio;
-        settings.originalVideoSize = naturalSize;
-        settings.verticalStack = arguments.verticalStack;
-        settings.screenShadowOpacity = arguments.screenShadowOpacity;
-        settings.screenShadowRadius = arguments.screenShadowRadius;
-        settings.cameraShadowOpacity = arguments.cameraShadowOpacity;
-        settings.cameraShadowRadius = arguments.cameraShadowRadius;
+        settings = compositorSettings(arguments, naturalSize, cameraNaturalSize);
         compositor = std::make_unique<RoundedCameraVideoCompositing>(settings);
         videoComposition.customVideoCompositor = compositor.get();
     }

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "render/RoundedCameraCompositorSettings.h"
+
 #include "core/cursor/CursorOverlaySettings.h"
 #include "core/metadata/BackgroundSettings.h"
 #include "core/metadata/CameraExportSettings.h"
@@ -104,4 +106,9 @@ public:
     // Whether the styled compositor is needed: a camera, zoom segments, a drawn cursor or a
     // background.
     static bool needsCustomCompositor(const AdvancedExportArguments& arguments);
+    // The styled compositor's settings for these arguments and movie sizes: the export and the
+    // editor's preview both draw from this, so what the editor shows is what gets exported.
+    static RoundedCameraCompositorSettings
+    compositorSettings(const AdvancedExportArguments& arguments, Size naturalSize,
+                       Size cameraNaturalSize);
 };

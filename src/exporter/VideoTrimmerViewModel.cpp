@@ -210,10 +210,6 @@ void VideoTrimmerViewModel::exportAdvancedVideo(const ExportStyle& style,
         completion({{}, QStringLiteral("No video loaded")});
         return;
     }
-    const QString output = outputURL(ExportKind::edited);
-    AdvancedExportArguments arguments = baseArguments(output);
-    if (m_cameraURL)
-        arguments.cameraAsset = m_cameraURL->toStdString();
     if (!m_metadata) {
         RecordingMetadata minimal;
         minimal.duration = m_videoDuration.seconds();
@@ -222,7 +218,29 @@ void VideoTrimmerViewModel::exportAdvancedVideo(const ExportStyle& style,
     }
     m_metadata->zoomKeyframes = zoomKeyframes;
     m_metadata->zoomSegments = zoomSegments;
-    arguments.metadata = m_metadata;
+    AdvancedExportArguments arguments = styledExportArguments(style, outputURL(ExportKind::edited));
+    if (arguments.encoding.fileType != ExportEncoding::FileType::gif)
+        arguments.encoding.fileType = ExportEncoding::FileType::mp4;
+    setProgress(0.0);
+    start(std::move(arguments), [this, completion](ExportOutcome outcome) {
+        setExporting(false);
+        completion(std::move(outcome));
+    });
+}
+
+AdvancedExportArguments VideoTrimmerViewModel::styledExportArguments(const ExportStyle& style,
+                                                                     const QString& output) const {
+    AdvancedExportArguments arguments = baseArguments(output);
+    if (m_cameraURL)
+        arguments.cameraAsset = m_cameraURL->toStdString();
+    RecordingMetadata metadata = m_metadata.value_or(RecordingMetadata{});
+    if (!m_metadata) {
+        metadata.duration = m_videoDuration.seconds();
+        metadata.resolution = m_naturalSize;
+    }
+    metadata.zoomKeyframes = zoomKeyframes;
+    metadata.zoomSegments = zoomSegments;
+    arguments.metadata = metadata;
     arguments.cameraSettings = style.cameraSettings;
     arguments.backgroundSettings =
         backgroundEnabled ? std::optional(backgroundSettings) : std::nullopt;
@@ -235,13 +253,7 @@ void VideoTrimmerViewModel::exportAdvancedVideo(const ExportStyle& style,
     arguments.screenShadowRadius = style.screenShadowRadius;
     arguments.cameraShadowOpacity = style.cameraShadowOpacity;
     arguments.cameraShadowRadius = style.cameraShadowRadius;
-    if (arguments.encoding.fileType != ExportEncoding::FileType::gif)
-        arguments.encoding.fileType = ExportEncoding::FileType::mp4;
-    setProgress(0.0);
-    start(std::move(arguments), [this, completion](ExportOutcome outcome) {
-        setExporting(false);
-        completion(std::move(outcome));
-    });
+    return arguments;
 }
 
 void VideoTrimmerViewModel::exportMergedVideo(const ExportStyle& style,

@@ -59,6 +59,7 @@ public:
     const std::optional<QString>& cameraURL() const { return m_cameraURL; }
     void setCameraURL(std::optional<QString> url) { m_cameraURL = std::move(url); }
     MediaTime videoDuration() const { return m_videoDuration; }
+    Size naturalSize() const { return m_naturalSize; }
     const std::optional<RecordingMetadata>& metadata() const { return m_metadata; }
     std::vector<ZoomSegment> zoomSegments;
     std::vector<ZoomKeyframe> zoomKeyframes;
@@ -80,6 +81,9 @@ public:
     void toggleSegment(const QUuid& id);
     const std::vector<VideoSegment>& segments() const { return m_cuts.segments(); }
     double totalActiveDuration() const { return m_cuts.totalActiveDuration(); }
+    // The whole list, for an editor that undoes and redoes edits by putting back a copy.
+    const CutSegmentList& cutSegmentList() const { return m_cuts; }
+    void restoreCutSegmentList(CutSegmentList cuts) { m_cuts = std::move(cuts); }
     // Keeps exactly these source ranges (merged where they overlap).
     void keepOnly(const std::vector<MediaTimeRange>& ranges);
 
@@ -87,6 +91,10 @@ public:
     double exportProgress() const { return m_exportProgress; }
 
     void exportAdvancedVideo(const ExportStyle& style, ExportCompletion completion);
+    // What `exportAdvancedVideo` would export to `output` with this style and the current edits;
+    // the editor's preview composes its frames from the same arguments.
+    AdvancedExportArguments styledExportArguments(const ExportStyle& style,
+                                                  const QString& output = {}) const;
     void exportMergedVideo(const ExportStyle& style, ExportCompletion completion);
     void exportSegments(ExportCompletion completion);
     void exportTrimmedVideo(MediaTimeRange range, ExportCompletion completion);

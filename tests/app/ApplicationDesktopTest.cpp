@@ -144,8 +144,9 @@ TEST(ApplicationDesktopTest, ToggleRecordsTheDisplayToTheOutputFolder) {
     EXPECT_GT(video->endSeconds, 2.5);
     EXPECT_LT(video->endSeconds, 6.0);
     EXPECT_EQ(video->width, 1920);
-    EXPECT_TRUE(program.waitForWindow("^Preview$")) << "the preview did not open";
-    EXPECT_TRUE(saveRootScreenshot(testArtifactPath("desktop-preview.png")));
+    // The finished recording opens in the trimmer, titled with its file's name.
+    EXPECT_TRUE(program.waitForWindow("Recording at")) << "the trimmer did not open";
+    EXPECT_TRUE(saveRootScreenshot(testArtifactPath("desktop-trimmer.png")));
     EXPECT_TRUE(program.app.isRunning());
 
     // A second start hands over to the running program instead of starting another.

@@ -1,0 +1,116 @@
+// Scrub latency of the trimmer's preview: a drag across a 1080p60 H.264 recording, each position
+// decoded and composed as the preview does it (styled, through the export's compositor), against
+// the decoder alone on the same positions in the same run. Wall time, median and 95th
+// percentile, because the figure is how long a person waits for the frame under the pointer.
+//
+//   trimmerscrubbench [SECONDS]   (the length of the generated recording; 20 by default)
+
+#include "app/trimmer/PreviewRenderer.h"
+#include "exporter/AdvancedVideoExporter.h"
+#include "exporter/VideoTrimmerViewModel.h"
+#include "media/export/VideoTrackReader.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cstdlib>
+#include <filesystem>
+#include <random>
+#include <string>
+#include <vector>
+
+namespace {
+using Clock = std::chrono::steady_clock;
+
+struct Figures {
+    double median = 0.0;
+    double p95 = 0.0;
+};
+
+Figures figuresOf(std::vector<double> ms) {
+    std::sort(ms.begin(), ms.end());
+    const auto at = [&](double q) { return ms[size_t(q * double(ms.size() - 1))]; };
+    return {at(0.5), at(0.95)};
+}
+
+// Positions a pointer dragged across the timeline reaches at the 30 seeks a second the trimmer
+// allows: forward in uneven steps, with a few jumps back, as a hand does it.
+std::vector<double> dragPositions(double duration, int count) {
+    std::mt19937 random(7);
+    std::uniform_real_distribution<double> jitter(0.5, 1.5);
+    std::vector<double> positions;
+    double t = 0.0;
+    const double step = duration / count;
+    for (int i = 0; i < count; ++i) {
+        t += step * jitter(random);
+        if (i % 25 == 24)
+            t -= step * 6;
+        positions.push_back(std::clamp(t, 0.0, duration - 0.05));
+    }
+    return positions;
+}
+} // namespace
+
+int main(int argc, char** argv) {
+    const double seconds = argc > 1 ? std::atof(argv[1]) : 20.0;
+    const std::filesystem::path movie =
+        std::filesystem::temp_directory_path() / fmt::format("tq-scrub-{}s.mp4", int(seconds));
+    if (!std::filesystem::exists(movie)) {
+        fmt::print("🔍 Making a {}s 1080p60 H.264 recording at {}\n", seconds, movie.string());
+        // Two key frames a second, as the recorder writes them.
+        const std::string command = fmt::format(
+            "ffmpeg -v error -y -f lavfi -i testsrc2=size=1920x1080:rate=60 -t {} -c:v libx264 "
+            "-preset ultrafast -g 120 -pix_fmt yuv420p '{}'",
+            seconds, movie.string());
+        if (std::system(command.c_str()) != 0) {
+            fmt::print("❌ ffmpeg could not make the recording\n");
+            return 1;
+        }
+    }
+    std::string error;
+    auto renderer = PreviewRenderer::open(movie, std::nullopt, error);
+    auto reader = VideoTrackReader::open(movie, error);
+    if (!renderer || !reader) {
+        fmt::print("❌ {}\n", error);
+        return 1;
+    }
+    AdvancedExportArguments arguments;
+    arguments.backgroundEnabled = true;
+    arguments.backgroundSettings = VideoTrimmerViewModel::defaultBackgroundSettings();
+    renderer->setSettings(AdvancedVideoExporter::compositorSettings(
+        arguments, {double(reader->width()), double(reader->height())}, {0.0, 0.0}));
+
+    const std::vector<double> positions = dragPositions(reader->duration().seconds(), 300);
+    // Each pass drags with a decoder of its own, so that none finds the frame already decoded.
+    const auto pass = [&](auto show) {
+        std::vector<double> ms;
+        for (double t : positions) {
+            const auto start = Clock::now();
+            if (!show(t))
+                std::exit(1);
+            ms.push_back(std::chrono::duration<double, std::milli>(Clock::now() - start).count());
+        }
+        return ms;
+    };
+    const std::vector<double> decoder =
+        pass([&](double t) { return !reader->frameAt(MediaTime::fromSeconds(t, 600)).isNull(); });
+    const std::vector<double> plain =
+        pass([&](double t) { return !renderer->render(t, false).image.isNull(); });
+    renderer->rebuild();
+    const std::vector<double> styled =
+        pass([&](double t) { return !renderer->render(t, true).image.isNull(); });
+    const Figures base = figuresOf(decoder);
+    const Figures raw = figuresOf(plain);
+    const Figures look = figuresOf(styled);
+    fmt::print("🔍 {} seeks across {:.0f}s of 1080p60 H.264\n", positions.size(), seconds);
+    fmt::print("decoder alone (baseline): median {:.1f} ms, p95 {:.1f} ms\n", base.median,
+               base.p95);
+    fmt::print("preview, plain:  median {:.1f} ms = {:.2f} x baseline, p95 {:.1f} ms = {:.2f} x "
+               "baseline\n",
+               raw.median, raw.median / base.median, raw.p95, raw.p95 / base.p95);
+    fmt::print("preview, styled: median {:.1f} ms = {:.2f} x baseline, p95 {:.1f} ms = {:.2f} x "
+               "baseline\n",
+               look.median, look.median / base.median, look.p95, look.p95 / base.p95);
+    return 0;
+}

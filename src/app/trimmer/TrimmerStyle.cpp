@@ -1,0 +1,28 @@
+#include "app/trimmer/TrimmerStyle.h"
+
+QString trimmer::styleSheet() {
+    return QStringLiteral(R"(
+QWidget#TrimmerWindow { background: #1c1d21; color: #ecedf0; font-size: 13px; }
+QLabel { color: #ecedf0; }
+QLabel[secondary="true"] { color: #9a9ca5; font-size: 11px; }
+QPushButton, QToolButton {
+  background: #26272d; color: #ecedf0; border: 1px solid #34353c; border-radius: 6px;
+  padding: 4px 12px; min-height: 20px;
+}
+QPushButton:hover, QToolButton:hover { border-color: #5b8cff; }
+QPushButton:checked, QToolButton:checked { background: #2f3b5c; border-color: #5b8cff; }
+QPushButton:disabled, QToolButton:disabled { color: #9a9ca5; }
+QPushButton#primary { background: #5b8cff; border-color: #5b8cff; color: white; font-weight: 600; }
+QPushButton#destructive { color: #ff4d5e; }
+QSlider::groove:horizontal { height: 4px; background: #34353c; border-radius: 2px; }
+QSlider::sub-page:horizontal { background: #5b8cff; border-radius: 2px; }
+QSlider::handle:horizontal {
+  background: #ecedf0; width: 12px; height: 12px; margin: -4px 0; border-radius: 6px;
+}
+QProgressBar {
+  background: #26272d; border: 1px solid #34353c; border-radius: 6px; height: 12px;
+  color: #ecedf0; text-align: center; font-size: 11px;
+}
+QProgressBar::chunk { background: #5b8cff; border-radius: 5px; }
+)");
+}
