@@ -4,6 +4,7 @@
 #include "cli/ComposeCommand.h"
 #include "cli/ExportCommand.h"
 #include "cli/ListCommand.h"
+#include "cli/MixCommand.h"
 #include "cli/RecordCommand.h"
 #include "cli/RecoverCommand.h"
 
@@ -11,7 +12,7 @@
 const std::vector<CliCommand>& cliCommands() {
     static const std::vector<CliCommand> commands = {
         analyzeCommand(), composeCommand(), exportCommand(), waveformCommand(),
-        recordCommand(),  recoverCommand(), listCommand(),
+        recordCommand(),  recoverCommand(), listCommand(),   mixCommand(),
     };
     return commands;
 }
