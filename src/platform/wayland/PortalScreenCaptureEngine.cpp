@@ -50,8 +50,8 @@ PortalScreenCaptureEngine::createFilter(const RecordingMode& mode,
             });
         if (shared == windows.end())
             throw RecordingError::captureDeviceUnavailable();
-        auto filter = std::make_shared<SCContentFilter>();
-        filter->kind = SCContentFilter::Kind::windows;
+        auto filter = std::make_shared<X11ContentFilter>();
+        filter->kind = X11ContentFilter::Kind::windows;
         filter->includedWindows = {*shared};
         filter->desktopIndependentWindow = true;
         filter->contentRect = shared->frame;
@@ -62,20 +62,21 @@ PortalScreenCaptureEngine::createFilter(const RecordingMode& mode,
         throw RecordingError::invalidConfiguration(QStringLiteral(
             "On Wayland the desktop's own dialog chooses what is shared: record a display, an "
             "area of it, or the one window picked there"));
-    auto filter = std::make_shared<SCContentFilter>(
-        SCContentFilter::make(mode, config, *m_availableContent, {}));
+    auto filter = std::make_shared<X11ContentFilter>(
+        X11ContentFilter::make(mode, config, *m_availableContent, {}));
     m_mode = mode;
     return filter;
 }
 
-void PortalScreenCaptureEngine::configureStream(std::shared_ptr<SCContentFilter> filter,
+void PortalScreenCaptureEngine::configureStream(std::shared_ptr<SCContentFilter> given,
                                                 const RecordingMode& mode,
                                                 ResolutionMode resolution, int frameRate,
                                                 bool showCursor, BackgroundType, bool) {
+    const auto filter = std::dynamic_pointer_cast<X11ContentFilter>(given);
     if (!filter)
         throw RecordingError::invalidConfiguration(QStringLiteral("No content filter"));
     Plan plan;
-    if (filter->kind == SCContentFilter::Kind::windows) {
+    if (filter->kind == X11ContentFilter::Kind::windows) {
         // The picture is the window alone, wherever it is.
         plan.nodeID = filter->includedWindows.front().windowID;
         plan.displayFrame = filter->contentRect;
@@ -100,7 +101,7 @@ void PortalScreenCaptureEngine::configureStream(std::shared_ptr<SCContentFilter>
         SCStreamConfiguration{int(source.width() * scale) & ~1, int(source.height() * scale) & ~1};
     // A window whose size the portal did not say takes the size its stream agrees on.
     const bool sizeFromStream =
-        filter->kind == SCContentFilter::Kind::windows && plan.displayFrame.width() <= 0;
+        filter->kind == X11ContentFilter::Kind::windows && plan.displayFrame.width() <= 0;
     if (!sizeFromStream && (plan.size.width <= 0 || plan.size.height <= 0))
         throw RecordingError::invalidConfiguration(QStringLiteral("The capture area is empty"));
     m_plan = plan;
