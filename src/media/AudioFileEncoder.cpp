@@ -4,6 +4,7 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <vector>
 
 namespace {
@@ -53,6 +54,9 @@ bool AudioFileEncoder::isAvailable(Codec codec) {
 std::unique_ptr<AudioFileEncoder> AudioFileEncoder::create(const std::filesystem::path& path,
                                                            Codec codec, int sampleRate,
                                                            int channelCount, std::string& error) {
+    // The AAC encoder's statistics ("Qavg") would be printed to a terminal at the end of every
+    // mix; errors still are.
+    av_log_set_level(std::min(av_log_get_level(), AV_LOG_ERROR));
     std::unique_ptr<AudioFileEncoder> encoder(new AudioFileEncoder());
     encoder->m_path = path;
     Encoder& e = *encoder->m_encoder;
