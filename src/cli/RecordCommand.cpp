@@ -1,5 +1,7 @@
 #include "cli/RecordCommand.h"
 
+#include "cli/RecordDevice.h"
+
 #include "app/camera/CameraOverlayWindowController.h"
 #include "cli/RecordCamera.h"
 #include "core/metadata/MetadataLocation.h"
@@ -43,7 +45,8 @@ constexpr std::string_view usage =
     "[--ripple-color COLOR] "
     "[--mode audio] [--microphone [SOURCE]] [--system-audio] [--mic-volume GAIN] "
     "[--system-volume GAIN] [--aec] [--audio-format aac|alac|flac|opus] "
-    "[--backend x11|wayland]";
+    "[--backend x11|wayland] "
+    "[--mode device --device NAME]";
 
 // Signals only set these; the recording loop looks at them between waits.
 volatile std::sig_atomic_t stopSignals = 0;
@@ -182,7 +185,8 @@ RecordRequest parseRecordRequest(const QStringList& arguments) {
                               {"window", 0},
                               {"windows", 0},
                               {"application", 0},
-                              {"audio", 0}});
+                              {"audio", 0},
+                              {"device", 0}});
         } else if (option == QLatin1String("--display")) {
             request.displayID = parseID(option, value());
         } else if (option == QLatin1String("--area")) {
@@ -232,6 +236,8 @@ RecordRequest parseRecordRequest(const QStringList& arguments) {
             request.outputDirectory = value();
         } else if (option == QLatin1String("--camera")) {
             request.camera = value();
+        } else if (option == QLatin1String("--device")) {
+            request.device = value();
         } else if (option == QLatin1String("--camera-size")) {
             request.cameraSize = parseSize(option, value());
         } else if (option == QLatin1String("--mirror")) {
@@ -565,6 +571,8 @@ int runRecord(const QStringList& arguments, FILE* out, FILE* err) {
                    text(request.outputDirectory));
         return 2;
     }
+    if (request.mode == QLatin1String("device"))
+        return runDeviceRecord(request, out, err);
 
     try {
         checkAudioSources(request);

@@ -55,6 +55,8 @@ struct RecordRequest {
     bool echoCancellation = false;
     QString audioFormat = QStringLiteral("aac");
     QString backend; // "x11" or "wayland"; empty: the setting, else the desktop's
+    // --mode device: a capture device's /dev path or name from `list devices`.
+    std::optional<QString> device;
 };
 
 // A value on the command line that cannot be used; its message names the option and value.
