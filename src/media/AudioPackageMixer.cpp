@@ -1,7 +1,7 @@
 #include "media/AudioPackageMixer.h"
 
 #include "media/AudioFileEncoder.h"
-#include "media/export/AudioTrackReader.h"
+#include "media/AudioSourceStream.h"
 
 #include <ebur128.h>
 #include <fmt/format.h>
@@ -17,60 +17,6 @@
 namespace {
 
 constexpr int blockSamples = 4096;
-
-// One source decoded at the mix's rate and channel count, handed out in blocks of any length.
-class SourceStream final {
-public:
-    SourceStream(const std::filesystem::path& path, float volume) : m_path(path), m_volume(volume) {
-        std::string error;
-        m_reader = AudioTrackReader::open(
-            path, {AudioPackageMixer::sampleRate, AudioPackageMixer::channelCount}, error);
-        if (!m_reader)
-            throw AudioPackageError(error.empty() ? fmt::format("{} has no audio", path.string())
-                                                  : error);
-    }
-
-    // Adds up to `count` samples at the volume into `mix`; how many it had before its end.
-    int addInto(std::array<float*, 2> mix, int count) {
-        int added = 0;
-        while (added < count) {
-            if (m_offset == m_block.sampleCount() && !refill())
-                break;
-            const int take = std::min(count - added, m_block.sampleCount() - m_offset);
-            for (int channel = 0; channel < AudioPackageMixer::channelCount; ++channel) {
-                const float* from = m_block.channelData(channel) + m_offset;
-                float* to = mix[size_t(channel)] + added;
-                for (int i = 0; i < take; ++i)
-                    to[i] += m_volume * from[i];
-            }
-            m_offset += take;
-            added += take;
-        }
-        return added;
-    }
-
-private:
-    bool refill() {
-        if (m_ended)
-            return false;
-        m_block = m_reader->nextBuffer();
-        m_offset = 0;
-        if (m_block.isNull()) {
-            m_ended = true;
-            if (m_reader->error())
-                throw AudioPackageError(fmt::format("{}: {}", m_path.string(), *m_reader->error()));
-            return false;
-        }
-        return true;
-    }
-
-    std::filesystem::path m_path;
-    float m_volume;
-    std::unique_ptr<AudioTrackReader> m_reader;
-    AudioBuffer m_block;
-    int m_offset = 0;
-    bool m_ended = false;
-};
 
 // The package's file for a source: "sys.m4a" or any other extension the recorder used.
 std::optional<std::filesystem::path> findSource(const std::filesystem::path& package,
@@ -123,11 +69,11 @@ std::filesystem::path AudioPackageMixer::defaultOutputPath(const std::string& ex
 
 template <typename Each>
 int64_t AudioPackageMixer::forEachMixedBlock(float sysVolume, float micVolume, Each&& each) const {
-    std::optional<SourceStream> system, microphone;
+    std::optional<AudioSourceStream> system, microphone;
     if (m_systemAudio)
-        system.emplace(*m_systemAudio, sysVolume);
+        system.emplace(*m_systemAudio);
     if (m_microphone)
-        microphone.emplace(*m_microphone, micVolume);
+        microphone.emplace(*m_microphone);
     std::vector<float> left(blockSamples), right(blockSamples);
     int64_t total = 0;
     for (;;) {
@@ -137,9 +83,9 @@ int64_t AudioPackageMixer::forEachMixedBlock(float sysVolume, float micVolume, E
         // The longer source sets the length; the shorter one adds silence after its end.
         int count = 0;
         if (system)
-            count = std::max(count, system->addInto(mix, blockSamples));
+            count = std::max(count, system->addInto(mix, blockSamples, sysVolume));
         if (microphone)
-            count = std::max(count, microphone->addInto(mix, blockSamples));
+            count = std::max(count, microphone->addInto(mix, blockSamples, micVolume));
         if (count == 0)
             return total;
         each(left.data(), right.data(), count);

@@ -1,6 +1,7 @@
 #include "media/AudioPackageMixer.h"
 
 #include "media/AudioFileEncoder.h"
+#include "media/AudioPackageFixture.h"
 #include "media/DecodedAudio.h"
 #include "media/SyntheticMedia.h"
 
@@ -11,45 +12,10 @@
 
 namespace {
 
-constexpr int rate = 48000;
-
-// A sine of `amplitude` on both channels, written as AAC the way the recorder writes a source.
-void writeTone(const std::filesystem::path& path, double frequency, float amplitude,
-               double seconds) {
-    std::string error;
-    auto encoder = AudioFileEncoder::create(path, AudioFileEncoder::Codec::aac, rate, 2, error);
-    ASSERT_TRUE(encoder) << error;
-    const int total = int(seconds * rate);
-    std::vector<float> samples(static_cast<size_t>(total));
-    for (int i = 0; i < total; ++i)
-        samples[size_t(i)] = amplitude * float(std::sin(2.0 * M_PI * frequency * i / rate));
-    const float* planes[] = {samples.data(), samples.data()};
-    ASSERT_TRUE(encoder->write(planes, total)) << encoder->error();
-    ASSERT_TRUE(encoder->finish()) << encoder->error();
-}
-
-void writeInfo(const std::filesystem::path& package, float sysVol, float micVol) {
-    AudioPackageInfo info{"m4a", "aac", false, sysVol, micVol};
-    std::ofstream(package / "info.json") << info.toJson();
-}
-
-// The amplitude of one frequency in [from, to) seconds of a channel, by correlating with a sine
-// and a cosine over whole periods: other tones in the mix do not leak into it.
+// The amplitude of one frequency in [from, to) seconds of the first channel.
 double amplitudeAt(const DecodedAudio& audio, double frequency, double from, double to) {
-    const auto& samples = audio.channels.at(0);
-    const size_t first = size_t(from * audio.sampleRate);
-    const size_t last = std::min(samples.size(), size_t(to * audio.sampleRate));
-    double inPhase = 0, quadrature = 0;
-    for (size_t i = first; i < last; ++i) {
-        const double phase = 2.0 * M_PI * frequency * double(i) / audio.sampleRate;
-        inPhase += samples[i] * std::sin(phase);
-        quadrature += samples[i] * std::cos(phase);
-    }
-    return last > first ? 2.0 * std::hypot(inPhase, quadrature) / double(last - first) : 0;
-}
-
-double decibels(double ratio) {
-    return 20.0 * std::log10(ratio);
+    return toneAmplitude(audio.channels.at(0), frequency, audio.sampleRate,
+                         size_t(from * audio.sampleRate), size_t(to * audio.sampleRate));
 }
 
 class AudioPackageMixerTest : public ::testing::Test {
