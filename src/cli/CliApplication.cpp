@@ -26,6 +26,8 @@ namespace {
 // The live pointer overlays are windows: a recording that shows them needs a GUI application,
 // everything else runs without a display connection of Qt's own.
 bool needsWindows(int argc, char** argv) {
+    if (argc >= 2 && std::string_view(argv[1]) == "play")
+        return true;
     if (argc < 2 || std::string_view(argv[1]) != "record")
         return false;
     for (int i = 2; i < argc; ++i) {

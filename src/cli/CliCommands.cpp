@@ -5,14 +5,15 @@
 #include "cli/ExportCommand.h"
 #include "cli/ListCommand.h"
 #include "cli/MixCommand.h"
+#include "cli/PlayCommand.h"
 #include "cli/RecordCommand.h"
 #include "cli/RecoverCommand.h"
 
 // Each command lives in its own file; this table is the one place that lists them.
 const std::vector<CliCommand>& cliCommands() {
     static const std::vector<CliCommand> commands = {
-        analyzeCommand(), composeCommand(), exportCommand(), waveformCommand(),
-        recordCommand(),  recoverCommand(), listCommand(),   mixCommand(),
+        analyzeCommand(), composeCommand(), exportCommand(), waveformCommand(), recordCommand(),
+        recoverCommand(), listCommand(),    mixCommand(),    playCommand(),
     };
     return commands;
 }

@@ -47,7 +47,10 @@ int AudioSourceStream::addInto(std::array<float*, 2> mix, int count, float volum
 }
 
 void AudioSourceStream::seek(int64_t sample) {
-    m_reader->seek(MediaTime::make(sample, sampleRate));
+    // Decoders of overlapping transforms (AAC, Opus) need a frame or two before the first sample
+    // they give right: start that much earlier and drop it.
+    constexpr int64_t preRoll = 4096;
+    m_reader->seek(MediaTime::make(std::max<int64_t>(0, sample - preRoll), sampleRate));
     *m_block = AudioBuffer();
     m_offset = 0;
     m_skipTo = sample;
