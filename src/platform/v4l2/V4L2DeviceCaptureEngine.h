@@ -39,7 +39,8 @@ public:
     void startRecording(const QString& outputURL, FinishHandler onFinish, FailHandler onFail);
     // Finishes the file; the finish handler follows (or the fail handler, if the file fails).
     void stopRecording();
-    // Stops and abandons without reporting: the coordinator's replacement of the engine.
+    // Stops (the file is still finished) and reports nothing: the coordinator replacing the
+    // engine.
     void cleanup() override;
 
     bool isRecording() const { return m_thread.joinable() && !m_done.load(); }
