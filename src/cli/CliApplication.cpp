@@ -32,7 +32,7 @@ bool needsWindows(int argc, char** argv) {
         return false;
     for (int i = 2; i < argc; ++i) {
         const std::string_view argument = argv[i];
-        if (argument == "--highlight" || argument == "--cursor-style")
+        if (argument == "--highlight" || argument == "--cursor-style" || argument == "--preview")
             return true;
     }
     return false;

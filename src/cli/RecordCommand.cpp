@@ -46,7 +46,7 @@ constexpr std::string_view usage =
     "[--mode audio] [--microphone [SOURCE]] [--system-audio] [--mic-volume GAIN] "
     "[--system-volume GAIN] [--aec] [--audio-format aac|alac|flac|opus] "
     "[--backend x11|wayland] "
-    "[--mode device --device NAME]";
+    "[--mode device --device NAME [--preview]]";
 
 // Signals only set these; the recording loop looks at them between waits.
 volatile std::sig_atomic_t stopSignals = 0;
@@ -238,6 +238,8 @@ RecordRequest parseRecordRequest(const QStringList& arguments) {
             request.camera = value();
         } else if (option == QLatin1String("--device")) {
             request.device = value();
+        } else if (option == QLatin1String("--preview")) {
+            request.devicePreview = true;
         } else if (option == QLatin1String("--camera-size")) {
             request.cameraSize = parseSize(option, value());
         } else if (option == QLatin1String("--mirror")) {

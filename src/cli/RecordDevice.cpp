@@ -1,5 +1,7 @@
 #include "cli/RecordDevice.h"
 
+#include "app/camera/CameraPreviewWidget.h"
+
 #include "core/recording/RecordingCoordinator.h"
 #include "core/recording/RecordingPreparation.h"
 #include "core/recording/RecordingServices.h"
@@ -8,6 +10,7 @@
 #include "platform/v4l2/V4L2CaptureDeviceDiscovery.h"
 #include "platform/v4l2/V4L2DeviceCaptureEngine.h"
 
+#include <QApplication>
 #include <QDateTime>
 #include <QEventLoop>
 #include <QTimer>
@@ -62,6 +65,20 @@ int runDeviceRecord(const RecordRequest& request, FILE* out, FILE* err) {
     const QString outputURL =
         RecordingPreparation::generateOutputURL(&configuration, QDateTime::currentDateTime());
 
+    // The preview outlives the engine that feeds it: the coordinator below ends the engine first.
+    std::unique_ptr<CameraPreviewWidget> preview;
+    if (request.devicePreview) {
+        if (qobject_cast<QApplication*>(QCoreApplication::instance())) {
+            preview = std::make_unique<CameraPreviewWidget>();
+            preview->setWindowTitle(device->device.name + QStringLiteral(" — Preview"));
+            preview->resize(640, 360);
+            preview->show();
+        } else {
+            fmt::print(err, "⚠️ --preview needs a display (DISPLAY is not set); recording "
+                            "without it\n");
+        }
+    }
+
     const std::unique_ptr<RecordingEngineFactory> factory =
         makeRecordingEngineFactory(RecordingEngineLoaderOptions{});
     RecordingServices services;
@@ -73,6 +90,10 @@ int runDeviceRecord(const RecordRequest& request, FILE* out, FILE* err) {
     options.frameRate = request.frameRate;
     auto owned = std::make_unique<V4L2DeviceCaptureEngine>(device->device, options);
     V4L2DeviceCaptureEngine* engine = owned.get();
+    if (preview)
+        engine->previewHandler = [view = preview.get()](const VideoFrame& frame) {
+            view->offerFrame(frame);
+        };
     coordinator.setIOSDeviceEngine(std::move(owned));
 
     QEventLoop loop;

@@ -9,7 +9,8 @@ void printCaptureDevices(FILE* out);
 
 // `record --mode device --device NAME`: records the device's picture straight to a movie file
 // in the output folder, through the coordinator's device callbacks, until --duration seconds
-// have passed or SIGINT/SIGTERM arrives. Prints the movie's path. A device that goes away
+// have passed or SIGINT/SIGTERM arrives, with --preview in a window showing the picture. Prints
+// the movie's path. A device that goes away
 // during the recording leaves the part recorded so far as a finished movie (its path is printed
 // too) and exits with status 1.
 int runDeviceRecord(const RecordRequest& request, FILE* out, FILE* err);
