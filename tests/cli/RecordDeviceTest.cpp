@@ -1,6 +1,7 @@
 #include "media/MovieProbe.h"
 #include "media/VideoFrameGrabber.h"
 #include "support/ChildProcess.h"
+#include "support/XvfbSession.h"
 
 #include <QString>
 #include <QStringList>
@@ -11,6 +12,7 @@
 #include <fstream>
 #include <map>
 #include <sstream>
+#include <thread>
 
 using namespace std::chrono_literals;
 
@@ -27,7 +29,7 @@ std::string readText(const QString& path) {
 class DeviceRecording {
 public:
     DeviceRecording(const std::vector<std::string>& extra,
-                    std::map<std::string, std::string> environment = {}) {
+                    std::map<std::string, std::string> environment = {}, bool window = false) {
         std::vector<std::string> argv = {TAVELQUISTON_CLI_PATH,
                                          "record",
                                          "--mode",
@@ -40,6 +42,9 @@ public:
         ChildProcess::Options options;
         options.environment = std::move(environment);
         options.environment["TAVELQUISTON_TEST_CAMERA"] = "1";
+        // The preview is a real window on the test's X server, not an offscreen one.
+        if (window)
+            options.environment["QT_QPA_PLATFORM"] = "xcb";
         options.stdoutPath = (logs.path() + "/stdout.txt").toStdString();
         options.stderrPath = (logs.path() + "/stderr.txt").toStdString();
         process = ChildProcess(argv, options);
@@ -119,4 +124,27 @@ TEST(RecordDeviceTest, UnknownDeviceIsBadInputAndListShowsTheTestDevice) {
     const auto listed = commandOutput({TAVELQUISTON_CLI_PATH, "list", "devices"}, 20s, options);
     ASSERT_TRUE(listed);
     EXPECT_NE(listed->find("Test Camera"), std::string::npos) << *listed;
+}
+
+// With --preview a window titled after the device is on the screen while it records, and the
+// recording still finishes.
+TEST(RecordDeviceTest, PreviewWindowShowsWhileRecording) {
+    XvfbSession::Options desktop;
+    desktop.width = 1280;
+    desktop.height = 720;
+    REQUIRE_XVFB(desktop);
+    REQUIRE_TOOL("xwininfo");
+    XvfbSession session(desktop);
+    ASSERT_TRUE(session.isReady()) << session.error();
+
+    DeviceRecording recording({"--duration", "3", "--preview"}, {}, true);
+    bool shown = false;
+    for (int attempt = 0; attempt < 25 && !shown; ++attempt) {
+        std::this_thread::sleep_for(100ms);
+        const auto tree = commandOutput({"xwininfo", "-root", "-tree"}, 5s);
+        shown = tree && tree->find("Test Camera — Preview") != std::string::npos;
+    }
+    EXPECT_TRUE(shown);
+    ASSERT_EQ(recording.process.waitForExit(40s), 0) << recording.errors();
+    EXPECT_TRUE(probeMovie(recording.moviePath()));
 }
