@@ -14,6 +14,8 @@ pkg_check_modules(PULSE REQUIRED IMPORTED_TARGET libpulse)
 # Echo cancellation for the microphone; without it the flag falls back to plain recording.
 pkg_check_modules(WEBRTC_APM IMPORTED_TARGET webrtc-audio-processing)
 pkg_check_modules(PIPEWIRE REQUIRED IMPORTED_TARGET libpipewire-0.3)
+# Loudness measurement (EBU R 128) for normalised audio mixes.
+pkg_check_modules(EBUR128 REQUIRED IMPORTED_TARGET libebur128)
 
 # Debian's libyuv ships no pkg-config file.
 find_path(LIBYUV_INCLUDE_DIR libyuv.h REQUIRED)

@@ -26,11 +26,13 @@ namespace {
 // The live pointer overlays are windows: a recording that shows them needs a GUI application,
 // everything else runs without a display connection of Qt's own.
 bool needsWindows(int argc, char** argv) {
+    if (argc >= 2 && std::string_view(argv[1]) == "play")
+        return true;
     if (argc < 2 || std::string_view(argv[1]) != "record")
         return false;
     for (int i = 2; i < argc; ++i) {
         const std::string_view argument = argv[i];
-        if (argument == "--highlight" || argument == "--cursor-style")
+        if (argument == "--highlight" || argument == "--cursor-style" || argument == "--preview")
             return true;
     }
     return false;

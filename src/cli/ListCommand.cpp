@@ -1,6 +1,7 @@
 #include "cli/ListCommand.h"
 
 #include "cli/RecordCommand.h"
+#include "cli/RecordDevice.h"
 #include "core/recording/engines/RecordingEngineFactory.h"
 #include "platform/RecordingEngineLoader.h"
 #include "platform/pulse/AudioDeviceManager.h"
@@ -14,7 +15,7 @@
 namespace {
 
 constexpr std::string_view usage =
-    "list [--backend x11|wayland] displays|windows|applications|cameras|microphones";
+    "list [--backend x11|wayland] displays|windows|applications|cameras|microphones|devices";
 
 // The root's height is the top of the highest display: global points count up from its
 // bottom edge.
@@ -97,6 +98,10 @@ int runList(const QStringList& given, FILE* out, FILE* err) {
         printCameras(out);
         return 0;
     }
+    if (arguments.size() == 1 && kind == QLatin1String("devices")) {
+        printCaptureDevices(out);
+        return 0;
+    }
     if (arguments.size() == 1 && kind == QLatin1String("microphones"))
         return printMicrophones(out);
     if (arguments.size() != 1 ||
@@ -123,6 +128,7 @@ int runList(const QStringList& given, FILE* out, FILE* err) {
 
 CliCommand listCommand() {
     return CliCommand{
-        "list", usage, "list the displays, windows, applications, cameras or microphones to record",
+        "list", usage,
+        "list the displays, windows, applications, cameras, microphones or devices to record",
         [](const QStringList& arguments) { return runList(arguments, stdout, stderr); }};
 }

@@ -1,5 +1,7 @@
 #include "cli/RecordCommand.h"
 
+#include "cli/RecordDevice.h"
+
 #include "app/camera/CameraOverlayWindowController.h"
 #include "cli/CountdownPrinter.h"
 #include "cli/RecordCamera.h"
@@ -46,7 +48,8 @@ constexpr std::string_view usage =
     "[--ripple-color COLOR] "
     "[--mode audio] [--microphone [SOURCE]] [--system-audio] [--mic-volume GAIN] "
     "[--system-volume GAIN] [--aec] [--audio-format aac|alac|flac|opus] "
-    "[--backend x11|wayland]";
+    "[--backend x11|wayland] "
+    "[--mode device --device NAME [--preview]]";
 
 // Signals only set these; the recording loop looks at them between waits.
 volatile std::sig_atomic_t stopSignals = 0;
@@ -186,7 +189,8 @@ RecordRequest parseRecordRequest(const QStringList& arguments, RecordRequest def
                               {"window", 0},
                               {"windows", 0},
                               {"application", 0},
-                              {"audio", 0}});
+                              {"audio", 0},
+                              {"device", 0}});
         } else if (option == QLatin1String("--display")) {
             request.displayID = parseID(option, value());
         } else if (option == QLatin1String("--area")) {
@@ -236,6 +240,10 @@ RecordRequest parseRecordRequest(const QStringList& arguments, RecordRequest def
             request.outputDirectory = value();
         } else if (option == QLatin1String("--camera")) {
             request.camera = value();
+        } else if (option == QLatin1String("--device")) {
+            request.device = value();
+        } else if (option == QLatin1String("--preview")) {
+            request.devicePreview = true;
         } else if (option == QLatin1String("--camera-size")) {
             request.cameraSize = parseSize(option, value());
         } else if (option == QLatin1String("--mirror")) {
@@ -574,6 +582,8 @@ int runRecord(const QStringList& arguments, FILE* out, FILE* err) {
                    text(request.outputDirectory));
         return 2;
     }
+    if (request.mode == QLatin1String("device"))
+        return runDeviceRecord(request, out, err);
 
     try {
         checkAudioSources(request);

@@ -1,0 +1,150 @@
+#include "media/MovieProbe.h"
+#include "media/VideoFrameGrabber.h"
+#include "support/ChildProcess.h"
+#include "support/XvfbSession.h"
+
+#include <QString>
+#include <QStringList>
+#include <QTemporaryDir>
+
+#include <gtest/gtest.h>
+
+#include <fstream>
+#include <map>
+#include <sstream>
+#include <thread>
+
+using namespace std::chrono_literals;
+
+namespace {
+
+std::string readText(const QString& path) {
+    std::ifstream in(path.toStdString());
+    std::stringstream text;
+    text << in.rdbuf();
+    return text.str();
+}
+
+// One `record --mode device` run of the test camera as the attached device, in its own folder.
+class DeviceRecording {
+public:
+    DeviceRecording(const std::vector<std::string>& extra,
+                    std::map<std::string, std::string> environment = {}, bool window = false) {
+        std::vector<std::string> argv = {TAVELQUISTON_CLI_PATH,
+                                         "record",
+                                         "--mode",
+                                         "device",
+                                         "--device",
+                                         "Test Camera",
+                                         "--output",
+                                         output.path().toStdString()};
+        argv.insert(argv.end(), extra.begin(), extra.end());
+        ChildProcess::Options options;
+        options.environment = std::move(environment);
+        options.environment["TAVELQUISTON_TEST_CAMERA"] = "1";
+        // The preview is a real window on the test's X server, not an offscreen one.
+        if (window)
+            options.environment["QT_QPA_PLATFORM"] = "xcb";
+        options.stdoutPath = (logs.path() + "/stdout.txt").toStdString();
+        options.stderrPath = (logs.path() + "/stderr.txt").toStdString();
+        process = ChildProcess(argv, options);
+    }
+    // The movie's path, printed last, after the log.
+    std::string moviePath() const {
+        const QStringList lines = QString::fromStdString(readText(logs.path() + "/stdout.txt"))
+                                      .split(QLatin1Char('\n'), Qt::SkipEmptyParts);
+        return lines.isEmpty() ? std::string() : lines.back().toStdString();
+    }
+    std::string errors() const { return readText(logs.path() + "/stderr.txt"); }
+
+    QTemporaryDir output;
+    QTemporaryDir logs;
+    ChildProcess process;
+};
+
+// The test picture is colourful; a black or grey frame would mean nothing was captured.
+double lumaSpread(const GrabbedVideoFrame& frame) {
+    double low = 255, high = 0;
+    for (size_t i = 0; i + 3 < frame.bgra.size(); i += 4) {
+        const double luma =
+            0.0722 * frame.bgra[i] + 0.7152 * frame.bgra[i + 1] + 0.2126 * frame.bgra[i + 2];
+        low = std::min(low, luma);
+        high = std::max(high, luma);
+    }
+    return high - low;
+}
+
+} // namespace
+
+// Three seconds of the device: the coordinator's finish path prints the movie, which holds
+// three seconds of the device's picture from its first frame on.
+TEST(RecordDeviceTest, RecordsTheDevicePictureToAMovieAndFinishes) {
+    DeviceRecording recording({"--duration", "3"});
+    ASSERT_EQ(recording.process.waitForExit(40s), 0) << recording.errors();
+    const std::string movie = recording.moviePath();
+    ASSERT_FALSE(movie.empty()) << recording.errors();
+    const auto probed = probeMovie(movie);
+    ASSERT_TRUE(probed && probed->first(AVMEDIA_TYPE_VIDEO)) << movie;
+    const ProbedStream& video = *probed->first(AVMEDIA_TYPE_VIDEO);
+    EXPECT_EQ(video.width, 1280);
+    EXPECT_EQ(video.height, 720);
+    EXPECT_NEAR(video.endSeconds, 3.0, 0.25);
+    ASSERT_FALSE(video.packetTimes.empty());
+
+    std::string error;
+    const auto first = grabVideoFrame(QString::fromStdString(movie), 0.0, &error);
+    ASSERT_TRUE(first) << error;
+    EXPECT_NEAR(first->time, 0.0, 0.05);
+    EXPECT_GT(lumaSpread(*first), 100.0);
+}
+
+// A device pulled out after 1.5 s: the failure path is reached (status 1) and the part recorded
+// until then is a finished, playable movie of about that length.
+TEST(RecordDeviceTest, DeviceThatVanishesLeavesAFinishedPartialMovie) {
+    DeviceRecording recording({"--duration", "8"},
+                              {{"TAVELQUISTON_TEST_CAMERA_UNPLUG_AFTER", "1.5"}});
+    ASSERT_EQ(recording.process.waitForExit(40s), 1) << recording.errors();
+    const std::string movie = recording.moviePath();
+    ASSERT_FALSE(movie.empty()) << recording.errors();
+    const auto probed = probeMovie(movie);
+    ASSERT_TRUE(probed && probed->first(AVMEDIA_TYPE_VIDEO)) << movie;
+    EXPECT_NEAR(probed->first(AVMEDIA_TYPE_VIDEO)->endSeconds, 1.5, 0.3);
+    std::string error;
+    EXPECT_TRUE(grabVideoFrame(QString::fromStdString(movie), 1.0, &error)) << error;
+}
+
+// A name no device has is bad input; `list devices` names the test device as a capture source.
+TEST(RecordDeviceTest, UnknownDeviceIsBadInputAndListShowsTheTestDevice) {
+    EXPECT_EQ(
+        runCommand(
+            {TAVELQUISTON_CLI_PATH, "record", "--mode", "device", "--device", "No Such Card"}, 20s),
+        2);
+    ChildProcess::Options options;
+    options.environment["TAVELQUISTON_TEST_CAMERA"] = "1";
+    const auto listed = commandOutput({TAVELQUISTON_CLI_PATH, "list", "devices"}, 20s, options);
+    ASSERT_TRUE(listed);
+    EXPECT_NE(listed->find("Test Camera"), std::string::npos) << *listed;
+}
+
+// With --preview a window titled after the device is on the screen while it records, and the
+// recording still finishes.
+TEST(RecordDeviceTest, PreviewWindowShowsWhileRecording) {
+    XvfbSession::Options desktop;
+    desktop.width = 1280;
+    desktop.height = 720;
+    REQUIRE_XVFB(desktop);
+    REQUIRE_TOOL("xwininfo");
+    XvfbSession session(desktop);
+    ASSERT_TRUE(session.isReady()) << session.error();
+
+    DeviceRecording recording({"--duration", "3", "--preview"}, {}, true);
+    bool shown = false;
+    for (int attempt = 0; attempt < 25 && !shown; ++attempt) {
+        std::this_thread::sleep_for(100ms);
+        const auto tree = commandOutput({"xwininfo", "-root", "-tree"}, 5s);
+        shown = tree && tree->find("Test Camera — Preview") != std::string::npos;
+    }
+    EXPECT_TRUE(shown);
+    ASSERT_EQ(recording.process.waitForExit(40s), 0) << recording.errors();
+    EXPECT_TRUE(probeMovie(recording.moviePath()));
+}
