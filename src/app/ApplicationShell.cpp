@@ -74,7 +74,7 @@ ApplicationShell::ApplicationShell(const QStringList& arguments, QElapsedTimer s
     ErrorReporter::shared().setAlertPresenter(std::make_unique<MessageBoxAlertPresenter>());
     // A finished recording opens in its own trimmer window, which closes itself.
     m_resultOpener->setTrimmerOpener(
-        [](const QString& path) { TrimmerWindow::openOrExplain(path); });
+        [this](const QString& path) { m_lastTrimmer = TrimmerWindow::openOrExplain(path); });
     ScreenRecordingPermission::setSettingsOpener(
         [](const QString& url) { QDesktopServices::openUrl(QUrl(url)); });
 
@@ -246,6 +246,11 @@ void ApplicationShell::publishState() {
                m_restoreWindowAfterRecording && !m_launcher->isStarting()) {
         m_restoreWindowAfterRecording = false;
         m_window->show();
+        // The recording just opened in the trimmer: that is what the person looks at next.
+        if (m_lastTrimmer) {
+            m_lastTrimmer->raise();
+            m_lastTrimmer->activateWindow();
+        }
     }
 }
 

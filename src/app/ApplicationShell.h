@@ -7,6 +7,7 @@
 #include <memory>
 
 class FloatingCameraHeadController;
+class TrimmerWindow;
 class DesktopResultOpener;
 class FloatingRecordingPanel;
 class InstanceControlService;
@@ -70,4 +71,5 @@ private:
     std::unique_ptr<X11GlobalShortcuts> m_shortcuts;
     QElapsedTimer m_sinceStart;
     bool m_restoreWindowAfterRecording = false;
+    QPointer<TrimmerWindow> m_lastTrimmer; // closes and deletes itself
 };
