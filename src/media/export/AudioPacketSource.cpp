@@ -1,6 +1,7 @@
 #include "media/export/AudioPacketSource.h"
 
 #include "media/FFmpegHandles.h"
+#include "media/export/MediaInput.h"
 
 #include <algorithm>
 
@@ -15,19 +16,12 @@ AudioPacketSource::~AudioPacketSource() = default;
 
 std::unique_ptr<AudioPacketSource> AudioPacketSource::open(const std::filesystem::path& path,
                                                            std::string& error) {
-    av_log_set_level(std::min(av_log_get_level(), AV_LOG_FATAL));
     std::unique_ptr<AudioPacketSource> source(new AudioPacketSource());
     Demuxer& d = *source->m_demuxer;
-    AVFormatContext* raw = nullptr;
-    if (int result = avformat_open_input(&raw, path.c_str(), nullptr, nullptr); result < 0) {
-        error = path.string() + ": " + ffmpegErrorText(result);
+    d.format = openMediaInput(path, error);
+    if (!d.format)
         return nullptr;
-    }
-    d.format.reset(raw);
-    if (int result = avformat_find_stream_info(raw, nullptr); result < 0) {
-        error = path.string() + ": " + ffmpegErrorText(result);
-        return nullptr;
-    }
+    AVFormatContext* raw = d.format.get();
     const int index = av_find_best_stream(raw, AVMEDIA_TYPE_AUDIO, -1, -1, nullptr, 0);
     if (index < 0)
         return nullptr;

@@ -1,6 +1,7 @@
 #include "media/export/AudioTrackReader.h"
 
 #include "media/FFmpegHandles.h"
+#include "media/export/MediaInput.h"
 
 #include <algorithm>
 
@@ -25,20 +26,12 @@ AudioTrackReader::~AudioTrackReader() = default;
 
 std::unique_ptr<AudioTrackReader> AudioTrackReader::open(const std::filesystem::path& path,
                                                          Format format, std::string& error) {
-    // Damaged input is reported once, in our own words; FFmpeg's lines would only repeat it.
-    av_log_set_level(std::min(av_log_get_level(), AV_LOG_FATAL));
     std::unique_ptr<AudioTrackReader> reader(new AudioTrackReader());
     Decoder& d = *reader->m_decoder;
-    AVFormatContext* raw = nullptr;
-    if (int result = avformat_open_input(&raw, path.c_str(), nullptr, nullptr); result < 0) {
-        error = path.string() + ": " + ffmpegErrorText(result);
+    d.format = openMediaInput(path, error);
+    if (!d.format)
         return nullptr;
-    }
-    d.format.reset(raw);
-    if (int result = avformat_find_stream_info(raw, nullptr); result < 0) {
-        error = path.string() + ": " + ffmpegErrorText(result);
-        return nullptr;
-    }
+    AVFormatContext* raw = d.format.get();
     const AVCodec* codec = nullptr;
     const int index = av_find_best_stream(raw, AVMEDIA_TYPE_AUDIO, -1, -1, &codec, 0);
     if (index < 0 || !codec)

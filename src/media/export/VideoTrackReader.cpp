@@ -1,6 +1,7 @@
 #include "media/export/VideoTrackReader.h"
 
 #include "media/FFmpegHandles.h"
+#include "media/export/MediaInput.h"
 
 #include <libyuv/convert_argb.h>
 
@@ -35,20 +36,12 @@ VideoTrackReader::~VideoTrackReader() = default;
 
 std::unique_ptr<VideoTrackReader> VideoTrackReader::open(const std::filesystem::path& path,
                                                          std::string& error) {
-    // Damaged input is reported once, in our own words; FFmpeg's lines would only repeat it.
-    av_log_set_level(std::min(av_log_get_level(), AV_LOG_FATAL));
     std::unique_ptr<VideoTrackReader> reader(new VideoTrackReader());
     Decoder& d = *reader->m_decoder;
-    AVFormatContext* raw = nullptr;
-    if (int result = avformat_open_input(&raw, path.c_str(), nullptr, nullptr); result < 0) {
-        error = path.string() + ": " + ffmpegErrorText(result);
+    d.format = openMediaInput(path, error);
+    if (!d.format)
         return nullptr;
-    }
-    d.format.reset(raw);
-    if (int result = avformat_find_stream_info(raw, nullptr); result < 0) {
-        error = path.string() + ": " + ffmpegErrorText(result);
-        return nullptr;
-    }
+    AVFormatContext* raw = d.format.get();
     const AVCodec* codec = nullptr;
     const int index = av_find_best_stream(raw, AVMEDIA_TYPE_VIDEO, -1, -1, &codec, 0);
     if (index < 0 || !codec) {
