@@ -70,16 +70,18 @@ void RecordingFramePath::handleVideoFrame(const VideoFrameHandle& frame,
     const MediaTime frameDuration =
         timing.duration.isNumeric() && timing.duration > MediaTime::zero() ? timing.duration
                                                                            : m_frameDuration;
-    MediaTime lastVideoDuration = MediaTime::zero();
+    // Only the first frame after a stream restart: the writer's time moves before it is written.
+    if (m_flags.awaitingStreamRestartFirstFrame.load() && m_hooks.streamRestarted) {
+        MediaTime lastVideoDuration = MediaTime::zero();
+        {
+            std::lock_guard lock(m_mutex);
+            lastVideoDuration = m_lastVideoDuration;
+        }
+        m_hooks.streamRestarted(pts, frameDuration, lastVideoDuration);
+    }
     {
         std::lock_guard lock(m_mutex);
         m_lastCapturedVideoPTS = pts;
-        lastVideoDuration = m_lastVideoDuration;
-    }
-    if (m_flags.awaitingStreamRestartFirstFrame.load() && m_hooks.streamRestarted)
-        m_hooks.streamRestarted(pts, frameDuration, lastVideoDuration);
-    {
-        std::lock_guard lock(m_mutex);
         // A repeat or a frame out of order, judged by time alone.
         const bool seen = std::any_of(m_recentVideoPTS.begin(), m_recentVideoPTS.end(),
                                       [&](const MediaTime& t) { return t >= pts; });

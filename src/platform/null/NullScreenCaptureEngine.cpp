@@ -6,8 +6,8 @@ void NullScreenCaptureEngine::updateAvailableContent() {
     throw RecordingError::invalidConfiguration(m_reason);
 }
 
-std::shared_ptr<SCContentFilter> NullScreenCaptureEngine::createFilter(const RecordingMode&,
-                                                                       const RecordingConfiguration&) {
+std::shared_ptr<SCContentFilter>
+NullScreenCaptureEngine::createFilter(const RecordingMode&, const RecordingConfiguration&) {
     throw RecordingError::invalidConfiguration(m_reason);
 }
 

@@ -43,9 +43,9 @@ void PulseRecordStream::start() {
                                  " ch audio of \"" + m_source.name + "\"");
 
     PaMainloopLock lock(m_connection.mainloop());
-    const pa_sample_spec spec{PA_SAMPLE_FLOAT32NE, uint32_t(m_source.sampleRate),
-                              uint8_t(m_source.channelCount)};
-    m_stream.reset(pa_stream_new(m_connection.context(), m_label.c_str(), &spec, nullptr));
+    const pa_sample_spec sampleFormat{PA_SAMPLE_FLOAT32NE, uint32_t(m_source.sampleRate),
+                                      uint8_t(m_source.channelCount)};
+    m_stream.reset(pa_stream_new(m_connection.context(), m_label.c_str(), &sampleFormat, nullptr));
     if (!m_stream)
         throw std::runtime_error("the sound server refused a stream for \"" + m_source.name +
                                  "\": " + pa_strerror(pa_context_errno(m_connection.context())));
@@ -53,7 +53,7 @@ void PulseRecordStream::start() {
     pa_stream_set_state_callback(m_stream.get(), onState, this);
     pa_buffer_attr attributes{};
     attributes.maxlength = uint32_t(-1);
-    attributes.fragsize = uint32_t(pa_usec_to_bytes(fragmentMilliseconds * 1000, &spec));
+    attributes.fragsize = uint32_t(pa_usec_to_bytes(fragmentMilliseconds * 1000, &sampleFormat));
     m_stopping = false;
     m_deliveredEnd = MediaTime::invalid();
     m_clock.reset();

@@ -47,7 +47,7 @@ TEST(X11CaptureFilterTest, ScreenExcludesOwnWindowsPanelsAndHiddenApps) {
     const RecordingMode mode = RecordingMode::screen(content.displays.front());
     const X11ContentFilter filter =
         X11ContentFilter::make(mode, RecordingConfiguration(mode, {}), content,
-                              R"([{"bundleID":"secret","name":"Secret"}])");
+                               R"([{"bundleID":"secret","name":"Secret"}])");
     EXPECT_EQ(filter.kind, X11ContentFilter::Kind::display);
     EXPECT_EQ(ids(filter.exceptingWindows), std::vector<uint32_t>{1});
     ASSERT_EQ(filter.excludedApplications.size(), 2u);
@@ -61,9 +61,9 @@ TEST(X11CaptureFilterTest, ScreenExcludesOwnWindowsPanelsAndHiddenApps) {
     EXPECT_NE(std::find(later.begin(), later.end(), QStringLiteral("tint2")), later.end());
     EXPECT_EQ(std::find(later.begin(), later.end(), QStringLiteral("xterm")), later.end());
     EXPECT_TRUE(X11ContentFilter::isOwnWindowKeptOut(QStringLiteral("com.tavelquiston.app"),
-                                                    QStringLiteral("Recording")));
+                                                     QStringLiteral("Recording")));
     EXPECT_FALSE(X11ContentFilter::isOwnWindowKeptOut(QStringLiteral("com.tavelquiston.app"),
-                                                     QStringLiteral("Screen Magnifier")));
+                                                      QStringLiteral("Screen Magnifier")));
     EXPECT_FALSE(
         X11ContentFilter::isOwnWindowKeptOut(QStringLiteral("xterm"), QStringLiteral("Recording")));
 }
