@@ -1,7 +1,9 @@
 #include "core/recording/CursorSampler.h"
 
 #include "core/metadata/CursorClick.h"
+#include "core/model/RecordingConfiguration.h"
 #include "core/model/StudioRecordingConfiguration.h"
+#include "core/recording/CustomCursorSettings.h"
 #include "core/recording/RecordingClock.h"
 #include "core/recording/engines/CursorOverlayController.h"
 #include "core/recording/engines/MetadataRecorderEngine.h"
@@ -166,4 +168,30 @@ void CursorSampler::handleMove(Point screenPoint) {
     }
     // No contains test here: a pointer outside the rectangle is traced along its edge.
     recordPosition(screenPoint, *rect);
+}
+
+void CursorSampler::startMonitoring(const RecordingConfiguration& configuration,
+                                    const UserDefaults& defaults) {
+    const bool clickToZoom =
+        configuration.studioConfig && configuration.studioConfig->enableClickToZoom;
+    if (!configuration.highlightCursor && !clickToZoom) {
+        logLine("⚠️ Cursor monitoring NOT started - no features require it");
+        return;
+    }
+    if (configuration.highlightCursor) {
+        if (const auto custom = CustomCursorSettings::fromDefaults(defaults))
+            m_monitor.configureCustomCursor(custom->style, custom->size, true,
+                                            custom->scaleAnimation, custom->rippleEffect,
+                                            custom->rippleColor);
+        m_monitor.setHighlightEnabled(true);
+    }
+    logLine("✅ Starting cursor overlay monitoring...");
+    m_monitor.startMonitoring();
+    startSampling();
+}
+
+void CursorSampler::stopMonitoring() {
+    m_monitor.stopMonitoring();
+    m_monitor.setHighlightEnabled(false);
+    m_monitor.setMagnifierEnabled(false);
 }

@@ -12,7 +12,9 @@ enum class ClickType;
 class CursorOverlayController;
 class MetadataRecorderEngine;
 class RecordingClock;
+struct RecordingConfiguration;
 struct StudioRecordingConfiguration;
+class UserDefaults;
 class ZoomRenderer;
 
 // Turns the pointer monitor's clicks and moves, and a steady 30 Hz sample of where the pointer
@@ -49,6 +51,11 @@ public:
                    bool smartAutoClickZoomEnabled, bool recorderExists);
     // Records where the pointer is now and starts the sampling timer.
     void startSampling();
+    // Starts the pointer monitor with the highlight the configuration asks for, then the
+    // sampling; nothing when no feature of the recording needs the pointer.
+    void startMonitoring(const RecordingConfiguration& configuration, const UserDefaults& defaults);
+    // Stops the monitor and takes every live overlay down.
+    void stopMonitoring();
 
     void handleClick(Point screenPoint, ClickType type);
     void handleMove(Point screenPoint);

@@ -1,7 +1,6 @@
 #include "core/recording/RecordingCoordinator.h"
 
 #include "core/recording/CursorSampler.h"
-#include "core/recording/CustomCursorSettings.h"
 #include "core/recording/ErrorDescription.h"
 #include "core/recording/RecordingClock.h"
 #include "core/recording/RecordingCountdown.h"
@@ -30,19 +29,13 @@
 #include "core/support/NotificationManager.h"
 #include "core/support/ScreenRecordingPermission.h"
 #include "core/support/SleepPreventer.h"
-#include "core/support/SystemEventMonitor.h"
 #include "core/support/TimerManager.h"
 
 #include <QCoreApplication>
-#include <QFile>
 #include <QFileInfo>
 #include <QPointer>
 
 namespace {
-const char* boolText(bool value) {
-    return value ? "true" : "false";
-}
-
 QString timerID(const char* id) {
     return QString::fromLatin1(id);
 }
@@ -66,18 +59,21 @@ RecordingCoordinator::RecordingCoordinator(RecordingServices services, QObject* 
       m_cursorVisibility(*m_services.cursorHider),
       m_cursorOverlayController(m_services.engines->makeCursorOverlayController()),
       m_camera(*m_services.engines,
-               [this](const std::optional<QString>& name) { return resolveCameraDevice(name); }) {
+               [this](const std::optional<QString>& name) { return resolveCameraDevice(name); }),
+      m_systemEvents(
+          *m_services.systemEvents, *m_services.notifications, m_clock,
+          SystemEventResponder::Hooks{[this] {
+                                          return m_recordingState.is<RecordingState::Recording>() &&
+                                                 !m_isStoppingRecording;
+                                      },
+                                      [this] { pauseRecording(); }}) {
     m_cursorSampler = std::make_unique<CursorSampler>(
         *m_cursorOverlayController, m_clock,
         CursorSampler::Hooks{
             [this] {
                 return m_screenEngine ? m_screenEngine->captureRectInScreenSpace() : std::nullopt;
             },
-            [this] {
-                if (auto timeline = currentVideoTimelineTimestamp())
-                    return timeline;
-                return currentRecordingTimestamp();
-            },
+            [this] { return metadataTimestamp(); },
             [this] { return m_recordingState.isRecording(); },
             [this] { return m_recordingState.displayName(); }, [this] { return isPaused(); },
             [this] {
@@ -366,11 +362,7 @@ QCoro::Task<void> RecordingCoordinator::startRecording() {
         markStartupPhase(QStringLiteral("metadataRecorder.start.begin"));
         m_metadataRecorder->startRecording(*m_timekeeper.startTime());
         m_metadataRecorder->setTimeProvider([self]() -> std::optional<double> {
-            if (!self)
-                return std::nullopt;
-            if (auto timeline = self->currentVideoTimelineTimestamp())
-                return timeline;
-            return self->currentRecordingTimestamp();
+            return self ? self->metadataTimestamp() : std::nullopt;
         });
         markStartupPhase(QStringLiteral("metadataRecorder.start.end"));
         m_cursorSampler->configure(configuration.studioConfig,
@@ -379,46 +371,31 @@ QCoro::Task<void> RecordingCoordinator::startRecording() {
         logLine("⚠️ MetadataRecorder is nil - cannot start recording metadata");
     }
 
-    startCursorMonitoring(configuration);
+    m_cursorSampler->startMonitoring(configuration, m_defaults);
     m_services.shortcuts->startMonitoring();
 
     // A failing engine leaves the state at `recording` on purpose: Stop cleans up from there.
     std::exception_ptr failure;
     try {
-        if (m_camera.engine()) {
-            markStartupPhase(QStringLiteral("cameraCapture.start.begin"));
-            m_camera.engine()->startCapture();
-            markStartupPhase(QStringLiteral("cameraCapture.start.end"));
-        }
-        if (m_screenEngine) {
-            logLine("🎥 Starting screen capture...");
-            markStartupPhase(QStringLiteral("screenCapture.start.begin"));
-            co_await m_screenEngine->startCapture();
-            if (!self)
-                co_return;
-            markStartupPhase(QStringLiteral("screenCapture.start.end"));
-            logLine("✅ Screen capture started");
-        }
-        if (m_audioEngine) {
-            logLine("🎤 Starting audio capture...");
-            markStartupPhase(QStringLiteral("audioCapture.start.begin"));
-            m_audioEngine->startCapture();
-            markStartupPhase(QStringLiteral("audioCapture.start.end"));
-            logLine("✅ Audio capture started");
-        }
-        if (m_audioOnlyRecorder) {
-            m_audioOnlyRecorder->startRecording();
-            // Video recordings finish the trace at their first frame instead.
-            finishStartupTrace(QStringLiteral("audioOnlyRecordingStarted"));
-        }
+        QCoro::Task<void> starting = RecordingEngineSetup::startCaptureEngines(
+            {m_camera.engine(), m_screenEngine.get(), m_audioEngine.get(),
+             m_audioOnlyRecorder.get()},
+            [this](const QString& phase) { markStartupPhase(phase); },
+            [self] { return !self.isNull(); });
+        co_await starting;
     } catch (...) {
         failure = std::current_exception();
     }
+    if (!self)
+        co_return;
     if (failure) {
         logLine("❌ Failed to start capture engines: {}", describeError(failure));
         cancelStartupTrace(QStringLiteral("captureStartFailed"));
         std::rethrow_exception(failure);
     }
+    // Video recordings finish the trace at their first frame instead.
+    if (m_audioOnlyRecorder)
+        finishStartupTrace(QStringLiteral("audioOnlyRecordingStarted"));
 
     startDurationTimer();
     if (configuration.autoStopMinutes > 0) {
@@ -429,25 +406,6 @@ QCoro::Task<void> RecordingCoordinator::startRecording() {
     }
     if (configuration.preventSleep)
         m_services.sleepPreventer->preventSleep(QStringLiteral("Screen recording in progress"));
-}
-
-void RecordingCoordinator::startCursorMonitoring(const RecordingConfiguration& configuration) {
-    const bool clickToZoom =
-        configuration.studioConfig && configuration.studioConfig->enableClickToZoom;
-    if (!configuration.highlightCursor && !clickToZoom) {
-        logLine("⚠️ Cursor monitoring NOT started - no features require it");
-        return;
-    }
-    if (configuration.highlightCursor) {
-        if (const auto custom = CustomCursorSettings::fromDefaults(m_defaults))
-            m_cursorOverlayController->configureCustomCursor(
-                custom->style, custom->size, true, custom->scaleAnimation, custom->rippleEffect,
-                custom->rippleColor);
-        m_cursorOverlayController->setHighlightEnabled(true);
-    }
-    logLine("✅ Starting cursor overlay monitoring...");
-    m_cursorOverlayController->startMonitoring();
-    m_cursorSampler->startSampling();
 }
 
 // MARK: pause and resume
@@ -507,9 +465,7 @@ void RecordingCoordinator::resetFramePathState() {
 
 QCoro::Task<void> RecordingCoordinator::stopMonitoringAndCapture() {
     QPointer<RecordingCoordinator> self(this);
-    m_cursorOverlayController->stopMonitoring();
-    m_cursorOverlayController->setHighlightEnabled(false);
-    m_cursorOverlayController->setMagnifierEnabled(false);
+    m_cursorSampler->stopMonitoring();
     showCursor();
     if (m_screenEngine) {
         try {
@@ -558,22 +514,14 @@ QCoro::Task<void> RecordingCoordinator::stopRecording() {
             *m_metadataRecorder, m_recordingDuration,
             RecordingOutputFinisher::metadataURL(resultURL, package));
 
-    const std::optional<RecordingConfiguration> configuration = m_configuration;
-    if (configuration && configuration->preventSleep)
+    if (m_configuration && m_configuration->preventSleep)
         m_services.sleepPreventer->allowSleep();
     m_services.statusBar->hideRecordingControls();
     m_services.panel->hide();
     setRecordingState(RecordingState::completed(resultURL));
-
-    const bool hasStudioFeatures = m_layerRecordingManager || m_metadataRecorder;
-    logLine("🎬 Studio features check: hasStudioFeatures={}, layerManager={}, metadata={}",
-            boolText(hasStudioFeatures), boolText(bool(m_layerRecordingManager)),
-            boolText(bool(m_metadataRecorder)));
-    const bool wasAudioOnly = configuration && configuration->mode.isAudioOnly();
-    const bool trimAfterRecord = m_defaults.trimAfterRecord();
-    const bool shouldOpenTrimmer = trimAfterRecord && !wasAudioOnly;
-    logLine("🔍 Trimmer settings: trimAfterRecord={}, wasAudioOnly={}, shouldOpenTrimmer={}",
-            boolText(trimAfterRecord), boolText(wasAudioOnly), boolText(shouldOpenTrimmer));
+    const RecordingOutputFinisher::Result result = RecordingOutputFinisher::describeResult(
+        resultURL, m_configuration, bool(m_layerRecordingManager), bool(m_metadataRecorder),
+        m_defaults);
 
     // The engines stay until the next preparation replaces them.
     resetTiming();
@@ -581,12 +529,12 @@ QCoro::Task<void> RecordingCoordinator::stopRecording() {
     returnToIdleShortly();
     QMetaObject::invokeMethod(
         this,
-        [this, resultURL, wasAudioOnly, hasStudioFeatures, shouldOpenTrimmer] {
-            const std::optional<RecordingPackage> package =
+        [this, result] {
+            RecordingOutputFinisher::openResult(
+                *m_services.resultOpener, result.url,
                 m_layerRecordingManager ? m_layerRecordingManager->recordingPackage()
-                                        : std::nullopt;
-            RecordingOutputFinisher::openResult(*m_services.resultOpener, resultURL, package,
-                                                wasAudioOnly, hasStudioFeatures, shouldOpenTrimmer);
+                                        : std::nullopt,
+                result.wasAudioOnly, result.hasStudioFeatures, result.shouldOpenTrimmer);
         },
         Qt::QueuedConnection);
 }
@@ -649,34 +597,13 @@ QCoro::Task<void> RecordingCoordinator::cleanupAfterError() {
 QCoro::Task<void> RecordingCoordinator::salvageOutputs() {
     QPointer<RecordingCoordinator> self(this);
     m_salvagedURL.reset();
-    MediaWriterEngine* writer = m_mediaWriter.load();
-    // Layer packages and writers that never received a frame have nothing to keep.
-    if (m_layerRecordingManager || !writer || !writer->isWriting())
-        co_return;
-    const std::optional<QString> movie = writer->outputURL();
-    if (!movie)
-        co_return;
-    // The metadata goes where a finished recording's would; the salvage cuts it to the length
-    // of what it keeps and moves it beside the kept file.
-    const QString metadata = RecordingOutputFinisher::metadataURL(*movie, std::nullopt);
-    if (m_metadataRecorder)
-        RecordingOutputFinisher::saveMetadata(
-            *m_metadataRecorder, currentVideoTimelineTimestamp().value_or(0.0), metadata);
-    const std::optional<QString> kept = co_await writer->salvage();
-    if (!self)
-        co_return;
-    QFile::remove(metadata);
-    if (!kept)
-        co_return;
-    m_salvagedURL = kept;
-    logLine("💾 Saved what was recorded before the failure: {}", kept->toStdString());
-}
-
-QString RecordingCoordinator::salvageNotice() const {
-    if (!m_salvagedURL)
-        return {};
-    return QStringLiteral("\n\nWhat was recorded until then is saved as \"%1\".")
-        .arg(QFileInfo(*m_salvagedURL).fileName());
+    QCoro::Task<std::optional<QString>> salvaging = RecordingOutputFinisher::salvage(
+        {nullptr, m_layerRecordingManager.get(), m_mediaWriter.load(), nullptr},
+        m_metadataRecorder.get(), currentVideoTimelineTimestamp().value_or(0.0),
+        [self] { return !self.isNull(); });
+    std::optional<QString> kept = co_await salvaging;
+    if (self)
+        m_salvagedURL = std::move(kept);
 }
 
 void RecordingCoordinator::acknowledgeFailure() {
@@ -698,7 +625,7 @@ QCoro::Task<void> RecordingCoordinator::handleStreamInterruption(StreamError err
         QStringLiteral("Recording Interrupted"),
         QStringLiteral(
             "The screen capture was interrupted unexpectedly and could not be restarted.") +
-            salvageNotice());
+            RecordingOutputFinisher::salvageNotice(m_salvagedURL));
 }
 
 QCoro::Task<void> RecordingCoordinator::handleMediaWriterFailureIfNeeded() {
@@ -714,49 +641,20 @@ QCoro::Task<void> RecordingCoordinator::handleMediaWriterFailureIfNeeded() {
     if (!self)
         co_return;
     if (m_salvagedURL)
-        ErrorReporter::shared().showAlert(QStringLiteral("Recording Failed"),
-                                          error.errorDescription() + salvageNotice());
+        ErrorReporter::shared().showAlert(
+            QStringLiteral("Recording Failed"),
+            error.errorDescription() + RecordingOutputFinisher::salvageNotice(m_salvagedURL));
     else
         ErrorReporter::shared().reportAndAlert(error, QStringLiteral("Asset writer failed"),
                                                QStringLiteral("Recording Failed"));
 }
 
 void RecordingCoordinator::installSystemEventObservers() {
-    if (m_systemEventsInstalled)
-        return;
-    m_systemEventsInstalled = true;
-    m_pausedForSleep = false;
-    QPointer<RecordingCoordinator> self(this);
-    m_services.systemEvents->install([self](SystemEventMonitor::Event event) {
-        if (self)
-            self->handleSystemEvent(event);
-    });
+    m_systemEvents.install();
 }
 
 void RecordingCoordinator::removeSystemEventObservers() {
-    if (!m_systemEventsInstalled)
-        return;
-    m_systemEventsInstalled = false;
-    m_services.systemEvents->remove();
-}
-
-void RecordingCoordinator::handleSystemEvent(SystemEventMonitor::Event event) {
-    logLine("🛰️ System event: {} at {}", systemEventLabel(event).toStdString(),
-            m_clock.now().toString(Qt::ISODateWithMs).toStdString());
-    // A recording that runs across a suspend would hold a frozen picture for as long as the
-    // machine slept; it is paused before the machine sleeps and left paused after.
-    if (event == SystemEventMonitor::Event::willSleep &&
-        m_recordingState.is<RecordingState::Recording>() && !m_isStoppingRecording) {
-        pauseRecording();
-        m_pausedForSleep = true;
-        logLine("⏸️ Recording paused because the computer is going to sleep");
-    } else if (event == SystemEventMonitor::Event::didWake && m_pausedForSleep) {
-        m_pausedForSleep = false;
-        m_services.notifications->sendNotification(
-            QStringLiteral("Recording Paused"),
-            QStringLiteral("The recording was paused while the computer slept. Resume it when "
-                           "you are ready."));
-    }
+    m_systemEvents.remove();
 }
 
 // MARK: timing
@@ -766,19 +664,15 @@ std::optional<double> RecordingCoordinator::currentRecordingTimestamp() const {
 }
 
 std::optional<double> RecordingCoordinator::currentVideoTimelineTimestamp() const {
-    MediaWriterEngine* writer = m_mediaWriter.load();
-    if (!writer)
-        return std::nullopt;
-    const std::optional<MediaTime> sessionStart = writer->sessionStartTimeValue();
-    if (!sessionStart)
-        return std::nullopt;
-    if (const auto lastCaptured = m_framePath ? m_framePath->lastCapturedVideoPTS() : std::nullopt)
-        return std::max(lastCaptured->seconds() - writer->currentTimeOffset().seconds() -
-                            sessionStart->seconds(),
-                        0.0);
-    if (const std::optional<MediaTime> last = writer->lastPresentationTime())
-        return std::max(last->seconds() - sessionStart->seconds(), 0.0);
-    return std::nullopt;
+    const MediaWriterEngine* writer = m_mediaWriter.load();
+    return writer ? RecordingFramePath::videoTimelineSeconds(m_framePath.get(), *writer)
+                  : std::nullopt;
+}
+
+std::optional<double> RecordingCoordinator::metadataTimestamp() const {
+    if (auto timeline = currentVideoTimelineTimestamp())
+        return timeline;
+    return currentRecordingTimestamp();
 }
 
 QString RecordingCoordinator::formattedDuration() const {
@@ -821,6 +715,21 @@ void RecordingCoordinator::durationTick() {
     m_services.statusBar->updateDuration(formattedDuration());
 }
 
+QCoro::Task<void> RecordingCoordinator::stopDetached(QPointer<RecordingCoordinator> self,
+                                                     bool failOnError) {
+    if (!self)
+        co_return;
+    std::exception_ptr failure;
+    try {
+        co_await self->stopRecording();
+    } catch (...) {
+        failure = std::current_exception();
+    }
+    if (failure && failOnError && self)
+        self->setRecordingState(RecordingState::failed(
+            RecordingError::unknown(QString::fromStdString(describeError(failure)))));
+}
+
 void RecordingCoordinator::startAutoStopTimer(int minutes) {
     const double seconds = minutes * 60.0;
     logLine("⏱️ Starting auto-stop timer for {} minute(s) ({} seconds)", minutes,
@@ -828,19 +737,7 @@ void RecordingCoordinator::startAutoStopTimer(int minutes) {
     QPointer<RecordingCoordinator> self(this);
     m_clock.schedule(timerID(TimerManager::TimerID::recordingAutoStop), seconds, false, [self] {
         logLine("⏱️ Auto-stop timer fired! Stopping recording...");
-        [](QPointer<RecordingCoordinator> self) -> QCoro::Task<void> {
-            if (!self)
-                co_return;
-            std::exception_ptr failure;
-            try {
-                co_await self->stopRecording();
-            } catch (...) {
-                failure = std::current_exception();
-            }
-            if (failure && self)
-                self->setRecordingState(RecordingState::failed(
-                    RecordingError::unknown(QString::fromStdString(describeError(failure)))));
-        }(self);
+        stopDetached(self, true);
     });
 }
 
@@ -882,17 +779,8 @@ void RecordingCoordinator::deviceRecordingDidFail(const std::exception& error) {
 void RecordingCoordinator::setupKeyboardShortcuts() {
     QPointer<RecordingCoordinator> self(this);
     m_services.shortcuts->registerHandler(
-        KeyboardShortcutHandler::ShortcutKey::stopRecording, [self] {
-            [](QPointer<RecordingCoordinator> self) -> QCoro::Task<void> {
-                if (!self)
-                    co_return;
-                try {
-                    co_await self->stopRecording();
-                } catch (...) {
-                    // A shortcut pressed in the wrong state simply does nothing.
-                }
-            }(self);
-        });
+        // A shortcut pressed in the wrong state simply does nothing.
+        KeyboardShortcutHandler::ShortcutKey::stopRecording, [self] { stopDetached(self, false); });
 }
 
 void RecordingCoordinator::setupTerminationHandler() {

@@ -11,11 +11,12 @@
 #include "core/recording/ShareableContentCache.h"
 #include "core/recording/StreamRecovery.h"
 #include "core/recording/SystemCursorVisibility.h"
-#include "core/support/SystemEventMonitor.h"
+#include "core/recording/SystemEventResponder.h"
 #include "core/time/MediaTime.h"
 
 #include <QDateTime>
 #include <QObject>
+#include <QPointer>
 
 #include <QCoro/QCoroTask>
 
@@ -95,6 +96,9 @@ public:
     std::optional<double> currentRecordingTimestamp() const;
     // Seconds on the written video's time line; what metadata events are stamped with.
     std::optional<double> currentVideoTimelineTimestamp() const;
+    // What metadata events are stamped with: the video's time line once frames are written,
+    // the recording's clock before.
+    std::optional<double> metadataTimestamp() const;
     QString formattedDuration() const;
 
     void hideCursorIfEnabled() { m_cursorVisibility.hideCursorIfEnabled(); }
@@ -168,10 +172,8 @@ private:
     void adoptPreparedEngines(RecordingPreparation::Result result);
     void configureHandlers(const RecordingMode& mode, const RecordingConfiguration& configuration);
     void installFramePath(const RecordingConfiguration& configuration);
-    void startCursorMonitoring(const RecordingConfiguration& configuration);
     void installSystemEventObservers();
     void removeSystemEventObservers();
-    void handleSystemEvent(SystemEventMonitor::Event event);
     void invalidateRecordingTimers();
     QCoro::Task<void> stopMonitoringAndCapture();
     void resetFramePathState();
@@ -181,12 +183,13 @@ private:
     void discardOutputs();
     // Keeps what the writer already wrote of a recording that ends on an error.
     QCoro::Task<void> salvageOutputs();
-    QString salvageNotice() const;
     void releaseLayerRecording();
     void returnToIdleShortly();
     void setupKeyboardShortcuts();
     void setupTerminationHandler();
     void durationTick();
+    // Stops from a timer or a shortcut, where nobody awaits; a failure is the state's when asked.
+    static QCoro::Task<void> stopDetached(QPointer<RecordingCoordinator> self, bool failOnError);
     void cleanUpDeviceEngine();
 
     RecordingServices m_services;
@@ -206,8 +209,6 @@ private:
     StreamRecovery m_recovery;
     std::optional<QString> m_salvagedURL;
     bool m_isCleaningUp = false;
-    bool m_systemEventsInstalled = false;
-    bool m_pausedForSleep = false;
     bool m_shouldUseWindowPump = false;
     int m_pumpFrameRate = 60;
 
@@ -231,6 +232,7 @@ private:
     std::shared_ptr<ZoomRenderer> m_zoomRenderer; // shared with the window pump
     std::unique_ptr<iOSDeviceCaptureEngine> m_iOSDeviceEngine;
     CameraPrewarmer m_camera;
+    SystemEventResponder m_systemEvents;
     std::unique_ptr<AudioCaptureEngine> m_audioEngine;
     std::unique_ptr<ScreenCaptureEngine> m_screenEngine;
     // Shared with the engines' handlers, which may still hold it while an engine winds down.

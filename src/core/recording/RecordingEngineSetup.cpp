@@ -3,6 +3,7 @@
 #include "core/recording/RecordingFramePath.h"
 #include "core/recording/engines/AudioCaptureEngine.h"
 #include "core/recording/engines/AudioOnlyRecorder.h"
+#include "core/recording/engines/CameraCaptureEngine.h"
 #include "core/recording/engines/MetadataRecorderEngine.h"
 #include "core/recording/engines/RecordingEngineFactory.h"
 #include "core/recording/engines/ZoomRenderer.h"
@@ -90,4 +91,33 @@ RecordingEngineSetup::makeMetadataRecorder(RecordingEngineFactory& factory,
     auto recorder = factory.makeMetadataRecorder(size, configuration.frameRate);
     logLine("✅ MetadataRecorder initialized for cursor position sampling");
     return recorder;
+}
+
+QCoro::Task<void>
+RecordingEngineSetup::startCaptureEngines(CaptureEngines engines,
+                                          std::function<void(const QString&)> markPhase,
+                                          std::function<bool()> isAlive) {
+    if (engines.camera) {
+        markPhase(QStringLiteral("cameraCapture.start.begin"));
+        engines.camera->startCapture();
+        markPhase(QStringLiteral("cameraCapture.start.end"));
+    }
+    if (engines.screen) {
+        logLine("🎥 Starting screen capture...");
+        markPhase(QStringLiteral("screenCapture.start.begin"));
+        co_await engines.screen->startCapture();
+        if (!isAlive())
+            co_return;
+        markPhase(QStringLiteral("screenCapture.start.end"));
+        logLine("✅ Screen capture started");
+    }
+    if (engines.audio) {
+        logLine("🎤 Starting audio capture...");
+        markPhase(QStringLiteral("audioCapture.start.begin"));
+        engines.audio->startCapture();
+        markPhase(QStringLiteral("audioCapture.start.end"));
+        logLine("✅ Audio capture started");
+    }
+    if (engines.audioOnly)
+        engines.audioOnly->startRecording();
 }

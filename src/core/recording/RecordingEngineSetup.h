@@ -3,11 +3,17 @@
 #include "core/model/RecordingConfiguration.h"
 #include "core/recording/engines/ScreenCaptureEngine.h"
 
+#include <QString>
+
+#include <QCoro/QCoroTask>
+
+#include <functional>
 #include <memory>
 #include <optional>
 
 class AudioCaptureEngine;
 class AudioOnlyRecorder;
+class CameraCaptureEngine;
 class MetadataRecorderEngine;
 class RecordingEngineFactory;
 class RecordingFramePath;
@@ -29,6 +35,19 @@ public:
     // A live zoom renderer for click-to-zoom, fitted to the captured rectangle when known.
     static std::unique_ptr<ZoomRenderer> makeZoomRenderer(RecordingEngineFactory& factory,
                                                           std::optional<Rect> captureRect);
+
+    // The engines of a recording, in the order they start; none is owned here, any may be absent.
+    struct CaptureEngines {
+        CameraCaptureEngine* camera = nullptr;
+        ScreenCaptureEngine* screen = nullptr;
+        AudioCaptureEngine* audio = nullptr;
+        AudioOnlyRecorder* audioOnly = nullptr;
+    };
+    // Starts each present engine, marking its phases; throws what an engine throws. `isAlive` is
+    // asked after the screen's start: when it says no, the engines are gone and nothing else runs.
+    static QCoro::Task<void> startCaptureEngines(CaptureEngines engines,
+                                                 std::function<void(const QString&)> markPhase,
+                                                 std::function<bool()> isAlive);
 
     // Every video recording collects metadata, at the stream's size (0 x 0 without a stream).
     static std::unique_ptr<MetadataRecorderEngine>

@@ -290,3 +290,17 @@ MediaTime RecordingFramePath::lastVideoDuration() const {
     std::lock_guard lock(m_mutex);
     return m_lastVideoDuration;
 }
+
+std::optional<double> RecordingFramePath::videoTimelineSeconds(const RecordingFramePath* path,
+                                                               const MediaWriterEngine& writer) {
+    const std::optional<MediaTime> sessionStart = writer.sessionStartTimeValue();
+    if (!sessionStart)
+        return std::nullopt;
+    if (const auto lastCaptured = path ? path->lastCapturedVideoPTS() : std::nullopt)
+        return std::max(lastCaptured->seconds() - writer.currentTimeOffset().seconds() -
+                            sessionStart->seconds(),
+                        0.0);
+    if (const std::optional<MediaTime> last = writer.lastPresentationTime())
+        return std::max(last->seconds() - sessionStart->seconds(), 0.0);
+    return std::nullopt;
+}

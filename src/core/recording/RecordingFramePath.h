@@ -87,6 +87,10 @@ public:
     std::optional<MediaTime> lastCapturedVideoPTS() const;
     // The length of the last written frame.
     MediaTime lastVideoDuration() const;
+    // Seconds on the written video's time line at the newest frame `path` let through (at the
+    // writer's last frame without a path); absent before the writer's session starts.
+    static std::optional<double> videoTimelineSeconds(const RecordingFramePath* path,
+                                                      const MediaWriterEngine& writer);
     int64_t videoFrameCount() const { return m_videoFrameCount.load(); }
     int64_t failedAppendCount() const { return m_failedAppendCount.load(); }
 

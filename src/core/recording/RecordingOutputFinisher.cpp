@@ -10,8 +10,10 @@
 #include "core/recording/engines/MetadataRecorderEngine.h"
 #include "core/recording/engines/ScreenCaptureEngine.h"
 #include "core/recording/surfaces/RecordingResultOpener.h"
+#include "core/settings/UserDefaults.h"
 #include "core/support/Log.h"
 
+#include <QFile>
 #include <QFileInfo>
 
 namespace {
@@ -121,4 +123,49 @@ void RecordingOutputFinisher::openResult(RecordingResultOpener& opener, const QS
     const QString video = package ? package->screenVideoURL : url;
     logLine("✂️ Opening video trimmer for: {}", QFileInfo(video).fileName().toStdString());
     opener.openTrimmer(video);
+}
+
+RecordingOutputFinisher::Result RecordingOutputFinisher::describeResult(
+    const QString& url, const std::optional<RecordingConfiguration>& configuration, bool hasLayers,
+    bool hasMetadata, const UserDefaults& defaults) {
+    Result result{url, configuration && configuration->mode.isAudioOnly(), hasLayers || hasMetadata,
+                  false};
+    logLine("🎬 Studio features check: hasStudioFeatures={}, layerManager={}, metadata={}",
+            boolText(result.hasStudioFeatures), boolText(hasLayers), boolText(hasMetadata));
+    const bool trimAfterRecord = defaults.trimAfterRecord();
+    result.shouldOpenTrimmer = trimAfterRecord && !result.wasAudioOnly;
+    logLine("🔍 Trimmer settings: trimAfterRecord={}, wasAudioOnly={}, shouldOpenTrimmer={}",
+            boolText(trimAfterRecord), boolText(result.wasAudioOnly),
+            boolText(result.shouldOpenTrimmer));
+    return result;
+}
+
+QCoro::Task<std::optional<QString>>
+RecordingOutputFinisher::salvage(Outputs outputs, MetadataRecorderEngine* metadata,
+                                 double timelineSeconds, std::function<bool()> isAlive) {
+    MediaWriterEngine* writer = outputs.mediaWriter;
+    if (outputs.layerRecordingManager || !writer || !writer->isWriting())
+        co_return std::nullopt;
+    const std::optional<QString> movie = writer->outputURL();
+    if (!movie)
+        co_return std::nullopt;
+    // The metadata goes where a finished recording's would; the salvage cuts it to the length
+    // of what it keeps and moves it beside the kept file.
+    const QString metadataPath = metadataURL(*movie, std::nullopt);
+    if (metadata)
+        saveMetadata(*metadata, timelineSeconds, metadataPath);
+    const std::optional<QString> kept = co_await writer->salvage();
+    if (!isAlive())
+        co_return std::nullopt;
+    QFile::remove(metadataPath);
+    if (kept)
+        logLine("💾 Saved what was recorded before the failure: {}", kept->toStdString());
+    co_return kept;
+}
+
+QString RecordingOutputFinisher::salvageNotice(const std::optional<QString>& salvagedURL) {
+    if (!salvagedURL)
+        return {};
+    return QStringLiteral("\n\nWhat was recorded until then is saved as \"%1\".")
+        .arg(QFileInfo(*salvagedURL).fileName());
 }

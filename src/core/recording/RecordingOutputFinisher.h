@@ -16,6 +16,7 @@ class MediaWriterEngine;
 class MetadataRecorderEngine;
 class RecordingResultOpener;
 class ScreenCaptureEngine;
+class UserDefaults;
 
 // Turns what the engines captured into the result on disk, and hands the result to the
 // person, at the end of a recording. Thread: main.
@@ -49,4 +50,26 @@ public:
     static void openResult(RecordingResultOpener& opener, const QString& url,
                            const std::optional<RecordingPackage>& package, bool wasAudioOnly,
                            bool hasStudioFeatures, bool shouldOpenTrimmer);
+
+    // What a finished recording is, for opening it once the coordinator has gone back to idle.
+    struct Result {
+        QString url;
+        bool wasAudioOnly = false;
+        bool hasStudioFeatures = false;
+        bool shouldOpenTrimmer = false;
+    };
+    // Logs the editor decisions of a recording that just finished.
+    static Result describeResult(const QString& url,
+                                 const std::optional<RecordingConfiguration>& configuration,
+                                 bool hasLayers, bool hasMetadata, const UserDefaults& defaults);
+
+    // Keeps what the writer already wrote of a recording that ends on an error: its metadata
+    // cut to `timelineSeconds` and its file closed into "<name> (Recovered).<ext>". Layer
+    // packages and writers that never received a frame keep nothing. `isAlive` as above.
+    static QCoro::Task<std::optional<QString>> salvage(Outputs outputs,
+                                                       MetadataRecorderEngine* metadata,
+                                                       double timelineSeconds,
+                                                       std::function<bool()> isAlive);
+    // The sentence an alert adds about the salvaged file; empty without one.
+    static QString salvageNotice(const std::optional<QString>& salvagedURL);
 };
