@@ -45,21 +45,22 @@ RecordingCoordinator::RecordingCoordinator(RecordingServices services, QObject* 
     : QObject(parent), m_services(RecordingServices::withFallbacks(std::move(services))),
       m_clock(*m_services.clock), m_defaults(*m_services.defaults),
       m_recovery(m_clock, m_timekeeper,
-                 StreamRecovery::Context{
-                     [this] { return m_isStoppingRecording; }, [this] { return isPaused(); },
-                     [this] { return m_camera.engine(); }, [this] { return m_screenEngine.get(); },
-                     [this] { return m_mediaWriter.load(); },
-                     [this] {
-                         if (m_framePath)
-                             m_framePath->rearmPump();
-                     }}),
+                 StreamRecovery::Context{[this] { return m_isStoppingRecording; },
+                                         [this] { return isPaused(); },
+                                         [this] { return m_engines.camera().engine(); },
+                                         [this] { return m_engines.screen(); },
+                                         [this] { return m_engines.screenWriter(); },
+                                         [this] {
+                                             if (m_engines.framePath())
+                                                 m_engines.framePath()->rearmPump();
+                                         }}),
       m_validator(m_services.availableDiskSpace), m_trace(m_clock, *m_services.startupLogDirectory),
       m_preparation(*m_services.engines, m_defaults),
       m_contentCache(*m_services.engines, m_clock, m_trace),
       m_cursorVisibility(*m_services.cursorHider),
       m_cursorOverlayController(m_services.engines->makeCursorOverlayController()),
-      m_camera(*m_services.engines,
-               [this](const std::optional<QString>& name) { return resolveCameraDevice(name); }),
+      m_engines(*m_services.engines,
+                [this](const std::optional<QString>& name) { return resolveCameraDevice(name); }),
       m_systemEvents(
           *m_services.systemEvents, *m_services.notifications, m_clock,
           SystemEventResponder::Hooks{[this] {
@@ -71,7 +72,8 @@ RecordingCoordinator::RecordingCoordinator(RecordingServices services, QObject* 
         *m_cursorOverlayController, m_clock,
         CursorSampler::Hooks{
             [this] {
-                return m_screenEngine ? m_screenEngine->captureRectInScreenSpace() : std::nullopt;
+                return m_engines.screen() ? m_engines.screen()->captureRectInScreenSpace()
+                                          : std::nullopt;
             },
             [this] { return metadataTimestamp(); },
             [this] { return m_recordingState.isRecording(); },
@@ -79,7 +81,8 @@ RecordingCoordinator::RecordingCoordinator(RecordingServices services, QObject* 
             [this] {
                 return m_recovery.isRecovering() || m_recovery.isAwaitingRestartFirstFrame().load();
             },
-            [this] { return m_metadataRecorder.get(); }, [this] { return m_zoomRenderer.get(); }});
+            [this] { return m_engines.metadataRecorder(); },
+            [this] { return m_engines.zoomRenderer(); }});
     setupKeyboardShortcuts();
     setupTerminationHandler();
 }
@@ -157,7 +160,7 @@ QCoro::Task<void> RecordingCoordinator::prepareRecording(RecordingMode mode,
     markStartupPhase(QStringLiteral("prepareEngines.begin"));
     QCoro::Task<RecordingPreparation::Result> preparation =
         m_preparation.prepareEngines(mode, configuration, m_contentCache.cachedShareableContent(),
-                                     m_camera.engine(), m_camera.deviceName());
+                                     m_engines.camera().engine(), m_engines.camera().deviceName());
     RecordingPreparation::Result result = co_await preparation;
     if (!self)
         co_return;
@@ -168,7 +171,7 @@ QCoro::Task<void> RecordingCoordinator::prepareRecording(RecordingMode mode,
                                                             timing.deltaMs, timing.totalMs)));
     if (result.shareableContent)
         m_contentCache.store(*result.shareableContent);
-    adoptPreparedEngines(std::move(result));
+    m_engines.adopt(std::move(result));
 
     markStartupPhase(QStringLiteral("configureHandlers.begin"));
     configureHandlers(mode, configuration);
@@ -176,42 +179,8 @@ QCoro::Task<void> RecordingCoordinator::prepareRecording(RecordingMode mode,
     markStartupPhase(QStringLiteral("prepareRecording.ready"));
 }
 
-void RecordingCoordinator::adoptPreparedEngines(RecordingPreparation::Result result) {
-    // Engines go first: the old ones may still point at the old writers.
-    m_screenEngine = std::move(result.screenEngine);
-    m_audioEngine = std::move(result.audioEngine);
-    if (!result.usesPrewarmedCamera)
-        m_camera.replace(std::move(result.cameraEngine));
-    m_audioOnlyRecorder = std::move(result.audioOnlyRecorder);
-    m_mediaWriter = nullptr;
-    m_layerRecordingManager = std::move(result.layerRecordingManager);
-    m_ownedMediaWriter = std::move(result.mediaWriter);
-    m_mediaWriter = m_ownedMediaWriter        ? m_ownedMediaWriter.get()
-                    : m_layerRecordingManager ? m_layerRecordingManager->getScreenWriter()
-                                              : nullptr;
-    m_shouldUseWindowPump = result.shouldUseWindowPump;
-    m_pumpFrameRate = result.pumpFrameRate;
-}
-
 void RecordingCoordinator::configureHandlers(const RecordingMode& mode,
                                              const RecordingConfiguration& configuration) {
-    if (mode.isAudioOnly()) {
-        if (m_audioEngine && m_audioOnlyRecorder)
-            RecordingEngineSetup::installAudioOnlyHandlers(*m_audioEngine, *m_audioOnlyRecorder);
-        return;
-    }
-    m_zoomRenderer.reset();
-    if (configuration.studioConfig && configuration.studioConfig->enableClickToZoom)
-        m_zoomRenderer = RecordingEngineSetup::makeZoomRenderer(
-            *m_services.engines,
-            m_screenEngine ? m_screenEngine->captureRectInScreenSpace() : std::nullopt);
-    installFramePath(configuration);
-    m_metadataRecorder = RecordingEngineSetup::makeMetadataRecorder(
-        *m_services.engines, configuration,
-        m_screenEngine ? m_screenEngine->configuration() : std::nullopt);
-}
-
-void RecordingCoordinator::installFramePath(const RecordingConfiguration& configuration) {
     QPointer<RecordingCoordinator> self(this);
     // Handlers run on engine threads; what touches the coordinator hops to the main thread.
     auto onMain = [self](auto work) {
@@ -224,7 +193,6 @@ void RecordingCoordinator::installFramePath(const RecordingConfiguration& config
             Qt::QueuedConnection);
     };
     RecordingFramePath::Hooks hooks;
-    hooks.camera = m_camera.engine();
     hooks.markStartupPhase = [onMain](const QString& phase) {
         onMain([phase](RecordingCoordinator& c) { c.markStartupPhase(phase); });
     };
@@ -244,18 +212,9 @@ void RecordingCoordinator::installFramePath(const RecordingConfiguration& config
         if (recovery->claimWriterFailure())
             onMain([](RecordingCoordinator& c) { c.handleMediaWriterFailureIfNeeded(); });
     };
-    m_framePath = std::make_shared<RecordingFramePath>(
-        RecordingFramePath::Flags{m_isPaused, m_recovery.isInProgress(),
-                                  m_recovery.isAwaitingRestartFirstFrame(), m_mediaWriter},
-        std::move(hooks), configuration.frameRate,
-        RecordingFramePath::Pump{m_shouldUseWindowPump, m_pumpFrameRate, false,
-                                 [factory = m_services.engines](const VideoFrame& frame) {
-                                     return factory->quickFrameChecksum(frame);
-                                 },
-                                 m_zoomRenderer});
-    RecordingEngineSetup::installFramePath(m_framePath, m_screenEngine.get(), m_audioEngine.get());
-    if (m_screenEngine)
-        m_screenEngine->setErrorHandler([onMain](const StreamError& error) {
+    m_engines.connect(mode, configuration, m_isPaused, m_recovery, std::move(hooks));
+    if (!mode.isAudioOnly() && m_engines.screen())
+        m_engines.screen()->setErrorHandler([onMain](const StreamError& error) {
             onMain([error](RecordingCoordinator& c) { c.handleStreamInterruption(error); });
         });
 }
@@ -291,7 +250,7 @@ RecordingCoordinator::resolveCameraDevice(const std::optional<QString>& name) co
 void RecordingCoordinator::stopPrewarmedCamera() {
     // A running recording owns the camera now.
     if (!m_recordingState.isActive())
-        m_camera.stop();
+        m_engines.camera().stop();
 }
 
 void RecordingCoordinator::cancelPreparation() {
@@ -302,16 +261,6 @@ void RecordingCoordinator::cancelPreparation() {
     discardOutputs();
     m_configuration.reset();
     setRecordingState(RecordingState::idle());
-}
-
-void RecordingCoordinator::releaseLayerRecording() {
-    if (!m_layerRecordingManager)
-        return;
-    m_layerRecordingManager->cancel();
-    // The layer writers die with their manager; nothing may keep pointing at them.
-    if (!m_ownedMediaWriter)
-        m_mediaWriter = nullptr;
-    m_layerRecordingManager.reset();
 }
 
 // MARK: start
@@ -358,10 +307,11 @@ QCoro::Task<void> RecordingCoordinator::startRecording() {
         co_return;
 
     logLine("🔍 Checking MetadataRecorder...");
-    if (m_metadataRecorder && m_timekeeper.startTime()) {
+    if (MetadataRecorderEngine* metadata = m_engines.metadataRecorder();
+        metadata && m_timekeeper.startTime()) {
         markStartupPhase(QStringLiteral("metadataRecorder.start.begin"));
-        m_metadataRecorder->startRecording(*m_timekeeper.startTime());
-        m_metadataRecorder->setTimeProvider([self]() -> std::optional<double> {
+        metadata->startRecording(*m_timekeeper.startTime());
+        metadata->setTimeProvider([self]() -> std::optional<double> {
             return self ? self->metadataTimestamp() : std::nullopt;
         });
         markStartupPhase(QStringLiteral("metadataRecorder.start.end"));
@@ -377,11 +327,9 @@ QCoro::Task<void> RecordingCoordinator::startRecording() {
     // A failing engine leaves the state at `recording` on purpose: Stop cleans up from there.
     std::exception_ptr failure;
     try {
-        QCoro::Task<void> starting = RecordingEngineSetup::startCaptureEngines(
-            {m_camera.engine(), m_screenEngine.get(), m_audioEngine.get(),
-             m_audioOnlyRecorder.get()},
-            [this](const QString& phase) { markStartupPhase(phase); },
-            [self] { return !self.isNull(); });
+        QCoro::Task<void> starting =
+            m_engines.startCapture([this](const QString& phase) { markStartupPhase(phase); },
+                                   [self] { return !self.isNull(); });
         co_await starting;
     } catch (...) {
         failure = std::current_exception();
@@ -394,7 +342,7 @@ QCoro::Task<void> RecordingCoordinator::startRecording() {
         std::rethrow_exception(failure);
     }
     // Video recordings finish the trace at their first frame instead.
-    if (m_audioOnlyRecorder)
+    if (m_engines.audioOnlyRecorder())
         finishStartupTrace(QStringLiteral("audioOnlyRecordingStarted"));
 
     startDurationTimer();
@@ -421,8 +369,8 @@ void RecordingCoordinator::pauseRecording() {
     setIsPaused(true);
     // Capture keeps running; frames are dropped until resume and the writers hear of the gap
     // only then.
-    if (m_camera.engine())
-        m_camera.engine()->setRecordingPaused(true);
+    if (m_engines.camera().engine())
+        m_engines.camera().engine()->setRecordingPaused(true);
     m_services.statusBar->updatePauseState(true);
     m_services.panel->setPaused(true);
     m_clock.invalidate(timerID(TimerManager::TimerID::recordingDuration));
@@ -436,14 +384,14 @@ void RecordingCoordinator::resumeRecording() {
         m_timekeeper.resume(paused->pauseTime, paused->elapsed, m_clock.now());
     // The writers subtract their offset from every later sample, so the file has no gap.
     const MediaTime offset = MediaTime::fromSeconds(resumption.pauseDuration, 600);
-    if (MediaWriterEngine* writer = m_mediaWriter.load())
+    if (MediaWriterEngine* writer = m_engines.screenWriter())
         writer->addTimeOffset(offset);
-    if (m_camera.engine())
-        m_camera.engine()->addTimeOffset(offset);
+    if (m_engines.camera().engine())
+        m_engines.camera().engine()->addTimeOffset(offset);
     setRecordingState(RecordingState::recording(resumption.stateStartTime));
     setIsPaused(false);
-    if (m_camera.engine())
-        m_camera.engine()->setRecordingPaused(false);
+    if (m_engines.camera().engine())
+        m_engines.camera().engine()->setRecordingPaused(false);
     m_services.statusBar->updatePauseState(false);
     m_services.panel->setPaused(false);
     startDurationTimer();
@@ -459,27 +407,17 @@ void RecordingCoordinator::invalidateRecordingTimers() {
 }
 
 void RecordingCoordinator::resetFramePathState() {
-    if (m_framePath)
-        m_framePath->stopPump();
+    if (m_engines.framePath())
+        m_engines.framePath()->stopPump();
 }
 
 QCoro::Task<void> RecordingCoordinator::stopMonitoringAndCapture() {
     QPointer<RecordingCoordinator> self(this);
     m_cursorSampler->stopMonitoring();
     showCursor();
-    if (m_screenEngine) {
-        try {
-            co_await m_screenEngine->stopCapture();
-        } catch (const std::exception&) {
-            // A stream that fails to stop has stopped delivering all the same.
-        }
-        if (!self)
-            co_return;
-    }
-    if (m_audioEngine)
-        m_audioEngine->stopCapture();
-    if (m_camera.engine())
-        m_camera.engine()->stopCapture();
+    // Made before the co_await: g++ 12 destroys an awaited expression's temporaries twice.
+    QCoro::Task<void> stopping = m_engines.stopCapture([self] { return !self.isNull(); });
+    co_await stopping;
 }
 
 QCoro::Task<void> RecordingCoordinator::stopRecording() {
@@ -499,20 +437,16 @@ QCoro::Task<void> RecordingCoordinator::stopRecording() {
     if (!self)
         co_return;
 
-    QCoro::Task<QString> finishing = RecordingOutputFinisher::finishOutputs(
-        {m_audioOnlyRecorder.get(), m_layerRecordingManager.get(), m_mediaWriter.load(),
-         m_screenEngine.get()},
-        m_configuration, m_recordingDuration, generateOutputURL(),
-        [self] { return !self.isNull(); });
+    QCoro::Task<QString> finishing =
+        m_engines.finishOutputs(m_configuration, m_recordingDuration, generateOutputURL(),
+                                [self] { return !self.isNull(); });
     const QString resultURL = co_await finishing;
     if (!self)
         co_return;
-    const std::optional<RecordingPackage> package =
-        m_layerRecordingManager ? m_layerRecordingManager->recordingPackage() : std::nullopt;
-    if (m_metadataRecorder)
+    if (MetadataRecorderEngine* metadata = m_engines.metadataRecorder())
         RecordingOutputFinisher::saveMetadata(
-            *m_metadataRecorder, m_recordingDuration,
-            RecordingOutputFinisher::metadataURL(resultURL, package));
+            *metadata, m_recordingDuration,
+            RecordingOutputFinisher::metadataURL(resultURL, m_engines.recordingPackage()));
 
     if (m_configuration && m_configuration->preventSleep)
         m_services.sleepPreventer->allowSleep();
@@ -520,8 +454,8 @@ QCoro::Task<void> RecordingCoordinator::stopRecording() {
     m_services.panel->hide();
     setRecordingState(RecordingState::completed(resultURL));
     const RecordingOutputFinisher::Result result = RecordingOutputFinisher::describeResult(
-        resultURL, m_configuration, bool(m_layerRecordingManager), bool(m_metadataRecorder),
-        m_defaults);
+        resultURL, m_configuration, bool(m_engines.layerRecordingManager()),
+        bool(m_engines.metadataRecorder()), m_defaults);
 
     // The engines stay until the next preparation replaces them.
     resetTiming();
@@ -530,11 +464,9 @@ QCoro::Task<void> RecordingCoordinator::stopRecording() {
     QMetaObject::invokeMethod(
         this,
         [this, result] {
-            RecordingOutputFinisher::openResult(
-                *m_services.resultOpener, result.url,
-                m_layerRecordingManager ? m_layerRecordingManager->recordingPackage()
-                                        : std::nullopt,
-                result.wasAudioOnly, result.hasStudioFeatures, result.shouldOpenTrimmer);
+            RecordingOutputFinisher::openResult(*m_services.resultOpener, result.url,
+                                                m_engines.recordingPackage(), result.wasAudioOnly,
+                                                result.hasStudioFeatures, result.shouldOpenTrimmer);
         },
         Qt::QueuedConnection);
 }
@@ -558,11 +490,7 @@ void RecordingCoordinator::resetTiming() {
 }
 
 void RecordingCoordinator::discardOutputs() {
-    if (m_layerRecordingManager)
-        releaseLayerRecording();
-    else if (MediaWriterEngine* writer = m_mediaWriter.load())
-        writer->cancel();
-    m_metadataRecorder.reset();
+    m_engines.discardOutputs();
     resetSmartClickZoomState();
 }
 
@@ -576,8 +504,8 @@ QCoro::Task<void> RecordingCoordinator::cleanupAfterError() {
     invalidateRecordingTimers();
     removeSystemEventObservers();
     m_recovery.reset();
-    if (m_framePath)
-        m_framePath->stopPump();
+    if (m_engines.framePath())
+        m_engines.framePath()->stopPump();
     m_services.statusBar->hideRecordingControls();
     m_services.panel->hide();
     co_await stopMonitoringAndCapture();
@@ -597,10 +525,8 @@ QCoro::Task<void> RecordingCoordinator::cleanupAfterError() {
 QCoro::Task<void> RecordingCoordinator::salvageOutputs() {
     QPointer<RecordingCoordinator> self(this);
     m_salvagedURL.reset();
-    QCoro::Task<std::optional<QString>> salvaging = RecordingOutputFinisher::salvage(
-        {nullptr, m_layerRecordingManager.get(), m_mediaWriter.load(), nullptr},
-        m_metadataRecorder.get(), currentVideoTimelineTimestamp().value_or(0.0),
-        [self] { return !self.isNull(); });
+    QCoro::Task<std::optional<QString>> salvaging = m_engines.salvage(
+        currentVideoTimelineTimestamp().value_or(0.0), [self] { return !self.isNull(); });
     std::optional<QString> kept = co_await salvaging;
     if (self)
         m_salvagedURL = std::move(kept);
@@ -630,7 +556,7 @@ QCoro::Task<void> RecordingCoordinator::handleStreamInterruption(StreamError err
 
 QCoro::Task<void> RecordingCoordinator::handleMediaWriterFailureIfNeeded() {
     QPointer<RecordingCoordinator> self(this);
-    MediaWriterEngine* writer = m_mediaWriter.load();
+    MediaWriterEngine* writer = m_engines.screenWriter();
     if (!writer || !m_recordingState.isActive() || m_isStoppingRecording)
         co_return;
     m_isStoppingRecording = true;
@@ -664,9 +590,7 @@ std::optional<double> RecordingCoordinator::currentRecordingTimestamp() const {
 }
 
 std::optional<double> RecordingCoordinator::currentVideoTimelineTimestamp() const {
-    const MediaWriterEngine* writer = m_mediaWriter.load();
-    return writer ? RecordingFramePath::videoTimelineSeconds(m_framePath.get(), *writer)
-                  : std::nullopt;
+    return m_engines.videoTimelineSeconds();
 }
 
 std::optional<double> RecordingCoordinator::metadataTimestamp() const {
@@ -744,19 +668,13 @@ void RecordingCoordinator::startAutoStopTimer(int minutes) {
 // MARK: device recordings
 
 void RecordingCoordinator::setIOSDeviceEngine(std::unique_ptr<iOSDeviceCaptureEngine> engine) {
-    m_iOSDeviceEngine = std::move(engine);
-}
-
-void RecordingCoordinator::cleanUpDeviceEngine() {
-    if (m_iOSDeviceEngine)
-        m_iOSDeviceEngine->cleanup();
-    m_iOSDeviceEngine.reset();
+    m_engines.setDeviceEngine(std::move(engine));
 }
 
 void RecordingCoordinator::deviceRecordingDidFinish(const QString& fileURL) {
     setRecordingState(RecordingState::completed(fileURL));
     resetTiming();
-    cleanUpDeviceEngine();
+    m_engines.cleanUpDeviceEngine();
     ErrorReporter::shared().info(QStringLiteral("iOS device recording completed: ") +
                                  QFileInfo(fileURL).fileName());
     m_services.notifications->sendCompletionNotification(fileURL);
@@ -770,7 +688,7 @@ void RecordingCoordinator::deviceRecordingDidFail(const std::exception& error) {
         recordingError ? *recordingError
                        : RecordingError::unknown(QString::fromStdString(error.what()));
     setRecordingState(RecordingState::failed(failure));
-    cleanUpDeviceEngine();
+    m_engines.cleanUpDeviceEngine();
     ErrorReporter::shared().reportAndAlert(failure, context, QStringLiteral("Recording Failed"));
 }
 

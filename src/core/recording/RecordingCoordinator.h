@@ -2,7 +2,7 @@
 
 #include "core/model/RecordingConfiguration.h"
 #include "core/model/RecordingState.h"
-#include "core/recording/CameraPrewarmer.h"
+#include "core/recording/RecordingEngines.h"
 #include "core/recording/RecordingPreparation.h"
 #include "core/recording/RecordingServices.h"
 #include "core/recording/RecordingStartupTrace.h"
@@ -88,7 +88,9 @@ public:
     void prewarmShareableContent() { m_contentCache.prewarmShareableContent(); }
     QCoro::Task<SCShareableContent> loadShareableContent(bool force, bool promptForPermission);
     QCoro::Task<std::optional<SCDisplay>> resolvePrimaryDisplay();
-    void prewarmCamera(const std::optional<QString>& deviceName) { m_camera.prewarm(deviceName); }
+    void prewarmCamera(const std::optional<QString>& deviceName) {
+        m_engines.camera().prewarm(deviceName);
+    }
     void stopPrewarmedCamera();
     std::optional<AVCaptureDevice> resolveCameraDevice(const std::optional<QString>& name) const;
 
@@ -135,22 +137,24 @@ public:
     double timeOffset() const { return m_timekeeper.timeOffset(); }
     bool isStoppingRecording() const { return m_isStoppingRecording; }
     bool isCursorHidden() const { return m_cursorVisibility.isCursorHidden(); }
-    bool shouldUseWindowPump() const { return m_shouldUseWindowPump; }
-    int pumpFrameRate() const { return m_pumpFrameRate; }
+    bool shouldUseWindowPump() const { return m_engines.shouldUseWindowPump(); }
+    int pumpFrameRate() const { return m_engines.pumpFrameRate(); }
     const StreamRecovery& streamRecovery() const { return m_recovery; }
     const std::optional<QString>& prewarmedCameraDeviceName() const {
-        return m_camera.deviceName();
+        return m_engines.camera().deviceName();
     }
 
-    ScreenCaptureEngine* screenEngine() const { return m_screenEngine.get(); }
-    AudioCaptureEngine* audioEngine() const { return m_audioEngine.get(); }
-    MediaWriterEngine* mediaWriter() const { return m_mediaWriter.load(); }
-    RecordingFramePath* framePath() const { return m_framePath.get(); }
-    CameraCaptureEngine* cameraEngine() const { return m_camera.engine(); }
-    LayerRecordingManager* layerRecordingManager() const { return m_layerRecordingManager.get(); }
-    AudioOnlyRecorder* audioOnlyRecorder() const { return m_audioOnlyRecorder.get(); }
-    MetadataRecorderEngine* metadataRecorder() const { return m_metadataRecorder.get(); }
-    ZoomRenderer* zoomRenderer() const { return m_zoomRenderer.get(); }
+    ScreenCaptureEngine* screenEngine() const { return m_engines.screen(); }
+    AudioCaptureEngine* audioEngine() const { return m_engines.audio(); }
+    MediaWriterEngine* mediaWriter() const { return m_engines.screenWriter(); }
+    RecordingFramePath* framePath() const { return m_engines.framePath(); }
+    CameraCaptureEngine* cameraEngine() const { return m_engines.camera().engine(); }
+    LayerRecordingManager* layerRecordingManager() const {
+        return m_engines.layerRecordingManager();
+    }
+    AudioOnlyRecorder* audioOnlyRecorder() const { return m_engines.audioOnlyRecorder(); }
+    MetadataRecorderEngine* metadataRecorder() const { return m_engines.metadataRecorder(); }
+    ZoomRenderer* zoomRenderer() const { return m_engines.zoomRenderer(); }
     CursorOverlayController& cursorOverlayController() { return *m_cursorOverlayController; }
     CursorSampler& cursorSampler() { return *m_cursorSampler; }
     SystemCursorVisibility& cursorVisibility() { return m_cursorVisibility; }
@@ -169,9 +173,7 @@ private:
     void setIsPaused(bool paused);
     void setCountdownValue(int value);
 
-    void adoptPreparedEngines(RecordingPreparation::Result result);
     void configureHandlers(const RecordingMode& mode, const RecordingConfiguration& configuration);
-    void installFramePath(const RecordingConfiguration& configuration);
     void installSystemEventObservers();
     void removeSystemEventObservers();
     void invalidateRecordingTimers();
@@ -183,14 +185,12 @@ private:
     void discardOutputs();
     // Keeps what the writer already wrote of a recording that ends on an error.
     QCoro::Task<void> salvageOutputs();
-    void releaseLayerRecording();
     void returnToIdleShortly();
     void setupKeyboardShortcuts();
     void setupTerminationHandler();
     void durationTick();
     // Stops from a timer or a shortcut, where nobody awaits; a failure is the state's when asked.
     static QCoro::Task<void> stopDetached(QPointer<RecordingCoordinator> self, bool failOnError);
-    void cleanUpDeviceEngine();
 
     RecordingServices m_services;
     RecordingClock& m_clock;
@@ -209,8 +209,6 @@ private:
     StreamRecovery m_recovery;
     std::optional<QString> m_salvagedURL;
     bool m_isCleaningUp = false;
-    bool m_shouldUseWindowPump = false;
-    int m_pumpFrameRate = 60;
 
     RecordingValidator m_validator;
     RecordingStartupTrace m_trace;
@@ -221,20 +219,7 @@ private:
     // Clicks, moves and the 30 Hz samples into the metadata and the smart click-to-zoom.
     std::unique_ptr<CursorSampler> m_cursorSampler;
 
-    // Declared so that destruction runs engines first (their handlers and the camera point at
-    // writers), then the writers' owners.
-    std::unique_ptr<LayerRecordingManager> m_layerRecordingManager; // owns the layer writers
-    std::unique_ptr<MediaWriterEngine> m_ownedMediaWriter;          // a single-file writer
-    std::atomic<MediaWriterEngine*> m_mediaWriter{
-        nullptr}; // where screen frames go; read by handlers
-    std::unique_ptr<AudioOnlyRecorder> m_audioOnlyRecorder;
-    std::unique_ptr<MetadataRecorderEngine> m_metadataRecorder;
-    std::shared_ptr<ZoomRenderer> m_zoomRenderer; // shared with the window pump
-    std::unique_ptr<iOSDeviceCaptureEngine> m_iOSDeviceEngine;
-    CameraPrewarmer m_camera;
+    // Destroyed before the cursor monitor and the sampler above: the engines' handlers end first.
+    RecordingEngines m_engines;
     SystemEventResponder m_systemEvents;
-    std::unique_ptr<AudioCaptureEngine> m_audioEngine;
-    std::unique_ptr<ScreenCaptureEngine> m_screenEngine;
-    // Shared with the engines' handlers, which may still hold it while an engine winds down.
-    std::shared_ptr<RecordingFramePath> m_framePath;
 };

@@ -15,8 +15,10 @@ void SystemEventResponder::install() {
         return;
     m_installed = true;
     m_pausedForSleep = false;
-    // The monitor is removed before this responder goes, so `this` outlives every call.
-    m_monitor.install([this](SystemEventMonitor::Event event) { handle(event); });
+    m_monitor.install([self = std::weak_ptr(m_self)](SystemEventMonitor::Event event) {
+        if (const auto responder = self.lock())
+            (*responder)->handle(event);
+    });
 }
 
 void SystemEventResponder::remove() {

@@ -3,6 +3,7 @@
 #include "core/support/SystemEventMonitor.h"
 
 #include <functional>
+#include <memory>
 
 class NotificationManager;
 class RecordingClock;
@@ -21,7 +22,6 @@ public:
 
     SystemEventResponder(SystemEventMonitor& monitor, NotificationManager& notifications,
                          RecordingClock& clock, Hooks hooks);
-    ~SystemEventResponder() { remove(); }
     SystemEventResponder(const SystemEventResponder&) = delete;
     SystemEventResponder& operator=(const SystemEventResponder&) = delete;
 
@@ -38,4 +38,7 @@ private:
     Hooks m_hooks;
     bool m_installed = false;
     bool m_pausedForSleep = false;
+    // The monitor may outlive this responder (and this may outlive the monitor): its handler
+    // reaches back only while this token lives.
+    std::shared_ptr<SystemEventResponder*> m_self = std::make_shared<SystemEventResponder*>(this);
 };
