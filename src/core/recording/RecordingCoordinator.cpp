@@ -4,7 +4,6 @@
 #include "core/recording/ErrorDescription.h"
 #include "core/recording/RecordingClock.h"
 #include "core/recording/RecordingCountdown.h"
-#include "core/recording/RecordingEngineSetup.h"
 #include "core/recording/RecordingFramePath.h"
 #include "core/recording/RecordingOutputFinisher.h"
 #include "core/recording/engines/AudioCaptureEngine.h"
@@ -15,11 +14,8 @@
 #include "core/recording/engines/MediaWriterEngine.h"
 #include "core/recording/engines/MetadataRecorderEngine.h"
 #include "core/recording/engines/RecordingEngineFactory.h"
-#include "core/recording/engines/ZoomRenderer.h"
 #include "core/recording/engines/iOSDeviceCaptureEngine.h"
-#include "core/recording/surfaces/CursorHider.h"
 #include "core/recording/surfaces/FloatingRecordingPanelController.h"
-#include "core/recording/surfaces/RecordingResultOpener.h"
 #include "core/recording/surfaces/StatusBarController.h"
 #include "core/settings/UserDefaults.h"
 #include "core/support/ErrorReporter.h"
@@ -29,17 +25,10 @@
 #include "core/support/NotificationManager.h"
 #include "core/support/ScreenRecordingPermission.h"
 #include "core/support/SleepPreventer.h"
-#include "core/support/TimerManager.h"
 
 #include <QCoreApplication>
 #include <QFileInfo>
 #include <QPointer>
-
-namespace {
-QString timerID(const char* id) {
-    return QString::fromLatin1(id);
-}
-} // namespace
 
 RecordingCoordinator::RecordingCoordinator(RecordingServices services, QObject* parent)
     : QObject(parent), m_services(RecordingServices::withFallbacks(std::move(services))),
@@ -54,7 +43,8 @@ RecordingCoordinator::RecordingCoordinator(RecordingServices services, QObject* 
                                              if (m_engines.framePath())
                                                  m_engines.framePath()->rearmPump();
                                          }}),
-      m_validator(m_services.availableDiskSpace), m_trace(m_clock, *m_services.startupLogDirectory),
+      m_timers(m_clock), m_validator(m_services.availableDiskSpace),
+      m_trace(m_clock, *m_services.startupLogDirectory),
       m_preparation(*m_services.engines, m_defaults),
       m_contentCache(*m_services.engines, m_clock, m_trace),
       m_cursorVisibility(*m_services.cursorHider),
@@ -182,41 +172,28 @@ QCoro::Task<void> RecordingCoordinator::prepareRecording(RecordingMode mode,
 void RecordingCoordinator::configureHandlers(const RecordingMode& mode,
                                              const RecordingConfiguration& configuration) {
     QPointer<RecordingCoordinator> self(this);
-    // Handlers run on engine threads; what touches the coordinator hops to the main thread.
-    auto onMain = [self](auto work) {
-        QMetaObject::invokeMethod(
-            QCoreApplication::instance(),
-            [self, work] {
-                if (self)
-                    work(*self);
-            },
-            Qt::QueuedConnection);
-    };
-    RecordingFramePath::Hooks hooks;
-    hooks.markStartupPhase = [onMain](const QString& phase) {
-        onMain([phase](RecordingCoordinator& c) { c.markStartupPhase(phase); });
-    };
-    hooks.firstVideoFrameAppended = [onMain] {
-        onMain([](RecordingCoordinator& c) {
-            c.finishStartupTrace(QStringLiteral("firstVideoFrameAppended"));
-        });
-    };
-    // The recovery lives as long as the coordinator, which stops every engine before it goes.
-    StreamRecovery* recovery = &m_recovery;
-    hooks.streamRestarted = [recovery, onMain](MediaTime firstPTS, MediaTime frameDuration,
-                                               MediaTime lastVideoDuration) {
-        if (recovery->applyStreamRestartOffsetIfNeeded(firstPTS, frameDuration, lastVideoDuration))
-            onMain([](RecordingCoordinator& c) { c.m_recovery.takeDowntime(); });
-    };
-    hooks.appendFailed = [recovery, onMain] {
-        if (recovery->claimWriterFailure())
-            onMain([](RecordingCoordinator& c) { c.handleMediaWriterFailureIfNeeded(); });
-    };
-    m_engines.connect(mode, configuration, m_isPaused, m_recovery, std::move(hooks));
-    if (!mode.isAudioOnly() && m_engines.screen())
-        m_engines.screen()->setErrorHandler([onMain](const StreamError& error) {
-            onMain([error](RecordingCoordinator& c) { c.handleStreamInterruption(error); });
-        });
+    m_engines.connect(mode, configuration, m_isPaused, m_recovery,
+                      RecordingEngines::Events{[self](const QString& phase) {
+                                                   if (self)
+                                                       self->markStartupPhase(phase);
+                                               },
+                                               [self] {
+                                                   if (self)
+                                                       self->finishStartupTrace(QStringLiteral(
+                                                           "firstVideoFrameAppended"));
+                                               },
+                                               [self] {
+                                                   if (self)
+                                                       self->m_recovery.takeDowntime();
+                                               },
+                                               [self] {
+                                                   if (self)
+                                                       self->handleMediaWriterFailureIfNeeded();
+                                               },
+                                               [self](const StreamError& error) {
+                                                   if (self)
+                                                       self->handleStreamInterruption(error);
+                                               }});
 }
 
 QCoro::Task<SCShareableContent>
@@ -346,12 +323,7 @@ QCoro::Task<void> RecordingCoordinator::startRecording() {
         finishStartupTrace(QStringLiteral("audioOnlyRecordingStarted"));
 
     startDurationTimer();
-    if (configuration.autoStopMinutes > 0) {
-        logLine("⏱️ Auto-stop timer configured: {} minute(s)", configuration.autoStopMinutes);
-        startAutoStopTimer(configuration.autoStopMinutes);
-    } else {
-        logLine("⏱️ No auto-stop timer configured (unlimited recording)");
-    }
+    startAutoStopTimer(configuration.autoStopMinutes);
     if (configuration.preventSleep)
         m_services.sleepPreventer->preventSleep(QStringLiteral("Screen recording in progress"));
 }
@@ -369,11 +341,8 @@ void RecordingCoordinator::pauseRecording() {
     setIsPaused(true);
     // Capture keeps running; frames are dropped until resume and the writers hear of the gap
     // only then.
-    if (m_engines.camera().engine())
-        m_engines.camera().engine()->setRecordingPaused(true);
-    m_services.statusBar->updatePauseState(true);
-    m_services.panel->setPaused(true);
-    m_clock.invalidate(timerID(TimerManager::TimerID::recordingDuration));
+    showPaused(true);
+    m_timers.stopDuration();
 }
 
 void RecordingCoordinator::resumeRecording() {
@@ -390,20 +359,21 @@ void RecordingCoordinator::resumeRecording() {
         m_engines.camera().engine()->addTimeOffset(offset);
     setRecordingState(RecordingState::recording(resumption.stateStartTime));
     setIsPaused(false);
-    if (m_engines.camera().engine())
-        m_engines.camera().engine()->setRecordingPaused(false);
-    m_services.statusBar->updatePauseState(false);
-    m_services.panel->setPaused(false);
+    showPaused(false);
     startDurationTimer();
+}
+
+void RecordingCoordinator::showPaused(bool paused) {
+    if (m_engines.camera().engine())
+        m_engines.camera().engine()->setRecordingPaused(paused);
+    m_services.statusBar->updatePauseState(paused);
+    m_services.panel->setPaused(paused);
 }
 
 // MARK: stop
 
 void RecordingCoordinator::invalidateRecordingTimers() {
-    for (const char* id :
-         {TimerManager::TimerID::recordingDuration, TimerManager::TimerID::recordingAutoStop,
-          TimerManager::TimerID::cursorSampling, TimerManager::TimerID::recordingCountdown})
-        m_clock.invalidate(timerID(id));
+    m_timers.invalidateAll();
 }
 
 void RecordingCoordinator::resetFramePathState() {
@@ -624,8 +594,7 @@ QCoro::Task<void> RecordingCoordinator::performCountdown(int seconds) {
 }
 
 void RecordingCoordinator::startDurationTimer() {
-    QPointer<RecordingCoordinator> self(this);
-    m_clock.schedule(timerID(TimerManager::TimerID::recordingDuration), 0.1, true, [self] {
+    m_timers.startDuration([self = QPointer<RecordingCoordinator>(this)] {
         if (self)
             self->durationTick();
     });
@@ -655,14 +624,8 @@ QCoro::Task<void> RecordingCoordinator::stopDetached(QPointer<RecordingCoordinat
 }
 
 void RecordingCoordinator::startAutoStopTimer(int minutes) {
-    const double seconds = minutes * 60.0;
-    logLine("⏱️ Starting auto-stop timer for {} minute(s) ({} seconds)", minutes,
-            formatDouble(seconds));
-    QPointer<RecordingCoordinator> self(this);
-    m_clock.schedule(timerID(TimerManager::TimerID::recordingAutoStop), seconds, false, [self] {
-        logLine("⏱️ Auto-stop timer fired! Stopping recording...");
-        stopDetached(self, true);
-    });
+    m_timers.startAutoStop(
+        minutes, [self = QPointer<RecordingCoordinator>(this)] { stopDetached(self, true); });
 }
 
 // MARK: device recordings

@@ -7,6 +7,7 @@
 #include "core/recording/RecordingServices.h"
 #include "core/recording/RecordingStartupTrace.h"
 #include "core/recording/RecordingTimekeeper.h"
+#include "core/recording/RecordingTimers.h"
 #include "core/recording/RecordingValidator.h"
 #include "core/recording/ShareableContentCache.h"
 #include "core/recording/StreamRecovery.h"
@@ -189,6 +190,8 @@ private:
     void setupKeyboardShortcuts();
     void setupTerminationHandler();
     void durationTick();
+    // Camera, status bar and panel follow a pause or a resume.
+    void showPaused(bool paused);
     // Stops from a timer or a shortcut, where nobody awaits; a failure is the state's when asked.
     static QCoro::Task<void> stopDetached(QPointer<RecordingCoordinator> self, bool failOnError);
 
@@ -210,6 +213,7 @@ private:
     std::optional<QString> m_salvagedURL;
     bool m_isCleaningUp = false;
 
+    RecordingTimers m_timers;
     RecordingValidator m_validator;
     RecordingStartupTrace m_trace;
     RecordingPreparation m_preparation;

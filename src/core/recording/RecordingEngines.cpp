@@ -14,6 +14,15 @@
 #include "core/recording/engines/ZoomRenderer.h"
 #include "core/recording/engines/iOSDeviceCaptureEngine.h"
 
+#include <QCoreApplication>
+
+namespace {
+// Engines call from their own threads; their owner lives on the main thread.
+void onMainThread(std::function<void()> work) {
+    QMetaObject::invokeMethod(QCoreApplication::instance(), std::move(work), Qt::QueuedConnection);
+}
+} // namespace
+
 RecordingEngines::RecordingEngines(RecordingEngineFactory& factory,
                                    CameraPrewarmer::DeviceResolver resolve)
     : m_factory(factory), m_camera(factory, std::move(resolve)) {}
@@ -40,7 +49,7 @@ void RecordingEngines::adopt(RecordingPreparation::Result result) {
 void RecordingEngines::connect(const RecordingMode& mode,
                                const RecordingConfiguration& configuration,
                                const std::atomic<bool>& isPaused, StreamRecovery& recovery,
-                               RecordingFramePath::Hooks hooks) {
+                               Events events) {
     if (mode.isAudioOnly()) {
         if (m_audioEngine && m_audioOnlyRecorder)
             RecordingEngineSetup::installAudioOnlyHandlers(*m_audioEngine, *m_audioOnlyRecorder);
@@ -50,15 +59,33 @@ void RecordingEngines::connect(const RecordingMode& mode,
     if (configuration.studioConfig && configuration.studioConfig->enableClickToZoom)
         m_zoomRenderer = RecordingEngineSetup::makeZoomRenderer(
             m_factory, m_screenEngine ? m_screenEngine->captureRectInScreenSpace() : std::nullopt);
-    installFramePath(configuration, isPaused, recovery, std::move(hooks));
+    installFramePath(configuration, isPaused, recovery, events);
     m_metadataRecorder = RecordingEngineSetup::makeMetadataRecorder(
         m_factory, configuration, m_screenEngine ? m_screenEngine->configuration() : std::nullopt);
 }
 
 void RecordingEngines::installFramePath(const RecordingConfiguration& configuration,
                                         const std::atomic<bool>& isPaused, StreamRecovery& recovery,
-                                        RecordingFramePath::Hooks hooks) {
+                                        const Events& events) {
+    RecordingFramePath::Hooks hooks;
     hooks.camera = m_camera.engine();
+    hooks.markStartupPhase = [report = events.startupPhase](const QString& phase) {
+        onMainThread([report, phase] { report(phase); });
+    };
+    hooks.firstVideoFrameAppended = [report = events.firstVideoFrameAppended] {
+        onMainThread(report);
+    };
+    StreamRecovery* restarts = &recovery;
+    hooks.streamRestarted = [restarts, report = events.outageEnded](MediaTime firstPTS,
+                                                                    MediaTime frameDuration,
+                                                                    MediaTime lastVideoDuration) {
+        if (restarts->applyStreamRestartOffsetIfNeeded(firstPTS, frameDuration, lastVideoDuration))
+            onMainThread(report);
+    };
+    hooks.appendFailed = [restarts, report = events.writerFailed] {
+        if (restarts->claimWriterFailure())
+            onMainThread(report);
+    };
     m_framePath = std::make_shared<RecordingFramePath>(
         RecordingFramePath::Flags{isPaused, recovery.isInProgress(),
                                   recovery.isAwaitingRestartFirstFrame(), m_screenWriter},
@@ -69,6 +96,11 @@ void RecordingEngines::installFramePath(const RecordingConfiguration& configurat
                                  },
                                  m_zoomRenderer});
     RecordingEngineSetup::installFramePath(m_framePath, m_screenEngine.get(), m_audioEngine.get());
+    if (m_screenEngine)
+        m_screenEngine->setErrorHandler(
+            [report = events.streamInterrupted](const StreamError& error) {
+                onMainThread([report, error] { report(error); });
+            });
 }
 
 QCoro::Task<void> RecordingEngines::startCapture(std::function<void(const QString&)> markPhase,

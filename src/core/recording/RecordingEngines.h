@@ -39,11 +39,22 @@ public:
 
     // Takes a preparation's engines in place of the previous recording's.
     void adopt(RecordingPreparation::Result result);
+    // What the engines report to their owner. Each is called on the main thread, however the
+    // engine's thread met it, and must check itself that its owner still exists.
+    struct Events {
+        std::function<void(const QString& phase)> startupPhase;
+        std::function<void()> firstVideoFrameAppended;
+        // A restarted stream's first frame moved the writer's time: the outage is over.
+        std::function<void()> outageEnded;
+        // The first failed append; later ones are not reported.
+        std::function<void()> writerFailed;
+        std::function<void(const StreamError& error)> streamInterrupted;
+    };
     // Connects the prepared engines for `mode`: audio straight to the audio-only recorder, or
-    // the live zoom, the frame path (with the coordinator's flags and hooks) and the metadata.
+    // the live zoom, the frame path (reading the owner's pause flag and `recovery`, which must
+    // outlive the engines) and the metadata.
     void connect(const RecordingMode& mode, const RecordingConfiguration& configuration,
-                 const std::atomic<bool>& isPaused, StreamRecovery& recovery,
-                 RecordingFramePath::Hooks hooks);
+                 const std::atomic<bool>& isPaused, StreamRecovery& recovery, Events events);
     // Starts each engine of the recording; throws what an engine throws.
     QCoro::Task<void> startCapture(std::function<void(const QString&)> markPhase,
                                    std::function<bool()> isAlive);
@@ -83,7 +94,7 @@ private:
     void releaseLayerRecording();
     void installFramePath(const RecordingConfiguration& configuration,
                           const std::atomic<bool>& isPaused, StreamRecovery& recovery,
-                          RecordingFramePath::Hooks hooks);
+                          const Events& events);
 
     RecordingEngineFactory& m_factory;
     bool m_shouldUseWindowPump = false;
