@@ -1,14 +1,13 @@
 #include "app/StartupRecovery.h"
 
+#include "core/async/DetachedTask.h"
+
 #include "core/support/Log.h"
 #include "core/support/NotificationManager.h"
 #include "media/RecordingSalvage.h"
 
 #include <QCoreApplication>
 #include <QFileInfo>
-#include <QtConcurrent/QtConcurrentRun>
-
-#include <QCoro/QCoroFuture>
 
 namespace {
 QStringList salvageAll(const QString& folder) {
@@ -25,7 +24,8 @@ QStringList salvageAll(const QString& folder) {
 } // namespace
 
 QCoro::Task<QStringList> recoverUnfinishedRecordings(QString folder) {
-    QFuture<QStringList> salvaging = QtConcurrent::run(salvageAll, folder);
+    QCoro::Task<QStringList> salvaging =
+        runDetached<QStringList>([folder] { return salvageAll(folder); });
     const QStringList recovered = co_await salvaging;
     if (recovered.isEmpty())
         co_return recovered;

@@ -1,5 +1,6 @@
 #include "media/AudioPackageRecorder.h"
 
+#include "core/async/DetachedTask.h"
 #include "core/model/Constants.h"
 #include "core/model/RecordingError.h"
 #include "core/support/Log.h"
@@ -8,7 +9,6 @@
 #include <QDir>
 #include <QFile>
 #include <QMetaObject>
-#include <QtConcurrent/QtConcurrentRun>
 
 namespace {
 QString text(std::string_view value) {
@@ -129,22 +129,18 @@ QString AudioPackageRecorder::finish() {
 }
 
 void AudioPackageRecorder::finishRecording(FinishCompletion completion) {
-    auto done = [completion = std::move(completion)](QString url, std::exception_ptr error) {
-        QCoreApplication* application = QCoreApplication::instance();
-        if (!application) {
-            completion(std::move(url), error);
-            return;
-        }
-        QMetaObject::invokeMethod(
-            application, [completion, url, error] { completion(url, error); },
-            Qt::QueuedConnection);
-    };
-    // The writers wait for their encoders to drain; the main thread must not.
-    (void)QtConcurrent::run([this, done] {
+    // The writers wait for their encoders to drain; the main thread must not. The completion
+    // runs back on the calling thread.
+    [](AudioPackageRecorder* recorder, FinishCompletion completion) -> QCoro::Task<void> {
+        QString url;
+        std::exception_ptr error;
         try {
-            done(finish(), nullptr);
+            QCoro::Task<QString> finishing =
+                runDetached<QString>([recorder] { return recorder->finish(); });
+            url = co_await finishing;
         } catch (...) {
-            done(QString(), std::current_exception());
+            error = std::current_exception();
         }
-    });
+        completion(std::move(url), error);
+    }(this, std::move(completion));
 }

@@ -3,9 +3,7 @@
 #include "core/support/Log.h"
 #include "media/RecordingSalvage.h"
 
-#include <QtConcurrent/QtConcurrentRun>
-
-#include <QCoro/QCoroFuture>
+#include "core/async/DetachedTask.h"
 
 void MediaWriterAdapter::configure(const WriterConfiguration& configuration) {
     m_writer.configure(configuration);
@@ -14,7 +12,7 @@ void MediaWriterAdapter::configure(const WriterConfiguration& configuration) {
 QCoro::Task<QString> MediaWriterAdapter::finishWriting() {
     MediaWriter* writer = &m_writer;
     // The writer waits for its encoder to drain; the main thread must not.
-    QFuture<QString> finishing = QtConcurrent::run(
+    QCoro::Task<QString> finishing = runDetached<QString>(
         [writer] { return QString::fromStdString(writer->finishWriting().string()); });
     QString path = co_await finishing;
     co_return path;
@@ -23,8 +21,8 @@ QCoro::Task<QString> MediaWriterAdapter::finishWriting() {
 QCoro::Task<std::optional<QString>> MediaWriterAdapter::salvage() {
     MediaWriter* writer = &m_writer;
     // Closing the file and copying its fragments take time; the main thread must not wait.
-    QFuture<std::optional<QString>> salvaging =
-        QtConcurrent::run([writer]() -> std::optional<QString> {
+    QCoro::Task<std::optional<QString>> salvaging =
+        runDetached<std::optional<QString>>([writer]() -> std::optional<QString> {
             std::optional<std::filesystem::path> movie = writer->outputURL();
             if (!movie)
                 return std::nullopt;

@@ -1,6 +1,7 @@
 #include "app/player/AudioPackagePlayerWindow.h"
 
 #include "app/player/AudioLevelMeter.h"
+#include "core/async/DetachedTask.h"
 #include "media/AudioPackagePlayback.h"
 
 #include <QAudioDevice>
@@ -8,16 +9,15 @@
 #include <QAudioSink>
 #include <QCheckBox>
 #include <QFontDatabase>
-#include <QFutureWatcher>
 #include <QHBoxLayout>
 #include <QIODevice>
 #include <QLabel>
 #include <QMediaDevices>
+#include <QPointer>
 #include <QPushButton>
 #include <QSlider>
 #include <QTimer>
 #include <QVBoxLayout>
-#include <QtConcurrent>
 
 #include <cmath>
 
@@ -222,28 +222,31 @@ void AudioPackagePlayerWindow::exportMix() {
     m_status->setText(tr("Exporting the mix…"));
     AudioMixOptions options;
     options.normalize = m_normalize->isChecked();
-    auto* watcher = new QFutureWatcher<std::pair<QString, QString>>(this);
-    connect(watcher, &QFutureWatcherBase::finished, this, [this, watcher] {
-        const auto [path, error] = watcher->result();
-        watcher->deleteLater();
-        m_exportButton->setEnabled(true);
-        if (error.isEmpty() || !path.isEmpty())
-            m_status->setText((error.isEmpty()
-                                   ? QString()
-                                   : QStringLiteral("⚠️ ") + error + QLatin1Char('\n')) +
-                              tr("✅ Exported to %1").arg(path));
-        else
-            m_status->setText(QStringLiteral("❌ ") + error);
-        emit exportFinished(path, path.isEmpty() ? error : QString());
-    });
-    watcher->setFuture(
-        QtConcurrent::run([playback = m_playback, options]() -> std::pair<QString, QString> {
-            try {
-                const AudioMixResult result = playback->exportMix(options);
-                return {QString::fromStdString(result.output.string()),
-                        result.note ? QString::fromStdString(*result.note) : QString()};
-            } catch (const std::exception& error) {
-                return {QString(), QString::fromUtf8(error.what())};
-            }
-        }));
+    [](QPointer<AudioPackagePlayerWindow> self, std::shared_ptr<AudioPackagePlayback> playback,
+       AudioMixOptions options) -> QCoro::Task<void> {
+        QString path;
+        QString error;
+        try {
+            QCoro::Task<AudioMixResult> mixing = runDetached<AudioMixResult>(
+                [playback, options] { return playback->exportMix(options); });
+            const AudioMixResult result = co_await mixing;
+            path = QString::fromStdString(result.output.string());
+            error = result.note ? QString::fromStdString(*result.note) : QString();
+        } catch (const std::exception& failure) {
+            error = QString::fromUtf8(failure.what());
+        }
+        if (self)
+            self->showExportResult(path, error);
+    }(this, m_playback, options);
+}
+
+void AudioPackagePlayerWindow::showExportResult(const QString& path, const QString& error) {
+    m_exportButton->setEnabled(true);
+    if (error.isEmpty() || !path.isEmpty())
+        m_status->setText(
+            (error.isEmpty() ? QString() : QStringLiteral("⚠️ ") + error + QLatin1Char('\n')) +
+            tr("✅ Exported to %1").arg(path));
+    else
+        m_status->setText(QStringLiteral("❌ ") + error);
+    emit exportFinished(path, path.isEmpty() ? error : QString());
 }

@@ -39,6 +39,7 @@ private:
     QWidget* makeSourceRow(const QString& title, bool present, float volume, QSlider*& slider,
                            AudioLevelMeter*& meter);
     void refresh();
+    void showExportResult(const QString& path, const QString& error);
 
     // Shared with a mix-down still running after the window closed.
     std::shared_ptr<AudioPackagePlayback> m_playback;
