@@ -120,14 +120,12 @@ QCoro::Task<void> RecordingCoordinator::prepareRecording(RecordingMode mode,
     setRecordingState(RecordingState::preparing());
     m_configuration = configuration;
 
-    markStartupPhase(QStringLiteral("validateConfiguration.begin"));
-    validateConfiguration(configuration);
-    markStartupPhase(QStringLiteral("validateConfiguration.end"));
-
-    markStartupPhase(QStringLiteral("storageValidation.begin"));
-    checkDiskSpace(configuration.outputDirectory);
-    validateOutputDirectory(configuration.outputDirectory);
-    markStartupPhase(QStringLiteral("storageValidation.end"));
+    m_trace.phase(QStringLiteral("validateConfiguration"),
+                  [&] { validateConfiguration(configuration); });
+    m_trace.phase(QStringLiteral("storageValidation"), [&] {
+        checkDiskSpace(configuration.outputDirectory);
+        validateOutputDirectory(configuration.outputDirectory);
+    });
 
     if (mode.hasVideo()) {
         markStartupPhase(QStringLiteral("shareableContent.resolve.begin"));
@@ -286,12 +284,12 @@ QCoro::Task<void> RecordingCoordinator::startRecording() {
     logLine("🔍 Checking MetadataRecorder...");
     if (MetadataRecorderEngine* metadata = m_engines.metadataRecorder();
         metadata && m_timekeeper.startTime()) {
-        markStartupPhase(QStringLiteral("metadataRecorder.start.begin"));
-        metadata->startRecording(*m_timekeeper.startTime());
-        metadata->setTimeProvider([self]() -> std::optional<double> {
-            return self ? self->metadataTimestamp() : std::nullopt;
+        m_trace.phase(QStringLiteral("metadataRecorder.start"), [&] {
+            metadata->startRecording(*m_timekeeper.startTime());
+            metadata->setTimeProvider([self]() -> std::optional<double> {
+                return self ? self->metadataTimestamp() : std::nullopt;
+            });
         });
-        markStartupPhase(QStringLiteral("metadataRecorder.start.end"));
         m_cursorSampler->configure(configuration.studioConfig,
                                    m_defaults.enableSmartAutoClickZoom(), true);
     } else {
@@ -363,6 +361,13 @@ void RecordingCoordinator::resumeRecording() {
     startDurationTimer();
 }
 
+void RecordingCoordinator::hideSurfaces() {
+    if (m_configuration && m_configuration->preventSleep)
+        m_services.sleepPreventer->allowSleep();
+    m_services.statusBar->hideRecordingControls();
+    m_services.panel->hide();
+}
+
 void RecordingCoordinator::showPaused(bool paused) {
     if (m_engines.camera().engine())
         m_engines.camera().engine()->setRecordingPaused(paused);
@@ -418,10 +423,7 @@ QCoro::Task<void> RecordingCoordinator::stopRecording() {
             *metadata, m_recordingDuration,
             RecordingOutputFinisher::metadataURL(resultURL, m_engines.recordingPackage()));
 
-    if (m_configuration && m_configuration->preventSleep)
-        m_services.sleepPreventer->allowSleep();
-    m_services.statusBar->hideRecordingControls();
-    m_services.panel->hide();
+    hideSurfaces();
     setRecordingState(RecordingState::completed(resultURL));
     const RecordingOutputFinisher::Result result = RecordingOutputFinisher::describeResult(
         resultURL, m_configuration, bool(m_engines.layerRecordingManager()),
@@ -476,8 +478,7 @@ QCoro::Task<void> RecordingCoordinator::cleanupAfterError() {
     m_recovery.reset();
     if (m_engines.framePath())
         m_engines.framePath()->stopPump();
-    m_services.statusBar->hideRecordingControls();
-    m_services.panel->hide();
+    hideSurfaces();
     co_await stopMonitoringAndCapture();
     if (!self)
         co_return;
@@ -485,8 +486,6 @@ QCoro::Task<void> RecordingCoordinator::cleanupAfterError() {
     if (!self)
         co_return;
     discardOutputs();
-    if (m_configuration && m_configuration->preventSleep)
-        m_services.sleepPreventer->allowSleep();
     resetTiming();
     m_configuration.reset();
     m_isCleaningUp = false;

@@ -192,6 +192,8 @@ private:
     void durationTick();
     // Camera, status bar and panel follow a pause or a resume.
     void showPaused(bool paused);
+    // Status bar and panel hidden, sleep allowed again.
+    void hideSurfaces();
     // Stops from a timer or a shortcut, where nobody awaits; a failure is the state's when asked.
     static QCoro::Task<void> stopDetached(QPointer<RecordingCoordinator> self, bool failOnError);
 

@@ -16,6 +16,13 @@ public:
 
     void begin(const QString& source);
     void mark(const QString& name);
+    // Marks "<name>.begin", runs `step`, and marks "<name>.end" when it returns.
+    template <typename Step>
+    void phase(const QString& name, Step&& step) {
+        mark(name + QStringLiteral(".begin"));
+        step();
+        mark(name + QStringLiteral(".end"));
+    }
     void incrementShareableContentLoads();
     void finish(const QString& finalPhase);
     void cancel(const QString& reason) { finish(QStringLiteral("cancelled.") + reason); }
