@@ -190,6 +190,12 @@ TEST(MetadataJsonTest, DecodingErrorsNameTheKeyPath) {
                   R"("position":[0.5,0.5],"level":2,"duration":1,"easing":"linear"}])");
     EXPECT_EQ(decodeError(badId).substr(0, 32), "zoomEvents[0].id: invalid UUID s");
 
+    // A key missing two objects deep is named by its whole path.
+    std::string noAlpha = minimalDocument();
+    noAlpha.insert(1, R"("backgroundSettings":{"type":"solidColor","opacity":1,)"
+                      R"("color":{"red":1,"green":0.5,"blue":0}},)");
+    EXPECT_EQ(decodeError(noAlpha), "backgroundSettings.color.alpha: required key is missing");
+
     EXPECT_EQ(decodeError("[]"), "expected an object, found array");
     EXPECT_EQ(decodeError(minimalDocument().substr(0, 40)).substr(0, 15), "not valid JSON:");
     EXPECT_EQ(decodeError(R"({"duration":null})").substr(0, 17), "cameraPositions: ");
