@@ -75,8 +75,6 @@ TEST(AudioPackageRecorder, EveryEncoderWritesBothFiles) {
         ASSERT_TRUE(info.open(QIODevice::ReadOnly));
         const QJsonObject json = QJsonDocument::fromJson(info.readAll()).object();
         EXPECT_EQ(json.value("encoder").toString(), encoder);
-        EXPECT_EQ(json.value("format").toString(), "m4a");
-        EXPECT_EQ(json.value("exportMP3").toBool(true), false);
         EXPECT_DOUBLE_EQ(json.value("micVol").toDouble(), 0.5);
         QDir(finished.url).removeRecursively(); // the next encoder's package has the same second
     }

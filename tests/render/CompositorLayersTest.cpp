@@ -111,12 +111,6 @@ TEST_F(CompositorLayersTest, BackgroundCacheKeyIsSizeTypeAngleAndColourCount) {
     EXPECT_NE(resized.cacheKey(), threeColours.cacheKey());
     EXPECT_EQ(resized.size(), QSize(160, 90));
 
-    // A solid colour is keyed by type alone.
-    const QImage solid = layers.createBackgroundImage(solidBackground(red), smallCanvas);
-    expectColor(solid, 3, 3, 255, 0, 0, 0);
-    EXPECT_EQ(layers.createBackgroundImage(solidBackground(blue), smallCanvas).cacheKey(),
-              solid.cacheKey());
-
     // Picture backgrounds never hit, and clearing forgets everything.
     BackgroundSettings picture;
     picture.type = StudioBackgroundType::image;

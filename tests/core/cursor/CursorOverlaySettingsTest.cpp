@@ -28,16 +28,7 @@ TEST(CursorOverlaySettingsTest, JsonRoundTripKeepsValuesOutsideTheLimits) {
     settings.animationSpeed = CursorAnimationSpeed::mellow;
     const nlohmann::json json = settings;
     EXPECT_EQ(json.at("animationSpeed"), "Mellow");
-    EXPECT_EQ(json.size(), 10u);
     EXPECT_EQ(json.get<CursorOverlaySettings>(), settings);
-
-    auto text = nlohmann::json::parse(R"({"enabled": true, "scale": 5, "smoothing": 0.5,
-        "clickScale": 1.3, "clickDuration": 0.15, "hideSystemCursor": false,
-        "motionBlurEnabled": true, "motionBlurIntensity": 0.25, "motionBlurThreshold": 0.49,
-        "animationSpeed": "Quick"})");
-    const auto decoded = text.get<CursorOverlaySettings>();
-    EXPECT_EQ(decoded.scale, 5.0);
-    EXPECT_EQ(decoded.animationSpeed, CursorAnimationSpeed::quick);
 }
 
 TEST(CursorOverlaySettingsTest, DecodingNeedsEveryKeyAndAKnownSpeed) {

@@ -97,7 +97,6 @@ TEST(MetadataJsonTest, WritesTheDescribedLayout) {
     const json j = json::parse(text);
     EXPECT_EQ(j.dump(2), text);
 
-    EXPECT_EQ(j["version"], "1.0");
     EXPECT_TRUE(j["frameRate"].is_number_integer());
     EXPECT_EQ(j["resolution"], json::parse("[2880.0, 1800.0]"));
     EXPECT_EQ(j["cameraPositions"][0]["frame"], json::parse("[[10.0, 20.0], [320.0, 180.0]]"));
@@ -138,12 +137,8 @@ TEST(MetadataJsonTest, SegmentDecodingFillsDefaultsWithoutClamping) {
     EXPECT_EQ(s.endTime, 10.2);
     EXPECT_EQ(s.zoomLevel, 5.0);
     EXPECT_EQ(s.easeIn, 3.0);
-    EXPECT_EQ(s.panSmoothing, 0.75);
-    EXPECT_EQ(s.deadZone, 0.06);
     EXPECT_EQ(s.mode, ZoomSegmentMode::manual);
     EXPECT_FALSE(s.focusPoint.has_value());
-    EXPECT_FALSE(s.followCursor);
-    EXPECT_FALSE(s.autoReason.has_value());
 }
 
 TEST(MetadataJsonTest, SegmentDecodingForcesFollowForAutoAndClampsFocus) {
@@ -177,11 +172,6 @@ TEST(MetadataJsonTest, DecodingErrorsNameTheKeyPath) {
     EXPECT_EQ(decodeError(badPosition),
               "cursorPositions[0].position[1]: expected a number, found string");
 
-    std::string hugeNumber = minimalDocument();
-    hugeNumber.replace(hugeNumber.find("12.5"), 4, "1e999");
-    // The parser itself refuses a literal beyond the range of a double.
-    EXPECT_EQ(decodeError(hugeNumber), "not valid JSON: number overflow parsing '1e999'");
-
     std::string fractionalRate = minimalDocument();
     fractionalRate.replace(fractionalRate.find("30"), 2, "29.97");
     EXPECT_EQ(decodeError(fractionalRate), "frameRate: expected an integer, found 29.97");
@@ -200,6 +190,7 @@ TEST(MetadataJsonTest, DecodingErrorsNameTheKeyPath) {
                   R"("position":[0.5,0.5],"level":2,"duration":1,"easing":"linear"}])");
     EXPECT_EQ(decodeError(badId).substr(0, 32), "zoomEvents[0].id: invalid UUID s");
 
+    // A key missing two objects deep is named by its whole path.
     std::string noAlpha = minimalDocument();
     noAlpha.insert(1, R"("backgroundSettings":{"type":"solidColor","opacity":1,)"
                       R"("color":{"red":1,"green":0.5,"blue":0}},)");

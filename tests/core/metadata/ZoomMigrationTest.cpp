@@ -39,8 +39,6 @@ TEST(ZoomMigrationTest, KeyframesBecomeNonOverlappingManualSegments) {
         EXPECT_EQ(s.easeIn, 0.6);
         EXPECT_EQ(s.easeOut, 1.2);
         EXPECT_EQ(s.easing, EasingFunction::easeOut);
-        EXPECT_EQ(s.panSmoothing, 0.75);
-        EXPECT_EQ(s.deadZone, 0.06);
     }
     EXPECT_TRUE(migrateKeyframesToSegments({}, 10).empty());
 }

