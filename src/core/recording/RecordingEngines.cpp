@@ -1,6 +1,5 @@
 #include "core/recording/RecordingEngines.h"
 
-#include "core/recording/RecordingEngineSetup.h"
 #include "core/recording/RecordingOutputFinisher.h"
 #include "core/recording/StreamRecovery.h"
 #include "core/recording/engines/AudioCaptureEngine.h"
@@ -13,10 +12,96 @@
 #include "core/recording/engines/ScreenCaptureEngine.h"
 #include "core/recording/engines/ZoomRenderer.h"
 #include "core/recording/engines/iOSDeviceCaptureEngine.h"
+#include "core/support/Formatters.h"
+#include "core/support/Log.h"
 
 #include <QCoreApplication>
 
 namespace {
+const char* boolText(bool value) {
+    return value ? "true" : "false";
+}
+
+// System audio and microphone go straight to the recorder; a buffer it refuses is dropped,
+// because audio threads must never see an exception.
+void installAudioOnlyHandlers(AudioCaptureEngine& engine, AudioOnlyRecorder& recorder) {
+    AudioOnlyRecorder* target = &recorder;
+    engine.setSystemAudioHandler(
+        [target](const AudioBufferHandle& buffer, const AudioSampleTiming&) {
+            if (!buffer)
+                return;
+            try {
+                target->appendSystemAudioBuffer(*buffer);
+            } catch (...) {
+            }
+        });
+    engine.setMicrophoneAudioHandler(
+        [target](const AudioBufferHandle& buffer, const AudioSampleTiming&) {
+            if (!buffer)
+                return;
+            try {
+                target->appendMicrophoneBuffer(*buffer);
+            } catch (...) {
+            }
+        });
+}
+
+// Screen frames, system audio and the microphone go through the frame path; the handlers share
+// it, so it lives as long as the engine that calls them.
+void connectFramePath(const std::shared_ptr<RecordingFramePath>& path, ScreenCaptureEngine* screen,
+                      AudioCaptureEngine* audio) {
+    if (screen) {
+        screen->setFrameHandler(
+            [path](const VideoFrameHandle& frame, const VideoSampleTiming& timing) {
+                path->handleVideoFrame(frame, timing);
+            });
+        screen->setAudioHandler(
+            [path](const AudioBufferHandle& buffer, const AudioSampleTiming& timing) {
+                path->handleSystemAudio(buffer, timing);
+            });
+    }
+    if (audio)
+        audio->setMicrophoneAudioHandler(
+            [path](const AudioBufferHandle& buffer, const AudioSampleTiming& timing) {
+                path->handleMicrophoneAudio(buffer, timing);
+            });
+}
+
+// A live zoom renderer for click-to-zoom, fitted to the captured rectangle when known.
+std::unique_ptr<ZoomRenderer> makeZoomRenderer(RecordingEngineFactory& factory,
+                                               std::optional<Rect> captureRect) {
+    auto renderer = factory.makeZoomRenderer();
+    if (captureRect && *captureRect != Rect()) {
+        logLine("🔎 RecordingCoordinator: ZoomRenderer captureRect size={}x{} origin=({},{})",
+                formatDouble(captureRect->size.width), formatDouble(captureRect->size.height),
+                formatDouble(captureRect->origin.x), formatDouble(captureRect->origin.y));
+        renderer->setCaptureFrame(captureRect->size, captureRect->origin);
+    }
+    renderer->setClickZoom(true);
+    renderer->setFollowCursor(true);
+    renderer->setHUDEnabled(false);
+    renderer->setHUDIncludeInRecording(false);
+    renderer->setDebugEnabled(false);
+    return renderer;
+}
+
+// Every video recording collects metadata, at the stream's size (0 x 0 without a stream).
+std::unique_ptr<MetadataRecorderEngine>
+makeMetadataRecorder(RecordingEngineFactory& factory, const RecordingConfiguration& configuration,
+                     std::optional<SCStreamConfiguration> stream) {
+    const auto& studio = configuration.studioConfig;
+    logLine("🔍 Checking Studio configuration...");
+    logLine("   studioConfig: {}", studio ? "present" : "absent");
+    if (studio)
+        logLine("   Click-to-Zoom: {}, Separate Layers: {}, Alpha Channel: {}",
+                boolText(studio->enableClickToZoom), boolText(studio->enableSeparateLayers),
+                boolText(studio->enableAlphaChannel));
+    const Size size = stream ? Size{double(stream->width), double(stream->height)} : Size{};
+    auto recorder = factory.makeMetadataRecorder(size, configuration.frameRate);
+    logLine("✅ MetadataRecorder initialized for cursor position sampling");
+    return recorder;
+}
+
 // Engines call from their own threads; their owner lives on the main thread.
 void onMainThread(std::function<void()> work) {
     QMetaObject::invokeMethod(QCoreApplication::instance(), std::move(work), Qt::QueuedConnection);
@@ -52,15 +137,15 @@ void RecordingEngines::connect(const RecordingMode& mode,
                                Events events) {
     if (mode.isAudioOnly()) {
         if (m_audioEngine && m_audioOnlyRecorder)
-            RecordingEngineSetup::installAudioOnlyHandlers(*m_audioEngine, *m_audioOnlyRecorder);
+            installAudioOnlyHandlers(*m_audioEngine, *m_audioOnlyRecorder);
         return;
     }
     m_zoomRenderer.reset();
     if (configuration.studioConfig && configuration.studioConfig->enableClickToZoom)
-        m_zoomRenderer = RecordingEngineSetup::makeZoomRenderer(
+        m_zoomRenderer = makeZoomRenderer(
             m_factory, m_screenEngine ? m_screenEngine->captureRectInScreenSpace() : std::nullopt);
     installFramePath(configuration, isPaused, recovery, events);
-    m_metadataRecorder = RecordingEngineSetup::makeMetadataRecorder(
+    m_metadataRecorder = makeMetadataRecorder(
         m_factory, configuration, m_screenEngine ? m_screenEngine->configuration() : std::nullopt);
 }
 
@@ -95,7 +180,7 @@ void RecordingEngines::installFramePath(const RecordingConfiguration& configurat
                                      return factory->quickFrameChecksum(frame);
                                  },
                                  m_zoomRenderer});
-    RecordingEngineSetup::installFramePath(m_framePath, m_screenEngine.get(), m_audioEngine.get());
+    connectFramePath(m_framePath, m_screenEngine.get(), m_audioEngine.get());
     if (m_screenEngine)
         m_screenEngine->setErrorHandler(
             [report = events.streamInterrupted](const StreamError& error) {
@@ -105,9 +190,30 @@ void RecordingEngines::installFramePath(const RecordingConfiguration& configurat
 
 QCoro::Task<void> RecordingEngines::startCapture(std::function<void(const QString&)> markPhase,
                                                  std::function<bool()> isAlive) {
-    return RecordingEngineSetup::startCaptureEngines(
-        {m_camera.engine(), m_screenEngine.get(), m_audioEngine.get(), m_audioOnlyRecorder.get()},
-        std::move(markPhase), std::move(isAlive));
+    if (CameraCaptureEngine* camera = m_camera.engine()) {
+        markPhase(QStringLiteral("cameraCapture.start.begin"));
+        camera->startCapture();
+        markPhase(QStringLiteral("cameraCapture.start.end"));
+    }
+    if (m_screenEngine) {
+        logLine("🎥 Starting screen capture...");
+        markPhase(QStringLiteral("screenCapture.start.begin"));
+        co_await m_screenEngine->startCapture();
+        // When the owner went while the stream started, so did these engines.
+        if (!isAlive())
+            co_return;
+        markPhase(QStringLiteral("screenCapture.start.end"));
+        logLine("✅ Screen capture started");
+    }
+    if (m_audioEngine) {
+        logLine("🎤 Starting audio capture...");
+        markPhase(QStringLiteral("audioCapture.start.begin"));
+        m_audioEngine->startCapture();
+        markPhase(QStringLiteral("audioCapture.start.end"));
+        logLine("✅ Audio capture started");
+    }
+    if (m_audioOnlyRecorder)
+        m_audioOnlyRecorder->startRecording();
 }
 
 QCoro::Task<void> RecordingEngines::stopCapture(std::function<bool()> isAlive) {
