@@ -858,6 +858,7 @@ void RecordingCoordinator::cleanUpDeviceEngine() {
 
 void RecordingCoordinator::deviceRecordingDidFinish(const QString& fileURL) {
     setRecordingState(RecordingState::completed(fileURL));
+    returnToIdleShortly();
     resetTiming();
     cleanUpDeviceEngine();
     ErrorReporter::shared().info(QStringLiteral("iOS device recording completed: ") +
