@@ -586,6 +586,12 @@ int runRecord(const QStringList& arguments, FILE* out, FILE* err) {
     }
     if (request.mode == QLatin1String("device"))
         return runDeviceRecord(request, out, err);
+    // A device's options on another mode would be dropped without a word.
+    if (request.device || request.deviceAudio) {
+        fmt::print(err, "❌ {} is for --mode device\n",
+                   request.device ? "--device" : "--device-audio");
+        return 2;
+    }
 
     try {
         checkAudioSources(request);

@@ -116,12 +116,17 @@ TEST(RecordDeviceTest, DeviceThatVanishesLeavesAFinishedPartialMovie) {
     EXPECT_TRUE(grabVideoFrame(QString::fromStdString(movie), 1.0, &error)) << error;
 }
 
-// A name no device has is bad input; `list devices` names the test device as a capture source.
+// A name no device has is bad input, and so is a device's option on another mode; `list
+// devices` names the test device as a capture source.
 TEST(RecordDeviceTest, UnknownDeviceIsBadInputAndListShowsTheTestDevice) {
     EXPECT_EQ(
         runCommand(
             {TAVELQUISTON_CLI_PATH, "record", "--mode", "device", "--device", "No Such Card"}, 20s),
         2);
+    EXPECT_EQ(runCommand({TAVELQUISTON_CLI_PATH, "record", "--mode", "screen", "--device-audio",
+                          "none", "--duration", "1"},
+                         20s),
+              2);
     ChildProcess::Options options;
     options.environment["TAVELQUISTON_TEST_CAMERA"] = "1";
     const auto listed = commandOutput({TAVELQUISTON_CLI_PATH, "list", "devices"}, 20s, options);
