@@ -4,8 +4,15 @@
 // card delivers it), because this machine has no V4L2 hardware; ffmpeg reads the same graph
 // through its lavfi input instead of -f v4l2, and encodes with libx264 ultrafast, high profile,
 // one thread, as our writer does at this pixel rate. Reports each pair and the median ratio.
+// The same run also records the device with its own sound (a PulseAudio source that belongs to
+// the test device, fed a tone, on a private sound server) and reports what the sound costs
+// against the picture alone.
 // TQ_BENCH_SECONDS sets each recording's length (10 s unless given), TQ_BENCH_PAIRS the pairs (3).
-// Needs ffmpeg; skips otherwise.
+// Needs ffmpeg; skips otherwise. Without pulseaudio the sound is left out.
+
+#ifdef TAVELQUISTON_BENCH_DEVICE_SOUND
+#include "support/PulseAudioSession.h"
+#endif
 
 #include <fmt/format.h>
 
@@ -17,6 +24,7 @@
 #include <algorithm>
 #include <cstdlib>
 #include <filesystem>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -72,13 +80,45 @@ int main() {
     setenv("DBUS_SESSION_BUS_ADDRESS", "disabled:", 1);
     const std::string duration = fmt::format("{}", seconds);
 
+    bool withSound = false;
+#ifdef TAVELQUISTON_BENCH_DEVICE_SOUND
+    std::unique_ptr<PulseAudioSession> sound;
+    if (PulseAudioSession::missingTool().empty()) {
+        sound = std::make_unique<PulseAudioSession>();
+        withSound = sound->isReady() &&
+                    sound->addDeviceSound("bench_device", "bench_device_sound", "Test Camera") &&
+                    sound->startTone(440.0, (seconds + 5) * 3 * pairs, 0.5, "bench_device");
+    }
+#endif
+    if (!withSound)
+        fmt::print("⚠️ no sound server for the device's sound: recording the picture alone\n");
+    auto recordDevice = [&](const char* deviceAudio, const char* log) {
+        std::vector<std::string> argv = {
+            TAVELQUISTON_CLI_PATH, "record",        "--mode",    "device",       "--device",
+            "Test Camera",         "--camera-size", "1920x1080", "--fps",        "30",
+            "--duration",          duration,        "--output",  folder.string()};
+        if (deviceAudio) {
+            argv.push_back("--device-audio");
+            argv.push_back(deviceAudio);
+        }
+        return cpuSecondsOf(argv, (folder / log).string());
+    };
+
     std::vector<double> ratios;
+    std::vector<double> soundRatios;
     for (int pair = 0; pair < pairs; ++pair) {
-        const double ours =
-            cpuSecondsOf({TAVELQUISTON_CLI_PATH, "record", "--mode", "device", "--device",
-                          "Test Camera", "--camera-size", "1920x1080", "--fps", "30", "--duration",
-                          duration, "--output", folder.string()},
-                         (folder / "ours.log").string());
+        const double ours = recordDevice("none", "ours.log");
+        if (withSound) {
+            const double oursWithSound = recordDevice(nullptr, "ours-sound.log");
+            if (oursWithSound <= 0 || ours <= 0) {
+                fmt::print("❌ a recording failed; see {}\n", folder.string());
+                return 1;
+            }
+            soundRatios.push_back(oursWithSound / ours);
+            fmt::print("pair {}: with the device's sound {:.3f} CPU s per recorded s, picture "
+                       "alone {:.3f} = {:.2f} x\n",
+                       pair + 1, oursWithSound / seconds, ours / seconds, oursWithSound / ours);
+        }
         const double ffmpeg =
             cpuSecondsOf({"ffmpeg",
                           "-y",
@@ -114,6 +154,9 @@ int main() {
     }
     fmt::print("Device recording at 1080p30: median {:.2f} x ffmpeg's CPU (target at most 1.1)\n",
                median(ratios));
+    if (withSound)
+        fmt::print("Device recording with its sound: median {:.2f} x the picture alone\n",
+                   median(soundRatios));
     std::filesystem::remove_all(folder);
     return 0;
 }

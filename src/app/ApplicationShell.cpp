@@ -1,6 +1,7 @@
 #include "app/ApplicationShell.h"
 
 #include "app/DesktopResultOpener.h"
+#include "app/DeviceRecordingController.h"
 #include "app/FloatingRecordingPanel.h"
 #include "app/InstanceControl.h"
 #include "app/MainWindow.h"
@@ -88,9 +89,12 @@ ApplicationShell::ApplicationShell(const QStringList& arguments, QElapsedTimer s
     services.resultOpener = m_resultOpener.get();
     m_coordinator = new RecordingCoordinator(std::move(services), this);
     m_launcher = new RecordingLauncher(*m_coordinator, *m_panel, m_defaults, this);
+    m_deviceRecorder =
+        new DeviceRecordingController(*m_coordinator, *m_resultOpener, m_defaults, this);
     KeyboardShortcutHandler::shared().startMonitoring();
 
-    m_window = std::make_unique<MainWindow>(*m_coordinator, *m_launcher, *m_engines, m_defaults);
+    m_window = std::make_unique<MainWindow>(*m_coordinator, *m_launcher, *m_deviceRecorder,
+                                            *m_engines, m_defaults);
     connect(m_window.get(), &MainWindow::settingsRequested, this, &ApplicationShell::showSettings);
     connect(m_window.get(), &MainWindow::hiddenForRecording, this,
             [this] { m_restoreWindowAfterRecording = true; });
@@ -162,6 +166,10 @@ ApplicationShell::~ApplicationShell() {
     KeyboardShortcutHandler::shared().stopMonitoring();
     ErrorReporter::shared().setAlertPresenter(nullptr);
     m_window.reset();
+    // A device recording still running ends with its preview, before the coordinator that owns
+    // its engine.
+    delete m_deviceRecorder;
+    m_deviceRecorder = nullptr;
     // The coordinator goes before the engines' factory and the surfaces it points at.
     delete m_coordinator;
     m_coordinator = nullptr;
@@ -228,8 +236,13 @@ void ApplicationShell::installGlobalShortcuts() {
         if (m_shortcuts->bind(*parsed, action))
             logLine("⌨️ Global shortcut {} ready", text.toStdString());
     };
-    bindSetting("shortcutToggleRecording", defaultToggleShortcut(),
-                [this] { m_launcher->toggleRecording(); });
+    // A device recording has no coordinator state of its own to toggle: the key stops it.
+    bindSetting("shortcutToggleRecording", defaultToggleShortcut(), [this] {
+        if (m_deviceRecorder->isRecording())
+            m_deviceRecorder->stop();
+        else
+            m_launcher->toggleRecording();
+    });
     bindSetting("shortcutPauseRecording", defaultPauseShortcut(),
                 [this] { m_launcher->togglePause(); });
 }

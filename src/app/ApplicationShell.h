@@ -9,6 +9,7 @@
 class FloatingCameraHeadController;
 class TrimmerWindow;
 class DesktopResultOpener;
+class DeviceRecordingController;
 class FloatingRecordingPanel;
 class InstanceControlService;
 class MainWindow;
@@ -36,6 +37,7 @@ public:
     bool hasTrayIcon() const;
     RecordingCoordinator& coordinator() const { return *m_coordinator; }
     RecordingLauncher& launcher() const { return *m_launcher; }
+    DeviceRecordingController& deviceRecorder() const { return *m_deviceRecorder; }
     FloatingRecordingPanel& panel() const { return *m_panel; }
     TrayStatusBar& statusBar() const { return *m_statusBar; }
 
@@ -64,6 +66,7 @@ private:
     TrayStatusBar* m_statusBar = nullptr;
     RecordingCoordinator* m_coordinator = nullptr;
     RecordingLauncher* m_launcher = nullptr;
+    DeviceRecordingController* m_deviceRecorder = nullptr;
     InstanceControlService* m_control = nullptr;
     std::unique_ptr<MainWindow> m_window;
     std::unique_ptr<FloatingCameraHeadController> m_cameraHead;

@@ -4,6 +4,8 @@
 #include "app/AppStyle.h"
 #include "app/ApplicationSelector.h"
 #include "app/AreaSelector.h"
+#include "app/DeviceRecordingController.h"
+#include "app/DeviceSelector.h"
 #include "app/RecordingLauncher.h"
 #include "app/ScreenSelector.h"
 #include "app/WindowSelector.h"
@@ -25,7 +27,9 @@
 #include <QShortcut>
 #include <QToolButton>
 #include <QVBoxLayout>
+#include <QtConcurrent/QtConcurrentRun>
 
+#include <QCoro/QCoroFuture>
 #include <QCoro/QCoroTimer>
 
 namespace {
@@ -42,6 +46,7 @@ constexpr ModeTile modeTiles[] = {
     {MainWindow::Mode::windows, "windows", "Windows", "windows"},
     {MainWindow::Mode::application, "application", "Application", "application"},
     {MainWindow::Mode::audioOnly, "audio", "Audio only", "audio"},
+    {MainWindow::Mode::device, "device", "Device", "device"},
 };
 
 QString fromView(std::string_view text) {
@@ -50,9 +55,10 @@ QString fromView(std::string_view text) {
 } // namespace
 
 MainWindow::MainWindow(RecordingCoordinator& coordinator, RecordingLauncher& launcher,
-                       RecordingEngineFactory& engines, UserDefaults& defaults, QWidget* parent)
-    : CardWindow(parent), m_coordinator(coordinator), m_launcher(launcher), m_engines(engines),
-      m_defaults(defaults) {
+                       DeviceRecordingController& deviceRecorder, RecordingEngineFactory& engines,
+                       UserDefaults& defaults, QWidget* parent)
+    : CardWindow(parent), m_coordinator(coordinator), m_launcher(launcher),
+      m_deviceRecorder(deviceRecorder), m_engines(engines), m_defaults(defaults) {
     setObjectName(QStringLiteral("mainWindow"));
     setWindowTitle(fromView(Constants::WindowTitle::modeSelection));
     setWindowIcon(AppIcons::applicationIcon());
@@ -137,7 +143,7 @@ QWidget* MainWindow::makeModeTiles() {
         auto* button = new QToolButton(tiles);
         button->setProperty("role", QStringLiteral("tile"));
         button->setText(tr(tile.title));
-        // Keyboard first: 1 to 6 choose the mode (after setText, which resets the shortcut).
+        // Keyboard first: 1 to 7 choose the mode (after setText, which resets the shortcut).
         ++number;
         button->setShortcut(QKeySequence(Qt::Key_0 + number));
         button->setToolTip(tr("%1 (%2)").arg(tr(tile.title)).arg(number));
@@ -282,7 +288,31 @@ void MainWindow::record() {
                          QStringLiteral("audio"));
         return;
     }
+    if (m_mode == Mode::device) {
+        openDeviceSelector();
+        return;
+    }
     openSelectorForMode();
+}
+
+QCoro::Task<void> MainWindow::openDeviceSelector() {
+    QPointer<MainWindow> self(this);
+    // Discovery opens device nodes and asks the sound server: not on the interface thread.
+    QFuture<std::vector<CaptureDeviceInfo>> discovering =
+        QtConcurrent::run([] { return V4L2CaptureDeviceDiscovery::discoverDevices(); });
+    std::vector<CaptureDeviceInfo> devices = co_await discovering;
+    if (!self)
+        co_return;
+    auto* selector = new DeviceSelector(std::move(devices));
+    connect(selector, &DeviceSelector::deviceChosen, this, [this](const CaptureDeviceInfo& device) {
+        if (m_selector)
+            m_selector->close();
+        hide();
+        emit hiddenForRecording();
+        if (!m_deviceRecorder.start(device))
+            show();
+    });
+    showSelector(selector);
 }
 
 QCoro::Task<void> MainWindow::openSelectorForMode() {
@@ -362,6 +392,7 @@ QCoro::Task<void> MainWindow::openSelectorForMode() {
         break;
     }
     case Mode::audioOnly:
+    case Mode::device:
         break;
     }
 }

@@ -8,6 +8,7 @@
 
 #include <QCoro/QCoroTask>
 
+class DeviceRecordingController;
 class QButtonGroup;
 class QLabel;
 class QPushButton;
@@ -23,10 +24,12 @@ class UserDefaults;
 class MainWindow final : public CardWindow {
     Q_OBJECT
 public:
-    enum class Mode { display, area, window, windows, application, audioOnly };
+    // `device` is the model's iOSDevice: an attached capture device.
+    enum class Mode { display, area, window, windows, application, audioOnly, device };
 
     MainWindow(RecordingCoordinator& coordinator, RecordingLauncher& launcher,
-               RecordingEngineFactory& engines, UserDefaults& defaults, QWidget* parent = nullptr);
+               DeviceRecordingController& deviceRecorder, RecordingEngineFactory& engines,
+               UserDefaults& defaults, QWidget* parent = nullptr);
     ~MainWindow() override;
 
     void setStatusText(const QString& text);
@@ -34,8 +37,8 @@ public:
     Mode mode() const { return m_mode; }
     void setMode(Mode mode);
 
-    // What the record button does: the chosen mode's selector, or the recording itself for
-    // audio alone.
+    // What the record button does: the chosen mode's selector (the device picker for Device),
+    // or the recording itself for audio alone.
     void record();
     // The selector window open now, for tests and screenshots.
     QWidget* openSelector() const { return m_selector; }
@@ -59,11 +62,13 @@ private:
                           const char* key, bool fallback);
     void fillDeviceMenu(QToolButton* chip, bool cameras);
     QCoro::Task<void> openSelectorForMode();
+    QCoro::Task<void> openDeviceSelector();
     void showSelector(QWidget* selector);
     void restorePosition();
 
     RecordingCoordinator& m_coordinator;
     RecordingLauncher& m_launcher;
+    DeviceRecordingController& m_deviceRecorder;
     RecordingEngineFactory& m_engines;
     UserDefaults& m_defaults;
     Mode m_mode = Mode::display;

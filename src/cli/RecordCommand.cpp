@@ -49,7 +49,7 @@ constexpr std::string_view usage =
     "[--mode audio] [--microphone [SOURCE]] [--system-audio] [--mic-volume GAIN] "
     "[--system-volume GAIN] [--aec] [--audio-format aac|alac|flac|opus] "
     "[--backend x11|wayland] "
-    "[--mode device --device NAME [--preview]]";
+    "[--mode device --device NAME [--device-audio SOURCE|none] [--preview]]";
 
 // Signals only set these; the recording loop looks at them between waits.
 volatile std::sig_atomic_t stopSignals = 0;
@@ -242,6 +242,8 @@ RecordRequest parseRecordRequest(const QStringList& arguments, RecordRequest def
             request.camera = value();
         } else if (option == QLatin1String("--device")) {
             request.device = value();
+        } else if (option == QLatin1String("--device-audio")) {
+            request.deviceAudio = value();
         } else if (option == QLatin1String("--preview")) {
             request.devicePreview = true;
         } else if (option == QLatin1String("--camera-size")) {
@@ -584,6 +586,12 @@ int runRecord(const QStringList& arguments, FILE* out, FILE* err) {
     }
     if (request.mode == QLatin1String("device"))
         return runDeviceRecord(request, out, err);
+    // A device's options on another mode would be dropped without a word.
+    if (request.device || request.deviceAudio) {
+        fmt::print(err, "❌ {} is for --mode device\n",
+                   request.device ? "--device" : "--device-audio");
+        return 2;
+    }
 
     try {
         checkAudioSources(request);

@@ -57,6 +57,9 @@ struct RecordRequest {
     QString backend; // "x11" or "wayland"; empty: the setting, else the desktop's
     // --mode device: a capture device's /dev path or name from `list devices`.
     std::optional<QString> device;
+    // --device-audio: the sound source to record with the device, "none" for its picture alone;
+    // absent: the source that belongs to the device, if one does.
+    std::optional<QString> deviceAudio;
     bool devicePreview = false; // a window showing the device's picture while it records
 };
 

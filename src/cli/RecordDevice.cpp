@@ -38,9 +38,16 @@ void printCaptureDevices(FILE* out) {
         // The test camera's "path" is its graph; `--device` takes its name.
         const QString where =
             device.device.isTestCamera ? QStringLiteral("lavfi") : device.device.path;
-        fmt::print(out, "{}\t{}\t{}\t{}\n", text(where), text(device.device.name),
+        const std::string sound =
+            device.sound ? fmt::format("sound: {} ({})", text(device.sound->description),
+                                       device.sound->sourceName)
+                         : std::string("no sound");
+        const std::string size = device.size
+                                     ? fmt::format("{}x{}", device.size->width, device.size->height)
+                                     : std::string("size unknown");
+        fmt::print(out, "{}\t{}\t{}\t{}\t{}\t{}\n", text(where), text(device.device.name),
                    device.isCaptureCard ? "capture card" : "camera",
-                   text(device.inputs.join(QStringLiteral(", "))));
+                   text(device.inputs.join(QStringLiteral(", "))), size, sound);
     }
 }
 
@@ -57,6 +64,23 @@ int runDeviceRecord(const RecordRequest& request, FILE* out, FILE* err) {
                    "devices` shows them\n",
                    text(*request.device));
         return 2;
+    }
+
+    // The device's own sound unless told otherwise.
+    std::optional<DeviceSound> sound = device->sound;
+    if (request.deviceAudio) {
+        if (*request.deviceAudio == QLatin1String("none")) {
+            sound.reset();
+        } else {
+            sound = V4L2CaptureDeviceDiscovery::findSound(*request.deviceAudio);
+            if (!sound) {
+                fmt::print(err,
+                           "❌ --device-audio \"{}\" is not a sound source; `pactl list short "
+                           "sources` shows them (or give \"none\")\n",
+                           text(*request.deviceAudio));
+                return 2;
+            }
+        }
     }
 
     RecordingConfiguration configuration(RecordingMode::iOSDevice(device->device.captureDevice()),
@@ -88,7 +112,7 @@ int runDeviceRecord(const RecordRequest& request, FILE* out, FILE* err) {
     CameraInput::Options options;
     options.size = request.cameraSize;
     options.frameRate = request.frameRate;
-    auto owned = std::make_unique<V4L2DeviceCaptureEngine>(device->device, options);
+    auto owned = std::make_unique<V4L2DeviceCaptureEngine>(device->device, options, sound);
     V4L2DeviceCaptureEngine* engine = owned.get();
     if (preview)
         engine->previewHandler = [view = preview.get()](const VideoFrame& frame) {

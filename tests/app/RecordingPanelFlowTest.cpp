@@ -3,6 +3,7 @@
 
 #include "app/CountdownOverlay.h"
 #include "app/DesktopGeometry.h"
+#include "app/DeviceRecordingController.h"
 #include "app/FloatingRecordingPanel.h"
 #include "app/MainWindow.h"
 #include "app/RecordingLauncher.h"
@@ -213,7 +214,8 @@ TEST_F(RecordingPanelFlow, NextStartAfterAFailureRecords) {
 
 // The main window offers every mode and the devices the engines know; its choices are stored.
 TEST_F(RecordingPanelFlow, MainWindowOffersModesAndDevices) {
-    MainWindow window(*coordinator, *launcher, factory, *defaults);
+    DeviceRecordingController recorder(*coordinator, opener, *defaults);
+    MainWindow window(*coordinator, *launcher, recorder, factory, *defaults);
     window.show();
     EXPECT_EQ(window.windowTitle(), "tavelquiston");
     EXPECT_TRUE(window.windowFlags().testFlag(Qt::FramelessWindowHint));
@@ -237,6 +239,6 @@ TEST_F(RecordingPanelFlow, MainWindowOffersModesAndDevices) {
     EXPECT_TRUE(saveWidgetScreenshot(window, "main-window.png"));
 
     // A new window remembers the mode.
-    MainWindow next(*coordinator, *launcher, factory, *defaults);
+    MainWindow next(*coordinator, *launcher, recorder, factory, *defaults);
     EXPECT_EQ(next.mode(), MainWindow::Mode::area);
 }

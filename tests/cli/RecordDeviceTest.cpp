@@ -1,6 +1,8 @@
+#include "media/DecodedAudio.h"
 #include "media/MovieProbe.h"
 #include "media/VideoFrameGrabber.h"
 #include "support/ChildProcess.h"
+#include "support/PulseAudioSession.h"
 #include "support/XvfbSession.h"
 
 #include <QString>
@@ -9,6 +11,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <fstream>
 #include <map>
 #include <sstream>
@@ -113,12 +116,17 @@ TEST(RecordDeviceTest, DeviceThatVanishesLeavesAFinishedPartialMovie) {
     EXPECT_TRUE(grabVideoFrame(QString::fromStdString(movie), 1.0, &error)) << error;
 }
 
-// A name no device has is bad input; `list devices` names the test device as a capture source.
+// A name no device has is bad input, and so is a device's option on another mode; `list
+// devices` names the test device as a capture source.
 TEST(RecordDeviceTest, UnknownDeviceIsBadInputAndListShowsTheTestDevice) {
     EXPECT_EQ(
         runCommand(
             {TAVELQUISTON_CLI_PATH, "record", "--mode", "device", "--device", "No Such Card"}, 20s),
         2);
+    EXPECT_EQ(runCommand({TAVELQUISTON_CLI_PATH, "record", "--mode", "screen", "--device-audio",
+                          "none", "--duration", "1"},
+                         20s),
+              2);
     ChildProcess::Options options;
     options.environment["TAVELQUISTON_TEST_CAMERA"] = "1";
     const auto listed = commandOutput({TAVELQUISTON_CLI_PATH, "list", "devices"}, 20s, options);
@@ -147,4 +155,86 @@ TEST(RecordDeviceTest, PreviewWindowShowsWhileRecording) {
     EXPECT_TRUE(shown);
     ASSERT_EQ(recording.process.waitForExit(40s), 0) << recording.errors();
     EXPECT_TRUE(probeMovie(recording.moviePath()));
+}
+
+namespace {
+// The sound card of the test device on the test's sound server: a source described as the device
+// is, fed with a steady tone.
+constexpr double deviceTone = 660.0;
+
+// Where the picture ends: the last frame's time plus its length at the test device's 30 frames a
+// second (the file's packets leave their durations to the track's timing).
+double pictureEnd(const ProbedStream& video) {
+    return video.packetTimes.empty()
+               ? 0.0
+               : *std::max_element(video.packetTimes.begin(), video.packetTimes.end()) + 1.0 / 30;
+}
+
+bool giveTheTestDeviceASound(PulseAudioSession& sound) {
+    return sound.addDeviceSound("tq_device", "tq_device_sound", "Test Camera") &&
+           sound.startTone(deviceTone, 30.0, 0.5, "tq_device");
+}
+} // namespace
+
+// The device's own sound is found, listed with it and recorded into the same movie: the tone at
+// its pitch from the start to the end of the picture, the two tracks ending within a frame.
+TEST(RecordDeviceTest, RecordsTheDeviceSoundWithThePicture) {
+    REQUIRE_PULSEAUDIO();
+    PulseAudioSession sound;
+    ASSERT_TRUE(sound.isReady()) << sound.error();
+    ASSERT_TRUE(giveTheTestDeviceASound(sound));
+
+    ChildProcess::Options options;
+    options.environment["TAVELQUISTON_TEST_CAMERA"] = "1";
+    const auto listed = commandOutput({TAVELQUISTON_CLI_PATH, "list", "devices"}, 20s, options);
+    ASSERT_TRUE(listed);
+    EXPECT_NE(listed->find("sound: Test Camera (tq_device_sound)"), std::string::npos) << *listed;
+
+    DeviceRecording recording({"--duration", "3"});
+    ASSERT_EQ(recording.process.waitForExit(40s), 0) << recording.errors();
+    const std::string movie = recording.moviePath();
+    const auto probed = probeMovie(movie);
+    ASSERT_TRUE(probed && probed->first(AVMEDIA_TYPE_VIDEO) && probed->first(AVMEDIA_TYPE_AUDIO))
+        << movie;
+    const double videoEnd = pictureEnd(*probed->first(AVMEDIA_TYPE_VIDEO));
+    EXPECT_NEAR(videoEnd, 3.0, 0.25);
+    EXPECT_NEAR(probed->first(AVMEDIA_TYPE_AUDIO)->endSeconds, videoEnd, 1.0 / 30);
+
+    const auto decoded = decodeAudio(movie);
+    ASSERT_TRUE(decoded);
+    EXPECT_NEAR(decoded->seconds(), videoEnd, 1.0 / 30);
+    // Sound from the first picture on: the tone is there in the first tenth of a second already.
+    EXPECT_GT(decoded->level(0, 0.0, 0.1), 0.2);
+    EXPECT_NEAR(decoded->toneFrequency(0, 0.1, videoEnd - 0.1), deviceTone, 2.0);
+    EXPECT_NEAR(decoded->level(1, 0.5, 2.5), 0.5 / std::sqrt(2.0), 0.05);
+}
+
+// "none" records the picture alone although the device has a sound; a source that does not
+// exist is bad input naming it.
+TEST(RecordDeviceTest, DeviceAudioOptionOverridesTheMatch) {
+    REQUIRE_PULSEAUDIO();
+    PulseAudioSession sound;
+    ASSERT_TRUE(sound.isReady()) << sound.error();
+    ASSERT_TRUE(giveTheTestDeviceASound(sound));
+
+    DeviceRecording silent({"--duration", "2", "--device-audio", "none"});
+    ASSERT_EQ(silent.process.waitForExit(40s), 0) << silent.errors();
+    const auto probed = probeMovie(silent.moviePath());
+    ASSERT_TRUE(probed && probed->first(AVMEDIA_TYPE_VIDEO));
+    EXPECT_NEAR(probed->first(AVMEDIA_TYPE_VIDEO)->endSeconds, 2.0, 0.25);
+    const ProbedStream* audio = probed->first(AVMEDIA_TYPE_AUDIO);
+    EXPECT_TRUE(!audio || audio->packetTimes.empty());
+
+    // The monitor of the main sink hears nothing of the device's tone: chosen by name, it is
+    // what is recorded.
+    DeviceRecording chosen({"--duration", "2", "--device-audio", sound.monitorSource()});
+    ASSERT_EQ(chosen.process.waitForExit(40s), 0) << chosen.errors();
+    const auto decoded = decodeAudio(chosen.moviePath());
+    ASSERT_TRUE(decoded);
+    EXPECT_NEAR(decoded->seconds(), 2.0, 0.25);
+    EXPECT_LT(decoded->level(0, 0.2, 1.8), 0.01);
+
+    DeviceRecording wrong({"--duration", "2", "--device-audio", "no_such_source"});
+    ASSERT_EQ(wrong.process.waitForExit(40s), 2);
+    EXPECT_NE(wrong.errors().find("no_such_source"), std::string::npos) << wrong.errors();
 }

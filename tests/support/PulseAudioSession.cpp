@@ -112,13 +112,25 @@ bool PulseAudioSession::playTone(double frequency, double seconds, double amplit
                       bound) == 0;
 }
 
-bool PulseAudioSession::startTone(double frequency, double seconds, double amplitude) {
+bool PulseAudioSession::startTone(double frequency, double seconds, double amplitude,
+                                  const std::string& sink) {
     const std::string file = writeTone(frequency, seconds, amplitude);
     m_players.push_back(std::make_unique<ChildProcess>(
-        std::vector<std::string>{"paplay", "--server=" + m_server,
-                                 "--device=" + std::string(sinkName), file},
+        std::vector<std::string>{"paplay", "--server=" + m_server, "--device=" + sink, file},
         ChildProcess::Options{}));
     return m_players.back()->pid() > 0;
+}
+
+bool PulseAudioSession::addDeviceSound(const std::string& sink, const std::string& source,
+                                       const std::string& description) {
+    const std::string server = "--server=" + m_server;
+    return runCommand({"pactl", server, "load-module", "module-null-sink", "sink_name=" + sink,
+                       "norewinds=1"},
+                      5000ms) == 0 &&
+           runCommand({"pactl", server, "load-module", "module-remap-source",
+                       "master=" + sink + ".monitor", "source_name=" + source,
+                       "source_properties=\"device.description='" + description + "'\""},
+                      5000ms) == 0;
 }
 
 std::vector<int16_t> PulseAudioSession::recordMonitor(double seconds) {

@@ -25,8 +25,15 @@ public:
 
     // Plays a sine tone into the null sink (48 kHz stereo); returns once it has been played.
     bool playTone(double frequency, double seconds, double amplitude = 0.5);
-    // Starts a tone in the background and returns at once; stopped with the session.
-    bool startTone(double frequency, double seconds, double amplitude = 0.5);
+    // Starts a tone in the background (into `sink`) and returns at once; stopped with the
+    // session.
+    bool startTone(double frequency, double seconds, double amplitude = 0.5,
+                   const std::string& sink = sinkName);
+    // The sound card of an attached device, as far as the sound server shows it: a null sink
+    // `sink` to play into and a real (non-monitor) source `source` over its monitor, described
+    // as `description`.
+    bool addDeviceSound(const std::string& sink, const std::string& source,
+                        const std::string& description);
     // Records the sink's monitor until `seconds` of sound have arrived (or, should the daemon
     // stall, ten seconds more have passed): interleaved 16-bit stereo samples at 48 kHz.
     std::vector<int16_t> recordMonitor(double seconds);

@@ -635,6 +635,7 @@ void RecordingCoordinator::setIOSDeviceEngine(std::unique_ptr<iOSDeviceCaptureEn
 
 void RecordingCoordinator::deviceRecordingDidFinish(const QString& fileURL) {
     setRecordingState(RecordingState::completed(fileURL));
+    returnToIdleShortly();
     resetTiming();
     m_engines.cleanUpDeviceEngine();
     ErrorReporter::shared().info(QStringLiteral("iOS device recording completed: ") +

@@ -7,10 +7,19 @@ void signalLoop(pa_threaded_mainloop* mainloop) {
     pa_threaded_mainloop_signal(mainloop, 0);
 }
 
+std::string property(const pa_proplist* properties, const char* key) {
+    const char* value = properties ? pa_proplist_gets(properties, key) : nullptr;
+    return value ? value : "";
+}
+
 PulseConnection::Source describe(const pa_source_info& info) {
-    return {info.name ? info.name : "", info.description ? info.description : "",
-            int(info.sample_spec.rate), int(info.sample_spec.channels),
-            info.monitor_of_sink != PA_INVALID_INDEX};
+    return {info.name ? info.name : "",
+            info.description ? info.description : "",
+            int(info.sample_spec.rate),
+            int(info.sample_spec.channels),
+            info.monitor_of_sink != PA_INVALID_INDEX,
+            property(info.proplist, "sysfs.path"),
+            property(info.proplist, "alsa.card_name")};
 }
 
 struct SourceQuery {

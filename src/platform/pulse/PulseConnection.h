@@ -18,6 +18,10 @@ public:
         int sampleRate = 0;
         int channelCount = 0;
         bool isMonitor = false;
+        // Where the hardware behind it sits: "sysfs.path" ("/devices/.../sound/card1", under
+        // /sys) and "alsa.card_name"; empty for virtual sources.
+        std::string sysfsPath;
+        std::string cardName;
         bool operator==(const Source&) const = default;
     };
     struct ServerDefaults {

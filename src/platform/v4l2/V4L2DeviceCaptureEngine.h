@@ -1,8 +1,10 @@
 #pragma once
 
 #include "core/recording/engines/iOSDeviceCaptureEngine.h"
+#include "media/AudioBuffer.h"
 #include "media/VideoFrame.h"
 #include "platform/v4l2/CameraInput.h"
+#include "platform/v4l2/V4L2CaptureDeviceDiscovery.h"
 
 #include <QString>
 
@@ -10,19 +12,25 @@
 #include <exception>
 #include <functional>
 #include <memory>
-#include <mutex>
+#include <optional>
 #include <thread>
 
 class MediaWriter;
+class PulseConnection;
+class PulseRecordStream;
 
 // Records an attached capture device (a capture card or grabber that presents a phone, tablet,
 // console or camera as V4L2) straight to a movie file: its frames go to a MediaWriter as they
 // come, the file's time line starting at the first one. The device's own frame rate and size are
-// kept. When the device vanishes the file written so far is finished, so it stays playable, and
-// the failure is reported.
+// kept. The device's sound, when it has a source of its own, goes into the same file: both are
+// stamped with the host clock, so the writer lines them up as it does screen and system audio,
+// and the sound is cut where the last picture ends. When the device vanishes the file written so
+// far is finished, so it stays playable, and the failure is reported.
 //
 // Thread: created, started, stopped and destroyed on the main thread; one capture thread reads
-// the device and writes the file. Both handlers run on the main thread, after the capture
+// the device and writes the file, and the sound arrives on the sound server's loop thread, which
+// only appends (the capture thread stops the sound stream before it finishes the file). Both
+// handlers run on the main thread, after the capture
 // thread's work is done; either may destroy the engine.
 class V4L2DeviceCaptureEngine final : public iOSDeviceCaptureEngine {
 public:
@@ -31,11 +39,13 @@ public:
     using FailHandler =
         std::function<void(const std::exception& error, const QString& partialFileURL)>;
 
-    V4L2DeviceCaptureEngine(CameraDeviceInfo device, CameraInput::Options options);
+    // `sound`: the source to record with the picture; none records the picture alone.
+    V4L2DeviceCaptureEngine(CameraDeviceInfo device, CameraInput::Options options,
+                            std::optional<DeviceSound> sound = std::nullopt);
     ~V4L2DeviceCaptureEngine() override;
 
-    // Opens the device and the file and starts recording. Throws RecordingError (device missing
-    // or busy, file not writable) without calling a handler.
+    // Opens the device, its sound and the file and starts recording. Throws RecordingError
+    // (device or sound source missing or busy, file not writable) without calling a handler.
     void startRecording(const QString& outputURL, FinishHandler onFinish, FailHandler onFail);
     // Finishes the file; the finish handler follows (or the fail handler, if the file fails).
     void stopRecording();
@@ -49,17 +59,33 @@ public:
 
 private:
     void captureLoop();
+    // Sound server's loop thread: appends a block of the device's sound, cut at the end.
+    void appendSound(const AudioBuffer& buffer);
+    // Capture thread: lets the sound catch up with the last picture, then stops it.
+    void finishSound(MediaTime videoEnd);
     // Main thread: joins the capture thread and calls the one handler that applies.
     void report();
 
     CameraDeviceInfo m_device;
     CameraInput::Options m_options;
     std::unique_ptr<CameraInput> m_input;
+    std::optional<DeviceSound> m_sound;
+    // Destroyed after the writer is no longer appended to: the stream is stopped (its loop
+    // thread joined) by the capture thread before the file is finished, and the connection
+    // outlives the stream that uses it.
+    std::unique_ptr<PulseConnection> m_soundConnection;
+    std::unique_ptr<PulseRecordStream> m_soundStream;
     std::unique_ptr<MediaWriter> m_writer;
     FinishHandler m_onFinish;
     FailHandler m_onFail;
     std::atomic<bool> m_stopRequested{false};
     std::atomic<bool> m_done{false};
+    // Set once the first picture started the file's time line; sound before it has no place.
+    std::atomic<bool> m_sessionStarted{false};
+    // Host-clock nanoseconds: where the sound is cut (the end of the last picture; none until
+    // the picture has stopped) and how far it has been delivered.
+    std::atomic<int64_t> m_soundCutNanoseconds;
+    std::atomic<int64_t> m_soundDeliveredNanoseconds;
     // Written by the capture thread before it posts its report.
     std::string m_failure;
     QString m_fileURL;
