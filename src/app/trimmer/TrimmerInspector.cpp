@@ -1,0 +1,523 @@
+#include "app/trimmer/TrimmerInspector.h"
+
+#include "app/DesktopResultOpener.h"
+#include "app/trimmer/AspectRatioButton.h"
+#include "app/trimmer/CameraPositionPad.h"
+#include "app/trimmer/SwatchButton.h"
+#include "app/trimmer/TrimmerStyle.h"
+
+#include <QButtonGroup>
+#include <QCheckBox>
+#include <QColorDialog>
+#include <QFileInfo>
+#include <QGridLayout>
+#include <QHBoxLayout>
+#include <QLabel>
+#include <QProgressBar>
+#include <QPushButton>
+#include <QScrollArea>
+#include <QSignalBlocker>
+#include <QSlider>
+#include <QTabBar>
+#include <QTabWidget>
+#include <QVBoxLayout>
+
+#include <array>
+#include <cmath>
+
+namespace {
+constexpr int panelWidth = 336;
+
+QColor qColor(const CodableColor& color) {
+    return QColor::fromRgbF(float(color.red), float(color.green), float(color.blue),
+                            float(color.alpha));
+}
+
+CodableColor codableColor(const QColor& color) {
+    return {color.redF(), color.greenF(), color.blueF(), 1.0};
+}
+
+// Solid backgrounds offered as swatches; any other comes from the colour dialog.
+struct NamedColor {
+    const char* name;
+    QRgb rgb;
+};
+constexpr std::array solidColors{NamedColor{"White", 0xffffff},    NamedColor{"Paper", 0xf3efe6},
+                                 NamedColor{"Graphite", 0x2b2d33}, NamedColor{"Black", 0x0b0b0d},
+                                 NamedColor{"Blue", 0x3d6df2},     NamedColor{"Coral", 0xff6b5e},
+                                 NamedColor{"Mint", 0x3ccf91},     NamedColor{"Amber", 0xf5b52e}};
+
+QString percent(double value) {
+    return QStringLiteral("%1 %").arg(std::lround(value * 100));
+}
+QString pixels(double value) {
+    return QStringLiteral("%1 px").arg(std::lround(value));
+}
+QString times(double value) {
+    return QStringLiteral("%1×").arg(value, 0, 'f', 2);
+}
+
+// x264 and x265 constant quality: lower is better.
+constexpr std::array qualityFactors{18, 23, 28};
+} // namespace
+
+TrimmerInspector::TrimmerInspector(VideoTrimmerViewModel& session, bool hasCamera,
+                                   EditRecorder record, QWidget* parent)
+    : QWidget(parent), m_session(session), m_hasCamera(hasCamera), m_record(std::move(record)) {
+    setObjectName(QStringLiteral("inspector"));
+    setAttribute(Qt::WA_StyledBackground);
+    setFixedWidth(panelWidth);
+    auto* layout = new QVBoxLayout(this);
+    layout->setContentsMargins(0, 0, 0, 0);
+    m_tabs = new QTabWidget(this);
+    m_tabs->setDocumentMode(true);
+    m_tabs->setUsesScrollButtons(false);
+    m_tabs->tabBar()->setExpanding(true);
+    layout->addWidget(m_tabs);
+    addBackgroundPage();
+    addScreenPage();
+    if (m_hasCamera)
+        addCameraPage();
+    addCursorPage();
+    addExportPage();
+    refresh();
+}
+
+QWidget* TrimmerInspector::addPage(const QString& title, QVBoxLayout*& layout) {
+    auto* scroll = new QScrollArea(m_tabs);
+    scroll->setFrameShape(QFrame::NoFrame);
+    scroll->setWidgetResizable(true);
+    scroll->setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
+    auto* page = new QWidget(scroll);
+    page->setObjectName(QStringLiteral("inspectorPage"));
+    layout = new QVBoxLayout(page);
+    layout->setContentsMargins(trimmer::grid * 2, trimmer::grid * 2, trimmer::grid * 2,
+                               trimmer::grid * 2);
+    layout->setSpacing(trimmer::grid);
+    scroll->setWidget(page);
+    m_tabs->addTab(scroll, title);
+    return page;
+}
+
+void TrimmerInspector::edit(const QString& text, int control, const std::function<void()>& change) {
+    m_record(text, control * 4096 + m_gesture % 4096, change);
+    // One choice can change what others show (a preset unchecks the colours).
+    refresh();
+}
+
+void TrimmerInspector::refresh() {
+    for (const auto& refresher : m_refreshers)
+        refresher();
+}
+
+void TrimmerInspector::addHeading(QVBoxLayout* layout, const QString& text) {
+    auto* heading = new QLabel(text, this);
+    heading->setProperty("heading", true);
+    layout->addSpacing(trimmer::grid / 2);
+    layout->addWidget(heading);
+}
+
+void TrimmerInspector::addSlider(QVBoxLayout* layout, const QString& name,
+                                 const QString& objectName, double minimum, double maximum,
+                                 double step, std::function<double()> get,
+                                 std::function<void(double)> set,
+                                 std::function<QString(double)> format) {
+    const int control = nextControl();
+    auto* row = new QHBoxLayout();
+    auto* label = new QLabel(name, this);
+    auto* value = new QLabel(this);
+    value->setProperty("secondary", true);
+    row->addWidget(label);
+    row->addStretch(1);
+    row->addWidget(value);
+    layout->addLayout(row);
+    auto* slider = new QSlider(Qt::Horizontal, this);
+    slider->setObjectName(objectName);
+    slider->setAccessibleName(name);
+    slider->setRange(0, int(std::lround((maximum - minimum) / step)));
+    slider->setFocusPolicy(Qt::NoFocus);
+    layout->addWidget(slider);
+    connect(slider, &QSlider::sliderPressed, this, [this] { ++m_gesture; });
+    connect(slider, &QSlider::valueChanged, this,
+            [this, control, name, minimum, step, set](int position) {
+                const double chosen = minimum + position * step;
+                edit(tr("Change %1").arg(name.toLower()), control, [set, chosen] { set(chosen); });
+            });
+    m_refreshers.push_back([slider, value, minimum, step, get, format] {
+        const QSignalBlocker block(slider);
+        const double current = get();
+        slider->setValue(int(std::lround((current - minimum) / step)));
+        value->setText(format(current));
+    });
+}
+
+void TrimmerInspector::addCheck(QVBoxLayout* layout, const QString& name, const QString& objectName,
+                                std::function<bool()> get, std::function<void(bool)> set) {
+    const int control = nextControl();
+    auto* check = new QCheckBox(name, this);
+    check->setObjectName(objectName);
+    check->setFocusPolicy(Qt::NoFocus);
+    layout->addWidget(check);
+    connect(check, &QCheckBox::toggled, this, [this, control, name, set](bool on) {
+        ++m_gesture;
+        edit(on ? tr("Turn on %1").arg(name.toLower()) : tr("Turn off %1").arg(name.toLower()),
+             control, [set, on] { set(on); });
+    });
+    m_refreshers.push_back([check, get] {
+        const QSignalBlocker block(check);
+        check->setChecked(get());
+    });
+}
+
+void TrimmerInspector::addChoices(QVBoxLayout* layout, const QString& name,
+                                  const QString& objectName, const QStringList& choices,
+                                  std::function<int()> get, std::function<void(int)> set) {
+    const int control = nextControl();
+    if (!name.isEmpty())
+        layout->addWidget(new QLabel(name, this));
+    auto* row = new QHBoxLayout();
+    row->setSpacing(0);
+    auto* group = new QButtonGroup(this);
+    group->setExclusive(true);
+    for (int i = 0; i < choices.size(); ++i) {
+        auto* button = new QPushButton(choices[i], this);
+        button->setObjectName(QStringLiteral("segment"));
+        button->setProperty("position", i == 0                         ? "first"
+                                        : i == int(choices.size()) - 1 ? "last"
+                                                                       : "middle");
+        button->setCheckable(true);
+        button->setFocusPolicy(Qt::NoFocus);
+        button->setCursor(Qt::PointingHandCursor);
+        button->setAccessibleName(objectName + QLatin1Char(':') + choices[i]);
+        group->addButton(button, i);
+        row->addWidget(button, 1);
+    }
+    group->setObjectName(objectName);
+    layout->addLayout(row);
+    connect(group, &QButtonGroup::idClicked, this, [this, control, name, set](int index) {
+        ++m_gesture;
+        edit(tr("Change %1").arg(name.isEmpty() ? tr("setting") : name.toLower()), control,
+             [set, index] { set(index); });
+    });
+    m_refreshers.push_back([group, get] {
+        const int chosen = get();
+        for (QAbstractButton* button : group->buttons()) {
+            const QSignalBlocker block(button);
+            button->setChecked(group->id(button) == chosen);
+        }
+    });
+}
+
+void TrimmerInspector::addBackgroundPage() {
+    QVBoxLayout* layout = nullptr;
+    addPage(tr("Background"), layout);
+    VideoTrimmerViewModel& s = m_session;
+    addCheck(
+        layout, tr("Background"), QStringLiteral("backgroundEnabled"),
+        [&s] { return s.backgroundEnabled; }, [&s](bool on) { s.backgroundEnabled = on; });
+
+    addHeading(layout, tr("Gradients"));
+    auto* gradients = new QGridLayout();
+    gradients->setSpacing(trimmer::grid / 2);
+    int index = 0;
+    const int gradientControl = nextControl();
+    for (const GradientPreset preset : allGradientPresets) {
+        if (preset == GradientPreset::custom)
+            continue;
+        const GradientSettings settings = gradientSettings(preset);
+        std::vector<QColor> colors;
+        for (const CodableColor& color : settings.colors)
+            colors.push_back(qColor(color));
+        auto* swatch = new SwatchButton(colors, settings.angle, displayName(preset), this);
+        swatch->setObjectName(QStringLiteral("gradient:") + rawValue(preset));
+        gradients->addWidget(swatch, index / 6, index % 6);
+        ++index;
+        connect(swatch, &QAbstractButton::clicked, this, [this, gradientControl, preset] {
+            ++m_gesture;
+            edit(tr("Choose the %1 background").arg(displayName(preset)), gradientControl,
+                 [this, preset] {
+                     m_session.backgroundSettings.type = StudioBackgroundType::gradient;
+                     m_session.backgroundSettings.gradient = gradientSettings(preset);
+                     m_session.backgroundEnabled = true;
+                 });
+        });
+        m_refreshers.push_back([this, swatch, preset] {
+            const BackgroundSettings& background = m_session.backgroundSettings;
+            swatch->setChecked(background.type == StudioBackgroundType::gradient &&
+                               background.gradient && background.gradient->preset == preset);
+        });
+    }
+    layout->addLayout(gradients);
+
+    addHeading(layout, tr("Colours"));
+    auto* colors = new QGridLayout();
+    colors->setSpacing(trimmer::grid / 2);
+    const int colorControl = nextControl();
+    const auto chooseColor = [this, colorControl](const QColor& color) {
+        ++m_gesture;
+        edit(tr("Choose a background colour"), colorControl, [this, color] {
+            m_session.backgroundSettings.type = StudioBackgroundType::solidColor;
+            m_session.backgroundSettings.color = codableColor(color);
+            m_session.backgroundEnabled = true;
+        });
+    };
+    index = 0;
+    for (const NamedColor& named : solidColors) {
+        const QColor color = QColor::fromRgb(named.rgb);
+        auto* swatch = new SwatchButton({color}, 0.0, tr(named.name), this);
+        swatch->setObjectName(QStringLiteral("color:") + color.name());
+        colors->addWidget(swatch, index / 6, index % 6);
+        ++index;
+        connect(swatch, &QAbstractButton::clicked, this,
+                [chooseColor, color] { chooseColor(color); });
+        m_refreshers.push_back([this, swatch, color] {
+            const BackgroundSettings& background = m_session.backgroundSettings;
+            swatch->setChecked(background.type == StudioBackgroundType::solidColor &&
+                               background.color && qColor(*background.color).rgb() == color.rgb());
+        });
+    }
+    auto* custom = new QPushButton(tr("Other…"), this);
+    custom->setObjectName(QStringLiteral("customColor"));
+    custom->setToolTip(tr("Pick any colour"));
+    custom->setFocusPolicy(Qt::NoFocus);
+    colors->addWidget(custom, index / 6, index % 6, 1, 6 - index % 6);
+    connect(custom, &QPushButton::clicked, this, [this, chooseColor] {
+        const BackgroundSettings& background = m_session.backgroundSettings;
+        const QColor start = background.color ? qColor(*background.color) : QColor(Qt::white);
+        const QColor picked = QColorDialog::getColor(start, this, tr("Background colour"));
+        if (picked.isValid())
+            chooseColor(picked);
+    });
+    layout->addLayout(colors);
+    layout->addStretch(1);
+}
+
+void TrimmerInspector::addScreenPage() {
+    QVBoxLayout* layout = nullptr;
+    addPage(tr("Screen"), layout);
+    VideoTrimmerViewModel::ExportStyle& style = m_session.exportStyle;
+    addSlider(
+        layout, tr("Padding"), QStringLiteral("padding"), 0, 400, 2,
+        [&style] { return style.videoPadding; }, [&style](double v) { style.videoPadding = v; },
+        pixels);
+    addSlider(
+        layout, tr("Corner radius"), QStringLiteral("cornerRadius"), 0, 120, 1,
+        [&style] { return style.videoCornerRadius; },
+        [&style](double v) { style.videoCornerRadius = v; }, pixels);
+    addHeading(layout, tr("Shadow"));
+    addSlider(
+        layout, tr("Shadow strength"), QStringLiteral("screenShadowOpacity"), 0, 1, 0.01,
+        [&style] { return style.screenShadowOpacity; },
+        [&style](double v) { style.screenShadowOpacity = v; }, percent);
+    addSlider(
+        layout, tr("Shadow softness"), QStringLiteral("screenShadowRadius"), 0, 100, 1,
+        [&style] { return style.screenShadowRadius; },
+        [&style](double v) { style.screenShadowRadius = v; }, pixels);
+    layout->addStretch(1);
+}
+
+void TrimmerInspector::addCameraPage() {
+    QVBoxLayout* layout = nullptr;
+    addPage(tr("Camera"), layout);
+    VideoTrimmerViewModel::ExportStyle& style = m_session.exportStyle;
+    QStringList shapes;
+    for (const CameraShape shape : allCameraShapes)
+        shapes << displayName(shape);
+    addChoices(
+        layout, tr("Shape"), QStringLiteral("cameraShape"), shapes,
+        [&style] { return int(style.cameraSettings.shape); },
+        [&style](int index) { style.cameraSettings.shape = allCameraShapes[size_t(index)]; });
+    addSlider(
+        layout, tr("Size"), QStringLiteral("cameraSize"), 0.1, 0.5, 0.01,
+        [&style] { return style.cameraSettings.widthFraction; },
+        [&style](double v) { style.cameraSettings.widthFraction = v; }, percent);
+    addHeading(layout, tr("Position"));
+    auto* pad = new CameraPositionPad(this);
+    pad->setObjectName(QStringLiteral("cameraPosition"));
+    layout->addWidget(pad);
+    const int padControl = nextControl();
+    connect(pad, &CameraPositionPad::dragStarted, this, [this] { ++m_gesture; });
+    connect(pad, &CameraPositionPad::moved, this, [this, padControl, &style](Point center) {
+        edit(tr("Move the camera"), padControl,
+             [&style, center] { style.cameraSettings.centerNormalized = center; });
+    });
+    m_refreshers.push_back([pad, &style] { pad->setPlacement(style.cameraSettings); });
+    addSlider(
+        layout, tr("Size while zoomed"), QStringLiteral("cameraShrink"), 0.3, 1.0, 0.01,
+        [&style] { return style.cameraSettings.shrinkFactor; },
+        [&style](double v) { style.cameraSettings.shrinkFactor = v; }, percent);
+    addSlider(
+        layout, tr("Shadow strength"), QStringLiteral("cameraShadowOpacity"), 0, 1, 0.01,
+        [&style] { return style.cameraShadowOpacity; },
+        [&style](double v) { style.cameraShadowOpacity = v; }, percent);
+    layout->addStretch(1);
+}
+
+void TrimmerInspector::addCursorPage() {
+    QVBoxLayout* layout = nullptr;
+    addPage(tr("Cursor"), layout);
+    CursorOverlaySettings& cursor = m_session.cursorOverlaySettings;
+    addCheck(
+        layout, tr("Show cursor"), QStringLiteral("cursorEnabled"),
+        [&cursor] { return cursor.enabled; }, [&cursor](bool on) { cursor.enabled = on; });
+    addSlider(
+        layout, tr("Size"), QStringLiteral("cursorScale"), 0.5, 4.0, 0.05,
+        [&cursor] { return cursor.scale; }, [&cursor](double v) { cursor.scale = v; }, times);
+    addSlider(
+        layout, tr("Smoothing"), QStringLiteral("cursorSmoothing"), 0, 1, 0.01,
+        [&cursor] { return cursor.smoothing; }, [&cursor](double v) { cursor.smoothing = v; },
+        percent);
+    QStringList speeds;
+    for (const CursorAnimationSpeed speed : allCursorAnimationSpeeds)
+        speeds << QString::fromUtf8(rawValue(speed).data(), qsizetype(rawValue(speed).size()));
+    addChoices(
+        layout, tr("Follow speed"), QStringLiteral("cursorSpeed"), speeds,
+        [&cursor] { return int(cursor.animationSpeed); },
+        [&cursor](int index) { cursor.animationSpeed = allCursorAnimationSpeeds[size_t(index)]; });
+    addHeading(layout, tr("Motion blur"));
+    addCheck(
+        layout, tr("Motion blur"), QStringLiteral("motionBlur"),
+        [&cursor] { return cursor.motionBlurEnabled; },
+        [&cursor](bool on) { cursor.motionBlurEnabled = on; });
+    addSlider(
+        layout, tr("Blur amount"), QStringLiteral("motionBlurIntensity"), 0, 1, 0.01,
+        [&cursor] { return cursor.motionBlurIntensity; },
+        [&cursor](double v) { cursor.motionBlurIntensity = v; }, percent);
+    addHeading(layout, tr("Click"));
+    addSlider(
+        layout, tr("Click size"), QStringLiteral("clickScale"), 1.0, 2.0, 0.05,
+        [&cursor] { return cursor.clickScale; }, [&cursor](double v) { cursor.clickScale = v; },
+        times);
+    addSlider(
+        layout, tr("Click length"), QStringLiteral("clickDuration"), 0.05, 0.6, 0.01,
+        [&cursor] { return cursor.clickDuration; },
+        [&cursor](double v) { cursor.clickDuration = v; },
+        [](double v) { return QStringLiteral("%1 ms").arg(std::lround(v * 1000)); });
+    layout->addStretch(1);
+}
+
+void TrimmerInspector::addExportPage() {
+    QVBoxLayout* layout = nullptr;
+    addPage(tr("Export"), layout);
+    VideoTrimmerViewModel::ExportStyle& style = m_session.exportStyle;
+
+    addHeading(layout, tr("Aspect ratio"));
+    auto* ratios = new QGridLayout();
+    ratios->setSpacing(trimmer::grid / 2);
+    const int ratioControl = nextControl();
+    int index = 0;
+    for (const OutputAspectRatio aspect : allOutputAspectRatios) {
+        auto* button =
+            new AspectRatioButton(displayName(aspect), ratio(aspect).value_or(0.0), this);
+        button->setObjectName(QStringLiteral("aspect:") + rawValue(aspect));
+        ratios->addWidget(button, index / 4, index % 4);
+        ++index;
+        connect(button, &QAbstractButton::clicked, this, [this, ratioControl, aspect, &style] {
+            ++m_gesture;
+            edit(tr("Export at %1").arg(displayName(aspect)), ratioControl,
+                 [&style, aspect] { style.outputAspectRatio = aspect; });
+        });
+        m_refreshers.push_back([button, aspect, &style] {
+            button->setChecked(style.outputAspectRatio == aspect);
+            // The vertical stack decides the shape by itself.
+            button->setEnabled(!style.verticalStack);
+        });
+    }
+    layout->addLayout(ratios);
+    if (m_hasCamera)
+        addCheck(
+            layout, tr("Vertical stack: screen over camera"), QStringLiteral("verticalStack"),
+            [&style] { return style.verticalStack; },
+            [&style](bool on) { style.verticalStack = on; });
+
+    addHeading(layout, tr("Format"));
+    ExportEncoding& encoding = m_session.encoding;
+    addChoices(
+        layout, QString(), QStringLiteral("codec"), {tr("H.264"), tr("H.265")},
+        [&encoding] { return encoding.video.codec == VideoCodecSettings::Codec::hevc ? 1 : 0; },
+        [&encoding](int index) {
+            encoding.video.codec =
+                index == 1 ? VideoCodecSettings::Codec::hevc : VideoCodecSettings::Codec::h264;
+        });
+    addHeading(layout, tr("Quality"));
+    addChoices(
+        layout, QString(), QStringLiteral("quality"), {tr("High"), tr("Medium"), tr("Small file")},
+        [&encoding] {
+            // Without a choice the encoder keeps its own default, which is the middle one.
+            const int factor = encoding.tuning.constantRateFactor.value_or(qualityFactors[1]);
+            return factor <= qualityFactors[0] ? 0 : factor >= qualityFactors[2] ? 2 : 1;
+        },
+        [&encoding](int index) {
+            encoding.tuning.constantRateFactor = qualityFactors[size_t(index)];
+        });
+
+    layout->addStretch(1);
+    m_exportStatus = new QLabel(this);
+    m_exportStatus->setObjectName(QStringLiteral("exportStatus"));
+    m_exportStatus->setProperty("secondary", true);
+    m_exportStatus->setWordWrap(true);
+    layout->addWidget(m_exportStatus);
+    auto* progressRow = new QHBoxLayout();
+    m_progress = new QProgressBar(this);
+    m_progress->setRange(0, 1000);
+    m_progress->setTextVisible(false);
+    m_cancelButton = new QPushButton(tr("Cancel"), this);
+    m_cancelButton->setToolTip(tr("Stop the export"));
+    m_cancelButton->setFocusPolicy(Qt::NoFocus);
+    progressRow->addWidget(m_progress, 1);
+    progressRow->addWidget(m_cancelButton);
+    layout->addLayout(progressRow);
+    m_exportButton = new QPushButton(tr("Export"), this);
+    m_exportButton->setObjectName(QStringLiteral("primary"));
+    m_exportButton->setToolTip(tr("Export the styled video (Ctrl+E)"));
+    m_exportButton->setFocusPolicy(Qt::NoFocus);
+    m_exportButton->setMinimumHeight(36);
+    layout->addWidget(m_exportButton);
+    m_revealButton = new QPushButton(tr("Show in Folder"), this);
+    m_revealButton->setObjectName(QStringLiteral("revealExport"));
+    m_revealButton->setFocusPolicy(Qt::NoFocus);
+    layout->addWidget(m_revealButton);
+    setExporting(false);
+    m_revealButton->hide();
+
+    connect(m_exportButton, &QPushButton::clicked, this, &TrimmerInspector::exportRequested);
+    connect(m_cancelButton, &QPushButton::clicked, this, &TrimmerInspector::cancelRequested);
+    connect(m_revealButton, &QPushButton::clicked, this, [this] {
+        if (!m_lastExport.isEmpty())
+            DesktopResultOpener::showInFileManager(m_lastExport);
+    });
+}
+
+void TrimmerInspector::setExporting(bool exporting) {
+    // The progress takes the button's place while the export runs.
+    m_exportButton->setVisible(!exporting);
+    m_progress->setVisible(exporting);
+    m_cancelButton->setVisible(exporting);
+    if (exporting) {
+        m_progress->setValue(0);
+        m_revealButton->hide();
+        m_exportStatus->setText(tr("Exporting…"));
+        m_tabs->setCurrentIndex(m_tabs->count() - 1);
+    }
+}
+
+void TrimmerInspector::setExportProgress(double progress) {
+    m_progress->setValue(int(std::lround(std::clamp(progress, 0.0, 1.0) * 1000)));
+    if (m_progress->isVisible())
+        m_exportStatus->setText(tr("Exporting… %1 %").arg(std::lround(progress * 100)));
+}
+
+void TrimmerInspector::showExportOutcome(const VideoTrimmerViewModel::ExportOutcome& outcome) {
+    if (outcome.error || outcome.urls.empty()) {
+        m_lastExport.clear();
+        m_revealButton->hide();
+        m_exportStatus->setText(
+            tr("The export did not finish: %1. Change the settings or free some disk space, then "
+               "export again.")
+                .arg(outcome.error.value_or(tr("nothing was written"))));
+        return;
+    }
+    m_lastExport = outcome.urls.front();
+    m_exportStatus->setText(tr("Exported to “%1”.").arg(QFileInfo(m_lastExport).fileName()));
+    m_revealButton->show();
+}

@@ -1,0 +1,85 @@
+#pragma once
+
+#include "exporter/VideoTrimmerViewModel.h"
+
+#include <QWidget>
+
+#include <functional>
+#include <vector>
+
+class QLabel;
+class QProgressBar;
+class QPushButton;
+class QTabWidget;
+class QVBoxLayout;
+
+// The trimmer's side panel: the look of the export (background, screen, camera, cursor) and
+// the export itself (aspect ratio, vertical stack, codec, quality, the export button with its
+// progress in place, then the way to the file). It edits the session's own styling fields and
+// nothing else; each change goes through the window, which makes it undoable, saves it and
+// redraws the preview.
+//
+// Main thread.
+class TrimmerInspector final : public QWidget {
+    Q_OBJECT
+public:
+    // Runs `edit` on the session and records it as one undoable step named `text`; steps with
+    // the same `mergeId` in a row (one slider drag) are one.
+    using EditRecorder =
+        std::function<void(const QString& text, int mergeId, const std::function<void()>& edit)>;
+
+    TrimmerInspector(VideoTrimmerViewModel& session, bool hasCamera, EditRecorder record,
+                     QWidget* parent = nullptr);
+
+    // Shows the session's values again, after an undo, a redo or a restore.
+    void refresh();
+
+    void setExporting(bool exporting);
+    void setExportProgress(double progress);
+    void showExportOutcome(const VideoTrimmerViewModel::ExportOutcome& outcome);
+
+    QTabWidget& tabs() { return *m_tabs; }
+    QPushButton& exportButton() { return *m_exportButton; }
+    QPushButton& revealButton() { return *m_revealButton; }
+
+signals:
+    void exportRequested();
+    void cancelRequested();
+
+private:
+    QWidget* addPage(const QString& title, QVBoxLayout*& layout);
+    void addBackgroundPage();
+    void addScreenPage();
+    void addCameraPage();
+    void addCursorPage();
+    void addExportPage();
+
+    // A named slider over [minimum, maximum] in steps of `step`, showing its value by `format`.
+    void addSlider(QVBoxLayout* layout, const QString& name, const QString& objectName,
+                   double minimum, double maximum, double step, std::function<double()> get,
+                   std::function<void(double)> set, std::function<QString(double)> format);
+    void addCheck(QVBoxLayout* layout, const QString& name, const QString& objectName,
+                  std::function<bool()> get, std::function<void(bool)> set);
+    // Exclusive buttons in a row; `get` gives the index of the chosen one.
+    void addChoices(QVBoxLayout* layout, const QString& name, const QString& objectName,
+                    const QStringList& choices, std::function<int()> get,
+                    std::function<void(int)> set);
+    void addHeading(QVBoxLayout* layout, const QString& text);
+    void edit(const QString& text, int control, const std::function<void()>& change);
+    int nextControl() { return m_controls++; }
+
+    VideoTrimmerViewModel& m_session;
+    bool m_hasCamera = false;
+    EditRecorder m_record;
+    QTabWidget* m_tabs = nullptr;
+    QPushButton* m_exportButton = nullptr;
+    QPushButton* m_cancelButton = nullptr;
+    QPushButton* m_revealButton = nullptr;
+    QProgressBar* m_progress = nullptr;
+    QLabel* m_exportStatus = nullptr;
+    QString m_lastExport;
+    std::vector<std::function<void()>> m_refreshers;
+    int m_controls = 0;
+    // Counts drags, so that two drags of one slider are two undo steps.
+    int m_gesture = 0;
+};

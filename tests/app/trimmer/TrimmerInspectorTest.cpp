@@ -1,0 +1,248 @@
+#include "app/trimmer/TrimmerInspector.h"
+#include "app/trimmer/CameraPositionPad.h"
+#include "app/trimmer/PreviewWidget.h"
+#include "app/trimmer/TrimmerWindow.h"
+#include "media/VideoFrameGrabber.h"
+
+#include "app/TestArtifacts.h"
+#include "support/ChildProcess.h"
+#include "support/EventLoop.h"
+
+#include <QAbstractButton>
+#include <QApplication>
+#include <QDir>
+#include <QMouseEvent>
+#include <QPushButton>
+#include <QSlider>
+#include <QTabWidget>
+#include <QTemporaryDir>
+#include <QUndoStack>
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+
+using namespace std::chrono_literals;
+
+namespace {
+const QColor coral(0xff, 0x6b, 0x5e);
+
+bool near(QColor a, QColor b, int tolerance) {
+    return std::abs(a.red() - b.red()) <= tolerance &&
+           std::abs(a.green() - b.green()) <= tolerance &&
+           std::abs(a.blue() - b.blue()) <= tolerance;
+}
+
+QColor pixelOf(const GrabbedVideoFrame& frame, int x, int y) {
+    const uint8_t* bgra = frame.bgra.data() + (size_t(y) * size_t(frame.width) + size_t(x)) * 4;
+    return QColor(bgra[2], bgra[1], bgra[0]);
+}
+
+class TrimmerInspectorTest : public ::testing::Test {
+protected:
+    void SetUp() override { ASSERT_TRUE(folder.isValid()); }
+
+    // A moving test picture at 30 frames a second, 640x360.
+    QString makeMovie(const QString& name, int seconds = 2) {
+        const QString movie = QDir(folder.path()).filePath(name);
+        const auto status =
+            runCommand({"ffmpeg", "-v", "error", "-y", "-f", "lavfi", "-i",
+                        "testsrc2=size=640x360:rate=30", "-t", std::to_string(seconds), "-c:v",
+                        "libx264", "-preset", "ultrafast", "-pix_fmt", "yuv420p", "-f",
+                        name.endsWith(QLatin1String(".mov")) ? "mov" : "mp4", movie.toStdString()},
+                       60s);
+        EXPECT_EQ(status, 0) << "ffmpeg could not make " << name.toStdString();
+        return movie;
+    }
+
+    std::unique_ptr<TrimmerWindow> openWindow(const QString& path) {
+        QString error;
+        auto window = TrimmerWindow::open(path, error);
+        EXPECT_TRUE(window) << error.toStdString();
+        if (!window)
+            return nullptr;
+        window->show();
+        EXPECT_TRUE(waitUntil([&] { return !window->preview().frame().isNull(); }, 20s))
+            << "the first frame never reached the preview";
+        return window;
+    }
+
+    template <typename T>
+    static T& child(QWidget& parent, const QString& name) {
+        T* found = parent.findChild<T*>(name);
+        EXPECT_NE(found, nullptr) << "no control named " << name.toStdString();
+        if (!found)
+            throw std::runtime_error("missing control");
+        return *found;
+    }
+
+    // Waits for the preview to show the frame composed from the newest settings.
+    static QColor previewCorner(TrimmerWindow& window, QColor expected) {
+        QColor corner;
+        waitUntil(
+            [&] {
+                const QImage frame = window.preview().frame();
+                corner = frame.isNull() ? QColor() : QColor(frame.pixel(2, 2));
+                return near(corner, expected, 3);
+            },
+            10s);
+        return corner;
+    }
+
+    QTemporaryDir folder;
+};
+
+// A background colour and a padding chosen in the panel reach the session, the preview at the
+// playhead and the exported file's pixels; undo takes them back, and a reopened editor has them.
+TEST_F(TrimmerInspectorTest, panelChangesReachPreviewExportAndTheNextSession) {
+    REQUIRE_TOOL("ffmpeg");
+    const QString movie = makeMovie(QStringLiteral("Demo.mp4"));
+    auto window = openWindow(movie);
+    ASSERT_TRUE(window);
+    VideoTrimmerViewModel& session = window->session();
+    TrimmerInspector& inspector = window->inspector();
+    QUndoStack& undo = window->undoStack();
+
+    auto& swatch = child<QAbstractButton>(inspector, QStringLiteral("color:#ff6b5e"));
+    swatch.click();
+    EXPECT_EQ(session.backgroundSettings.type, StudioBackgroundType::solidColor);
+    EXPECT_TRUE(swatch.isChecked());
+    EXPECT_TRUE(near(previewCorner(*window, coral), coral, 3)) << "the preview kept its background";
+
+    // One drag of the padding slider is one undo step, however many values it passed.
+    auto& padding = child<QSlider>(inspector, QStringLiteral("padding"));
+    const int stepsBefore = undo.count();
+    emit padding.sliderPressed();
+    for (const int position : {20, 60, 90}) // 40, 120, 180 px
+        padding.setValue(position);
+    EXPECT_DOUBLE_EQ(session.exportStyle.videoPadding, 180.0);
+    EXPECT_EQ(undo.count(), stepsBefore + 1);
+    undo.undo();
+    EXPECT_DOUBLE_EQ(session.exportStyle.videoPadding, 120.0);
+    EXPECT_EQ(padding.value(), 60) << "the slider does not follow an undo";
+    undo.redo();
+    EXPECT_DOUBLE_EQ(session.exportStyle.videoPadding, 180.0);
+
+    // Undoing the colour brings the gradient back, in the session and on the swatch.
+    undo.undo();
+    undo.undo();
+    EXPECT_EQ(session.backgroundSettings.type, StudioBackgroundType::gradient);
+    EXPECT_FALSE(swatch.isChecked());
+    undo.redo();
+    undo.redo();
+    ASSERT_EQ(session.backgroundSettings.type, StudioBackgroundType::solidColor);
+
+    // The export draws the same background around the inset picture.
+    session.outputURLOverride = QDir(folder.path()).filePath(QStringLiteral("Styled.mp4"));
+    std::optional<VideoTrimmerViewModel::ExportOutcome> outcome;
+    QObject::connect(window.get(), &TrimmerWindow::exportFinished,
+                     [&outcome](const VideoTrimmerViewModel::ExportOutcome& o) { outcome = o; });
+    child<QPushButton>(inspector, QStringLiteral("primary")).click();
+    EXPECT_TRUE(session.isExporting());
+    ASSERT_TRUE(waitUntil([&] { return outcome.has_value(); }, 120s));
+    ASSERT_FALSE(outcome->error) << outcome->error->toStdString();
+    EXPECT_TRUE(inspector.revealButton().isVisibleTo(&inspector));
+    std::string error;
+    const auto frame = grabVideoFrame(outcome->urls.front(), 1.0, &error);
+    ASSERT_TRUE(frame) << error;
+    ASSERT_EQ(frame->width, 640);
+    EXPECT_TRUE(near(pixelOf(*frame, 4, 4), coral, 14));
+    // 180 px at 1080 lines is 60 px here: inside that the recording shows, not the background.
+    EXPECT_TRUE(near(pixelOf(*frame, 40, 180), coral, 14));
+    EXPECT_FALSE(near(pixelOf(*frame, 320, 180), coral, 40));
+
+    // Closing keeps the look with the edits; the next editor opens with it.
+    window.reset();
+    auto again = openWindow(movie);
+    ASSERT_TRUE(again);
+    EXPECT_EQ(again->session().backgroundSettings.type, StudioBackgroundType::solidColor);
+    EXPECT_DOUBLE_EQ(again->session().exportStyle.videoPadding, 180.0);
+    EXPECT_EQ(child<QSlider>(again->inspector(), QStringLiteral("padding")).value(), 90);
+    EXPECT_TRUE(near(previewCorner(*again, coral), coral, 3));
+}
+
+// The shape and codec chosen on the Export tab decide the file: a square H.265 movie.
+TEST_F(TrimmerInspectorTest, exportTabChoosesShapeAndCodec) {
+    REQUIRE_TOOL("ffmpeg");
+    REQUIRE_TOOL("ffprobe");
+    auto window = openWindow(makeMovie(QStringLiteral("Square.mp4"), 1));
+    ASSERT_TRUE(window);
+    TrimmerInspector& inspector = window->inspector();
+    child<QAbstractButton>(inspector, QStringLiteral("aspect:1:1")).click();
+    for (QAbstractButton* button : inspector.findChildren<QAbstractButton*>())
+        if (button->accessibleName() == QLatin1String("codec:H.265"))
+            button->click();
+    EXPECT_EQ(window->session().exportStyle.outputAspectRatio, OutputAspectRatio::ratio1x1);
+    EXPECT_EQ(window->session().encoding.video.codec, VideoCodecSettings::Codec::hevc);
+    // The preview takes the new shape before anything is exported.
+    EXPECT_TRUE(waitUntil(
+        [&] {
+            const QImage frame = window->preview().frame();
+            return !frame.isNull() && frame.width() == frame.height();
+        },
+        10s));
+
+    window->session().outputURLOverride = QDir(folder.path()).filePath(QStringLiteral("Out.mp4"));
+    std::optional<VideoTrimmerViewModel::ExportOutcome> outcome;
+    QObject::connect(window.get(), &TrimmerWindow::exportFinished,
+                     [&outcome](const VideoTrimmerViewModel::ExportOutcome& o) { outcome = o; });
+    window->startExport();
+    ASSERT_TRUE(waitUntil([&] { return outcome.has_value(); }, 180s));
+    ASSERT_FALSE(outcome->error) << outcome->error->toStdString();
+    const auto probe = commandOutput({"ffprobe", "-v", "error", "-select_streams", "v:0",
+                                      "-show_entries", "stream=codec_name,width,height", "-of",
+                                      "csv=p=0", outcome->urls.front().toStdString()},
+                                     30s);
+    ASSERT_TRUE(probe);
+    EXPECT_EQ(QString::fromStdString(*probe).trimmed(), QStringLiteral("hevc,640,640"));
+}
+
+// A package with a camera gets the Camera tab; dragging on its little canvas places the
+// camera. Screenshots of the whole window at this state are kept for a person to look at.
+TEST_F(TrimmerInspectorTest, placesTheCameraAndShowsTheWindow) {
+    REQUIRE_TOOL("ffmpeg");
+    const QString package = QDir(folder.path()).filePath(QStringLiteral("Recording-Lesson"));
+    ASSERT_TRUE(QDir().mkpath(package));
+    makeMovie(QStringLiteral("Recording-Lesson/.screen.mov"));
+    makeMovie(QStringLiteral("Recording-Lesson/.camera.mov"));
+    auto window = openWindow(package);
+    ASSERT_TRUE(window);
+    window->resize(1320, 780);
+    QTabWidget& tabs = window->inspector().tabs();
+    QStringList titles;
+    for (int i = 0; i < tabs.count(); ++i)
+        titles << tabs.tabText(i);
+    EXPECT_EQ(titles.join(QLatin1Char(',')),
+              QStringLiteral("Background,Screen,Camera,Cursor,Export"));
+
+    tabs.setCurrentIndex(2);
+    auto& pad = child<CameraPositionPad>(window->inspector(), QStringLiteral("cameraPosition"));
+    const QRectF canvas = pad.canvasRect();
+    const QPointF upperLeft =
+        canvas.topLeft() + QPointF(canvas.width() * 0.2, canvas.height() * 0.25);
+    QMouseEvent press(QEvent::MouseButtonPress, upperLeft, pad.mapToGlobal(upperLeft),
+                      Qt::LeftButton, Qt::LeftButton, Qt::NoModifier);
+    QApplication::sendEvent(&pad, &press);
+    const Point placed = window->session().exportStyle.cameraSettings.centerNormalized;
+    EXPECT_NEAR(placed.x, 0.2, 0.02);
+    EXPECT_NEAR(placed.y, 0.25, 0.02);
+    window->undoStack().undo();
+    EXPECT_NEAR(window->session().exportStyle.cameraSettings.centerNormalized.x, 0.86, 1e-9);
+    window->undoStack().redo();
+
+    child<QAbstractButton>(window->inspector(), QStringLiteral("gradient:ocean")).click();
+    processEventsFor(1500ms);
+    // The panel sits along the right edge beside a preview that keeps most of the width.
+    const QRect panel = window->inspector().geometry();
+    EXPECT_EQ(panel.right(), window->width() - 1);
+    EXPECT_GT(window->preview().width(), 2 * panel.width());
+    EXPECT_TRUE(saveWidgetScreenshot(*window, QStringLiteral("trimmer-inspector-camera.png")));
+    tabs.setCurrentIndex(0);
+    processEventsFor(200ms);
+    EXPECT_TRUE(
+        saveWidgetScreenshot(*window, QStringLiteral("trimmer-inspector-background.png")));
+    tabs.setCurrentIndex(tabs.count() - 1);
+    processEventsFor(200ms);
+    EXPECT_TRUE(saveWidgetScreenshot(*window, QStringLiteral("trimmer-inspector-export.png")));
+}
+} // namespace
