@@ -24,6 +24,7 @@
 
 #include <array>
 #include <cmath>
+#include <utility>
 
 namespace {
 constexpr int panelWidth = 336;
@@ -213,7 +214,7 @@ void TrimmerInspector::addBackgroundPage() {
     addPage(tr("Background"), layout);
     VideoTrimmerViewModel& s = m_session;
     addCheck(
-        layout, tr("Background"), QStringLiteral("backgroundEnabled"),
+        layout, tr("Show background"), QStringLiteral("backgroundEnabled"),
         [&s] { return s.backgroundEnabled; }, [&s](bool on) { s.backgroundEnabled = on; });
 
     addHeading(layout, tr("Gradients"));
@@ -451,6 +452,15 @@ void TrimmerInspector::addExportPage() {
             encoding.tuning.constantRateFactor = qualityFactors[size_t(index)];
         });
 
+    m_mergeNote = new QLabel(tr("Parts are removed: the export joins the others in the "
+                                "recording's own shape, without the camera."),
+                             this);
+    m_mergeNote->setObjectName(QStringLiteral("mergeNote"));
+    m_mergeNote->setProperty("secondary", true);
+    m_mergeNote->setWordWrap(true);
+    m_mergeNote->hide();
+    layout->addWidget(m_mergeNote);
+
     layout->addStretch(1);
     m_exportStatus = new QLabel(this);
     m_exportStatus->setObjectName(QStringLiteral("exportStatus"));
@@ -481,7 +491,10 @@ void TrimmerInspector::addExportPage() {
     m_revealButton->hide();
 
     connect(m_exportButton, &QPushButton::clicked, this, &TrimmerInspector::exportRequested);
-    connect(m_cancelButton, &QPushButton::clicked, this, &TrimmerInspector::cancelRequested);
+    connect(m_cancelButton, &QPushButton::clicked, this, [this] {
+        m_cancelling = true;
+        emit cancelRequested();
+    });
     connect(m_revealButton, &QPushButton::clicked, this, [this] {
         if (!m_lastExport.isEmpty())
             DesktopResultOpener::showInFileManager(m_lastExport);
@@ -494,6 +507,7 @@ void TrimmerInspector::setExporting(bool exporting) {
     m_progress->setVisible(exporting);
     m_cancelButton->setVisible(exporting);
     if (exporting) {
+        m_cancelling = false;
         m_progress->setValue(0);
         m_revealButton->hide();
         m_exportStatus->setText(tr("Exporting…"));
@@ -507,10 +521,19 @@ void TrimmerInspector::setExportProgress(double progress) {
         m_exportStatus->setText(tr("Exporting… %1 %").arg(std::lround(progress * 100)));
 }
 
+void TrimmerInspector::setHasRemovedParts(bool removed) {
+    m_mergeNote->setVisible(removed);
+}
+
 void TrimmerInspector::showExportOutcome(const VideoTrimmerViewModel::ExportOutcome& outcome) {
+    const bool cancelled = std::exchange(m_cancelling, false);
     if (outcome.error || outcome.urls.empty()) {
         m_lastExport.clear();
         m_revealButton->hide();
+        if (cancelled) {
+            m_exportStatus->setText(tr("Export cancelled; nothing was kept."));
+            return;
+        }
         m_exportStatus->setText(
             tr("The export did not finish: %1. Change the settings or free some disk space, then "
                "export again.")

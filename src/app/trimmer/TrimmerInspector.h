@@ -37,6 +37,9 @@ public:
     void setExporting(bool exporting);
     void setExportProgress(double progress);
     void showExportOutcome(const VideoTrimmerViewModel::ExportOutcome& outcome);
+    // With parts marked for removal the export joins the rest, and a joined export keeps the
+    // recording's shape and has no camera: the Export tab says so.
+    void setHasRemovedParts(bool removed);
 
     QTabWidget& tabs() { return *m_tabs; }
     QPushButton& exportButton() { return *m_exportButton; }
@@ -77,6 +80,8 @@ private:
     QPushButton* m_revealButton = nullptr;
     QProgressBar* m_progress = nullptr;
     QLabel* m_exportStatus = nullptr;
+    QLabel* m_mergeNote = nullptr;
+    bool m_cancelling = false;
     QString m_lastExport;
     std::vector<std::function<void()>> m_refreshers;
     int m_controls = 0;

@@ -322,6 +322,10 @@ void TrimmerWindow::refreshSegments() {
         cuts.push_back({segment.id, segment.startTimeInSeconds(), segment.endTimeInSeconds(), 1.0,
                         segment.isMarkedForDeletion});
     m_timeline->setCutSegments(std::move(cuts));
+    const auto& segments = m_session->segments();
+    m_inspector->setHasRemovedParts(
+        std::any_of(segments.begin(), segments.end(),
+                    [](const VideoSegment& segment) { return segment.isMarkedForDeletion; }));
 }
 
 void TrimmerWindow::refreshTime() {

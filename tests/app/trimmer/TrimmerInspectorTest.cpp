@@ -11,6 +11,8 @@
 #include <QAbstractButton>
 #include <QApplication>
 #include <QDir>
+#include <QFileInfo>
+#include <QLabel>
 #include <QMouseEvent>
 #include <QPushButton>
 #include <QSlider>
@@ -197,6 +199,38 @@ TEST_F(TrimmerInspectorTest, exportTabChoosesShapeAndCodec) {
     EXPECT_EQ(QString::fromStdString(*probe).trimmed(), QStringLiteral("hevc,640,640"));
 }
 
+// Cancel stops a running export at once: no file is left, the panel says so and offers the
+// export again.
+TEST_F(TrimmerInspectorTest, cancelLeavesNoFileAndOffersTheExportAgain) {
+    REQUIRE_TOOL("ffmpeg");
+    auto window = openWindow(makeMovie(QStringLiteral("Long.mp4"), 30));
+    ASSERT_TRUE(window);
+    TrimmerInspector& inspector = window->inspector();
+    const QString output = QDir(folder.path()).filePath(QStringLiteral("Cancelled.mp4"));
+    window->session().outputURLOverride = output;
+    std::optional<VideoTrimmerViewModel::ExportOutcome> outcome;
+    QObject::connect(window.get(), &TrimmerWindow::exportFinished,
+                     [&outcome](const VideoTrimmerViewModel::ExportOutcome& o) { outcome = o; });
+    inspector.exportButton().click();
+    ASSERT_TRUE(window->session().isExporting());
+    EXPECT_FALSE(inspector.exportButton().isVisibleTo(&inspector));
+    QPushButton* cancel = nullptr;
+    for (QPushButton* button : inspector.findChildren<QPushButton*>())
+        if (button->text() == QStringLiteral("Cancel"))
+            cancel = button;
+    ASSERT_NE(cancel, nullptr);
+    EXPECT_TRUE(cancel->isVisibleTo(&inspector));
+    cancel->click();
+    ASSERT_TRUE(waitUntil([&] { return outcome.has_value(); }, 60s));
+    EXPECT_TRUE(outcome->error.has_value());
+    EXPECT_FALSE(QFileInfo::exists(output));
+    EXPECT_TRUE(inspector.exportButton().isVisibleTo(&inspector));
+    EXPECT_FALSE(inspector.revealButton().isVisibleTo(&inspector));
+    EXPECT_TRUE(child<QLabel>(inspector, QStringLiteral("exportStatus"))
+                    .text()
+                    .contains(QStringLiteral("cancelled")));
+}
+
 // A package with a camera gets the Camera tab; dragging on its little canvas places the
 // camera. Screenshots of the whole window at this state are kept for a person to look at.
 TEST_F(TrimmerInspectorTest, placesTheCameraAndShowsTheWindow) {
@@ -239,8 +273,7 @@ TEST_F(TrimmerInspectorTest, placesTheCameraAndShowsTheWindow) {
     EXPECT_TRUE(saveWidgetScreenshot(*window, QStringLiteral("trimmer-inspector-camera.png")));
     tabs.setCurrentIndex(0);
     processEventsFor(200ms);
-    EXPECT_TRUE(
-        saveWidgetScreenshot(*window, QStringLiteral("trimmer-inspector-background.png")));
+    EXPECT_TRUE(saveWidgetScreenshot(*window, QStringLiteral("trimmer-inspector-background.png")));
     tabs.setCurrentIndex(tabs.count() - 1);
     processEventsFor(200ms);
     EXPECT_TRUE(saveWidgetScreenshot(*window, QStringLiteral("trimmer-inspector-export.png")));
