@@ -2,7 +2,7 @@
 
 #include "app/DesktopResultOpener.h"
 #include "app/trimmer/AspectRatioButton.h"
-#include "app/trimmer/CameraPositionPad.h"
+#include "app/trimmer/PlacementPad.h"
 #include "app/trimmer/SwatchButton.h"
 #include "app/trimmer/TrimmerStyle.h"
 
@@ -22,6 +22,7 @@
 #include <QTabWidget>
 #include <QVBoxLayout>
 
+#include <algorithm>
 #include <array>
 #include <cmath>
 #include <utility>
@@ -63,8 +64,9 @@ constexpr std::array qualityFactors{18, 23, 28};
 } // namespace
 
 TrimmerInspector::TrimmerInspector(VideoTrimmerViewModel& session, bool hasCamera,
-                                   EditRecorder record, QWidget* parent)
-    : QWidget(parent), m_session(session), m_hasCamera(hasCamera), m_record(std::move(record)) {
+                                   EditRecorder record, ZoomUpdater updateZoom, QWidget* parent)
+    : QWidget(parent), m_session(session), m_hasCamera(hasCamera), m_record(std::move(record)),
+      m_updateZoom(std::move(updateZoom)) {
     setObjectName(QStringLiteral("inspector"));
     setAttribute(Qt::WA_StyledBackground);
     setFixedWidth(panelWidth);
@@ -80,6 +82,7 @@ TrimmerInspector::TrimmerInspector(VideoTrimmerViewModel& session, bool hasCamer
     if (m_hasCamera)
         addCameraPage();
     addCursorPage();
+    addZoomPage();
     addExportPage();
     refresh();
 }
@@ -333,12 +336,12 @@ void TrimmerInspector::addCameraPage() {
         [&style] { return style.cameraSettings.widthFraction; },
         [&style](double v) { style.cameraSettings.widthFraction = v; }, percent);
     addHeading(layout, tr("Position"));
-    auto* pad = new CameraPositionPad(this);
+    auto* pad = new PlacementPad(this);
     pad->setObjectName(QStringLiteral("cameraPosition"));
     layout->addWidget(pad);
     const int padControl = nextControl();
-    connect(pad, &CameraPositionPad::dragStarted, this, [this] { ++m_gesture; });
-    connect(pad, &CameraPositionPad::moved, this, [this, padControl, &style](Point center) {
+    connect(pad, &PlacementPad::dragStarted, this, [this] { ++m_gesture; });
+    connect(pad, &PlacementPad::moved, this, [this, padControl, &style](Point center) {
         edit(tr("Move the camera"), padControl,
              [&style, center] { style.cameraSettings.centerNormalized = center; });
     });
@@ -395,6 +398,157 @@ void TrimmerInspector::addCursorPage() {
         [&cursor](double v) { cursor.clickDuration = v; },
         [](double v) { return QStringLiteral("%1 ms").arg(std::lround(v * 1000)); });
     layout->addStretch(1);
+}
+
+std::optional<ZoomSegment> TrimmerInspector::selectedZoom() const {
+    if (!m_selectedZoom)
+        return std::nullopt;
+    for (const ZoomSegment& segment : m_session.zoomSegments)
+        if (segment.id == *m_selectedZoom)
+            return segment;
+    return std::nullopt;
+}
+
+void TrimmerInspector::setSelectedZoom(std::optional<QUuid> id) {
+    m_selectedZoom = id;
+    refresh();
+}
+
+void TrimmerInspector::editSelectedZoom(const QString& text, int control,
+                                        const std::function<void(ZoomSegment&)>& change) {
+    std::optional<ZoomSegment> segment = selectedZoom();
+    if (!segment)
+        return;
+    edit(text, control, [this, &change, &segment] {
+        change(*segment);
+        // An automatic segment that was edited is the person's own from now on.
+        segment->mode = ZoomSegmentMode::manual;
+        m_updateZoom(*segment);
+    });
+}
+
+void TrimmerInspector::addZoomPage() {
+    QVBoxLayout* layout = nullptr;
+    addPage(tr("Zoom"), layout);
+    VideoTrimmerViewModel& s = m_session;
+    const auto automatic = [](const ZoomSegment& segment) {
+        return segment.mode == ZoomSegmentMode::auto_;
+    };
+    // Off takes the automatic zooms away; on brings back those of the analysis that do not
+    // overlap a zoom made since.
+    addCheck(
+        layout, tr("Automatic zooms"), QStringLiteral("automaticZoom"),
+        [&s, automatic] {
+            return std::any_of(s.zoomSegments.begin(), s.zoomSegments.end(), automatic);
+        },
+        [&s, automatic](bool on) {
+            std::erase_if(s.zoomSegments, automatic);
+            if (!on || !s.metadata())
+                return;
+            for (const ZoomSegment& found : s.metadata()->zoomSegments) {
+                if (!automatic(found))
+                    continue;
+                const bool overlaps = std::any_of(s.zoomSegments.begin(), s.zoomSegments.end(),
+                                                  [&found](const ZoomSegment& other) {
+                                                      return other.startTime < found.endTime &&
+                                                             found.startTime < other.endTime;
+                                                  });
+                if (!overlaps)
+                    s.zoomSegments.push_back(found);
+            }
+            std::sort(s.zoomSegments.begin(), s.zoomSegments.end(),
+                      [](const ZoomSegment& a, const ZoomSegment& b) {
+                          return a.startTime < b.startTime;
+                      });
+        });
+    QCheckBox* automaticCheck = findChild<QCheckBox*>(QStringLiteral("automaticZoom"));
+    m_refreshers.push_back([this, automaticCheck, automatic] {
+        const auto& found = m_session.metadata();
+        automaticCheck->setEnabled(found && std::any_of(found->zoomSegments.begin(),
+                                                        found->zoomSegments.end(), automatic));
+    });
+
+    addHeading(layout, tr("Selected zoom"));
+    m_zoomHint = new QLabel(
+        tr("Select a zoom on the timeline, or press Z to add one at the playhead."), this);
+    m_zoomHint->setProperty("secondary", true);
+    m_zoomHint->setWordWrap(true);
+    layout->addWidget(m_zoomHint);
+    m_zoomControls = new QWidget(this);
+    auto* controls = new QVBoxLayout(m_zoomControls);
+    controls->setContentsMargins(0, 0, 0, 0);
+    controls->setSpacing(trimmer::grid);
+    layout->addWidget(m_zoomControls);
+
+    const auto current = [this] { return selectedZoom().value_or(ZoomSegment{}); };
+    const int levelControl = nextControl();
+    auto* levelRow = new QHBoxLayout();
+    levelRow->addWidget(new QLabel(tr("Level"), m_zoomControls));
+    levelRow->addStretch(1);
+    auto* levelValue = new QLabel(m_zoomControls);
+    levelValue->setProperty("secondary", true);
+    levelRow->addWidget(levelValue);
+    controls->addLayout(levelRow);
+    auto* level = new QSlider(Qt::Horizontal, m_zoomControls);
+    level->setObjectName(QStringLiteral("zoomLevel"));
+    level->setRange(100, 300);
+    level->setFocusPolicy(Qt::NoFocus);
+    controls->addWidget(level);
+    connect(level, &QSlider::sliderPressed, this, [this] { ++m_gesture; });
+    connect(level, &QSlider::valueChanged, this, [this, levelControl](int value) {
+        editSelectedZoom(tr("Change zoom level"), levelControl,
+                         [value](ZoomSegment& segment) { segment.zoomLevel = value / 100.0; });
+    });
+
+    auto* follow = new QCheckBox(tr("Follow the cursor"), m_zoomControls);
+    follow->setObjectName(QStringLiteral("zoomFollowsCursor"));
+    follow->setFocusPolicy(Qt::NoFocus);
+    controls->addWidget(follow);
+    const int followControl = nextControl();
+    connect(follow, &QCheckBox::toggled, this, [this, followControl](bool on) {
+        ++m_gesture;
+        editSelectedZoom(on ? tr("Follow the cursor") : tr("Hold the zoom still"), followControl,
+                         [on](ZoomSegment& segment) { segment.followCursor = on; });
+    });
+
+    auto* focusLabel = new QLabel(tr("Focus"), m_zoomControls);
+    controls->addWidget(focusLabel);
+    auto* focus = new PlacementPad(m_zoomControls);
+    focus->setObjectName(QStringLiteral("zoomFocus"));
+    focus->setMarkerAspect(16.0 / 9.0);
+    controls->addWidget(focus);
+    const int focusControl = nextControl();
+    connect(focus, &PlacementPad::dragStarted, this, [this] { ++m_gesture; });
+    connect(focus, &PlacementPad::moved, this, [this, focusControl](Point center) {
+        editSelectedZoom(tr("Move the zoom's focus"), focusControl,
+                         [center](ZoomSegment& segment) { segment.focusPoint = center; });
+    });
+    layout->addStretch(1);
+
+    m_refreshers.push_back([this, current, level, levelValue, follow, focus, focusLabel] {
+        const std::optional<ZoomSegment> selected = selectedZoom();
+        m_zoomHint->setVisible(!selected);
+        m_zoomControls->setVisible(selected.has_value());
+        const ZoomSegment segment = current();
+        {
+            const QSignalBlocker block(level);
+            level->setValue(int(std::lround(segment.zoomLevel * 100)));
+        }
+        levelValue->setText(times(segment.zoomLevel));
+        {
+            const QSignalBlocker block(follow);
+            follow->setChecked(segment.followCursor);
+        }
+        // A zoom that follows the cursor has no focus of its own. The marker is as wide as
+        // the part of the picture the zoom shows.
+        focus->setEnabled(!segment.followCursor);
+        focusLabel->setEnabled(!segment.followCursor);
+        CameraExportSettings marker;
+        marker.centerNormalized = segment.focusPoint.value_or(Point{0.5, 0.5});
+        marker.widthFraction = 1.0 / std::max(1.0, segment.zoomLevel);
+        marker.shape = CameraShape::rectangle;
+        focus->setPlacement(marker);
+    });
 }
 
 void TrimmerInspector::addExportPage() {

@@ -13,11 +13,11 @@ class QPushButton;
 class QTabWidget;
 class QVBoxLayout;
 
-// The trimmer's side panel: the look of the export (background, screen, camera, cursor) and
-// the export itself (aspect ratio, vertical stack, codec, quality, the export button with its
-// progress in place, then the way to the file). It edits the session's own styling fields and
-// nothing else; each change goes through the window, which makes it undoable, saves it and
-// redraws the preview.
+// The trimmer's side panel: the look of the export (background, screen, camera, cursor), the
+// selected zoom segment and the automatic zooms, and the export itself (aspect ratio, vertical
+// stack, codec, quality, the export button with its progress in place, then the way to the file).
+// It edits the session's own styling fields and nothing else; each change goes through the window,
+// which makes it undoable, saves it and redraws the preview.
 //
 // Main thread.
 class TrimmerInspector final : public QWidget {
@@ -28,8 +28,11 @@ public:
     using EditRecorder =
         std::function<void(const QString& text, int mergeId, const std::function<void()>& edit)>;
 
+    // Puts a changed zoom segment back through the zoom track's editing rules.
+    using ZoomUpdater = std::function<void(const ZoomSegment& segment)>;
+
     TrimmerInspector(VideoTrimmerViewModel& session, bool hasCamera, EditRecorder record,
-                     QWidget* parent = nullptr);
+                     ZoomUpdater updateZoom, QWidget* parent = nullptr);
 
     // Shows the session's values again, after an undo, a redo or a restore.
     void refresh();
@@ -40,6 +43,8 @@ public:
     // With parts marked for removal the export joins the rest, and a joined export keeps the
     // recording's shape and has no camera: the Export tab says so.
     void setHasRemovedParts(bool removed);
+    // The zoom segment selected on the timeline, which the Zoom tab edits.
+    void setSelectedZoom(std::optional<QUuid> id);
 
     QTabWidget& tabs() { return *m_tabs; }
     QPushButton& exportButton() { return *m_exportButton; }
@@ -55,6 +60,11 @@ private:
     void addScreenPage();
     void addCameraPage();
     void addCursorPage();
+    void addZoomPage();
+    // The selected zoom segment as the session has it, if it still exists.
+    std::optional<ZoomSegment> selectedZoom() const;
+    void editSelectedZoom(const QString& text, int control,
+                          const std::function<void(ZoomSegment&)>& change);
     void addExportPage();
 
     // A named slider over [minimum, maximum] in steps of `step`, showing its value by `format`.
@@ -74,6 +84,10 @@ private:
     VideoTrimmerViewModel& m_session;
     bool m_hasCamera = false;
     EditRecorder m_record;
+    ZoomUpdater m_updateZoom;
+    std::optional<QUuid> m_selectedZoom;
+    QWidget* m_zoomControls = nullptr;
+    QLabel* m_zoomHint = nullptr;
     QTabWidget* m_tabs = nullptr;
     QPushButton* m_exportButton = nullptr;
     QPushButton* m_cancelButton = nullptr;

@@ -36,6 +36,7 @@ QTabBar::tab:hover { color: #ecedf0; }
 QTabBar::tab:selected { color: #ecedf0; border-bottom: 2px solid #5b8cff; }
 QLabel[heading="true"] { color: #9a9ca5; font-size: 11px; font-weight: 600; }
 QCheckBox { color: #ecedf0; spacing: 8px; }
+QCheckBox:disabled, QLabel:disabled { color: #5d5f66; }
 QCheckBox::indicator {
   width: 14px; height: 14px; border: 1px solid #34353c; border-radius: 4px; background: #26272d;
 }

@@ -143,6 +143,11 @@ void TrimmerWindow::buildInterface() {
         [this](const QString& text, int mergeId, const std::function<void()>& edit) {
             recordLookEdit(text, mergeId, edit);
         },
+        [this](const ZoomSegment& segment) {
+            ZoomSegmentEditor& editor = zoomEditor();
+            editor.updateZoomSegment(segment);
+            m_session->zoomSegments = editor.zoomSegments();
+        },
         this);
     root->addWidget(m_inspector);
 
@@ -230,8 +235,10 @@ void TrimmerWindow::buildInterface() {
     });
     connect(m_timeline, &TimelineStrip::segmentSelected, this,
             [this] { m_zoomSelectedLast = false; });
-    connect(m_timeline, &TimelineStrip::zoomSegmentSelected, this,
-            [this] { m_zoomSelectedLast = true; });
+    connect(m_timeline, &TimelineStrip::zoomSegmentSelected, this, [this](const QUuid& id) {
+        m_zoomSelectedLast = true;
+        m_inspector->setSelectedZoom(id);
+    });
     connect(m_timeline, &TimelineStrip::zoomDragStarted, this,
             [this] { m_zoomBeforeDrag = m_session->zoomSegments; });
     connect(m_timeline, &TimelineStrip::zoomDragged, this,
@@ -372,7 +379,7 @@ void TrimmerWindow::recordLookEdit(const QString& text, int mergeId,
     SessionEditCommand::Snapshot before = SessionEditCommand::take(*m_session);
     edit();
     SessionEditCommand::Snapshot after = SessionEditCommand::take(*m_session);
-    if (after.look == before.look)
+    if (after.look == before.look && after.zoomSegments == before.zoomSegments)
         return;
     m_undoStack->push(new SessionEditCommand(
         text, *m_session, std::move(before), std::move(after), [this] { editsChanged(); },
@@ -382,7 +389,7 @@ void TrimmerWindow::recordLookEdit(const QString& text, int mergeId,
 
 void TrimmerWindow::editsChanged() {
     refreshSegments();
-    m_inspector->refresh();
+    m_inspector->setSelectedZoom(m_timeline->selectedZoomSegment());
     // The zoom segments are part of the styled frame.
     pushStyleToPreview();
     TrimmerAutosave::save(*m_session, m_player->position());

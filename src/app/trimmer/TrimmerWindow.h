@@ -67,7 +67,8 @@ private:
     void loadWaveformInBackground();
     // Runs `edit` on the session and, when it changed something, records it for undo.
     bool recordEdit(const QString& text, const std::function<bool()>& edit);
-    // Runs a change of the export's look and records it when it changed something.
+    // Runs a change from the inspector (the export's look, the selected zoom) and records it
+    // when it changed something.
     void recordLookEdit(const QString& text, int mergeId, const std::function<void()>& edit);
     // The zoom rules work on a document: it is given the session's segments before each edit.
     ZoomSegmentEditor& zoomEditor();

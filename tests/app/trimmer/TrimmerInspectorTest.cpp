@@ -1,6 +1,8 @@
 #include "app/trimmer/TrimmerInspector.h"
-#include "app/trimmer/CameraPositionPad.h"
+#include "app/trimmer/PlacementPad.h"
 #include "app/trimmer/PreviewWidget.h"
+#include "app/trimmer/TimelineStrip.h"
+#include "app/trimmer/TrimmerPlayer.h"
 #include "app/trimmer/TrimmerWindow.h"
 #include "media/VideoFrameGrabber.h"
 
@@ -10,6 +12,7 @@
 
 #include <QAbstractButton>
 #include <QApplication>
+#include <QCheckBox>
 #include <QDir>
 #include <QFileInfo>
 #include <QLabel>
@@ -231,6 +234,70 @@ TEST_F(TrimmerInspectorTest, cancelLeavesNoFileAndOffersTheExportAgain) {
                     .contains(QStringLiteral("cancelled")));
 }
 
+// A zoom picked on the timeline shows on the Zoom tab, whose level and focus change that
+// segment, one undo step each.
+TEST_F(TrimmerInspectorTest, zoomTabEditsTheSelectedZoom) {
+    REQUIRE_TOOL("ffmpeg");
+    auto window = openWindow(makeMovie(QStringLiteral("Zooms.mp4"), 4));
+    ASSERT_TRUE(window);
+    VideoTrimmerViewModel& session = window->session();
+    TrimmerInspector& inspector = window->inspector();
+    QTabWidget& tabs = inspector.tabs();
+    for (int i = 0; i < tabs.count(); ++i)
+        if (tabs.tabText(i) == QStringLiteral("Zoom"))
+            tabs.setCurrentIndex(i);
+    auto& level = child<QSlider>(inspector, QStringLiteral("zoomLevel"));
+    EXPECT_FALSE(level.isVisibleTo(&inspector)) << "zoom controls with no zoom selected";
+
+    window->player().seek(0.3);
+    ASSERT_TRUE(window->addZoomAtPlayhead());
+    ASSERT_EQ(session.zoomSegments.size(), 1u);
+    const ZoomSegment added = session.zoomSegments.front();
+    TimelineStrip& timeline = window->timeline();
+    const QPointF bar(timeline.xForTime((added.startTime + added.endTime) / 2),
+                      timeline.zoomTrackRect().center().y());
+    for (const auto type : {QEvent::MouseButtonPress, QEvent::MouseButtonRelease}) {
+        QMouseEvent event(type, bar, timeline.mapToGlobal(bar), Qt::LeftButton,
+                          type == QEvent::MouseButtonPress ? Qt::LeftButton : Qt::NoButton,
+                          Qt::NoModifier);
+        QApplication::sendEvent(&timeline, &event);
+    }
+    ASSERT_TRUE(level.isVisibleTo(&inspector));
+    EXPECT_EQ(level.value(), int(std::lround(added.zoomLevel * 100)));
+
+    const int steps = window->undoStack().count();
+    emit level.sliderPressed();
+    level.setValue(240);
+    level.setValue(260);
+    EXPECT_DOUBLE_EQ(session.zoomSegments.front().zoomLevel, 2.6);
+    EXPECT_EQ(session.zoomSegments.front().id, added.id);
+    EXPECT_EQ(window->undoStack().count(), steps + 1);
+
+    // A zoom that follows the cursor has no focus to place; held still, it has.
+    auto& follow = child<QCheckBox>(inspector, QStringLiteral("zoomFollowsCursor"));
+    auto& focus = child<PlacementPad>(inspector, QStringLiteral("zoomFocus"));
+    follow.setChecked(true);
+    EXPECT_TRUE(session.zoomSegments.front().followCursor);
+    EXPECT_FALSE(focus.isEnabled());
+    follow.setChecked(false);
+    EXPECT_FALSE(session.zoomSegments.front().followCursor);
+    ASSERT_TRUE(focus.isEnabled());
+    const QRectF canvas = focus.canvasRect();
+    const QPointF point = canvas.topLeft() + QPointF(canvas.width() * 0.3, canvas.height() * 0.7);
+    QMouseEvent press(QEvent::MouseButtonPress, point, focus.mapToGlobal(point), Qt::LeftButton,
+                      Qt::LeftButton, Qt::NoModifier);
+    QApplication::sendEvent(&focus, &press);
+    ASSERT_TRUE(session.zoomSegments.front().focusPoint.has_value());
+    EXPECT_NEAR(session.zoomSegments.front().focusPoint->x, 0.3, 0.02);
+    EXPECT_NEAR(session.zoomSegments.front().focusPoint->y, 0.7, 0.02);
+
+    EXPECT_TRUE(saveWidgetScreenshot(*window, QStringLiteral("trimmer-inspector-zoom.png")));
+    while (window->undoStack().index() > steps)
+        window->undoStack().undo();
+    EXPECT_EQ(session.zoomSegments.front(), added);
+    EXPECT_EQ(level.value(), int(std::lround(added.zoomLevel * 100)));
+}
+
 // A package with a camera gets the Camera tab; dragging on its little canvas places the
 // camera. Screenshots of the whole window at this state are kept for a person to look at.
 TEST_F(TrimmerInspectorTest, placesTheCameraAndShowsTheWindow) {
@@ -246,11 +313,11 @@ TEST_F(TrimmerInspectorTest, placesTheCameraAndShowsTheWindow) {
     QStringList titles;
     for (int i = 0; i < tabs.count(); ++i)
         titles << tabs.tabText(i);
-    EXPECT_EQ(titles.join(QLatin1Char(',')),
-              QStringLiteral("Background,Screen,Camera,Cursor,Export"));
+    EXPECT_EQ(titles.join(QLatin1Char(',')).toStdString(),
+              "Background,Screen,Camera,Cursor,Zoom,Export");
 
     tabs.setCurrentIndex(2);
-    auto& pad = child<CameraPositionPad>(window->inspector(), QStringLiteral("cameraPosition"));
+    auto& pad = child<PlacementPad>(window->inspector(), QStringLiteral("cameraPosition"));
     const QRectF canvas = pad.canvasRect();
     const QPointF upperLeft =
         canvas.topLeft() + QPointF(canvas.width() * 0.2, canvas.height() * 0.25);

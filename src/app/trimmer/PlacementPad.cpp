@@ -1,4 +1,4 @@
-#include "app/trimmer/CameraPositionPad.h"
+#include "app/trimmer/PlacementPad.h"
 
 #include "app/trimmer/TrimmerStyle.h"
 
@@ -8,20 +8,25 @@
 
 #include <algorithm>
 
-CameraPositionPad::CameraPositionPad(QWidget* parent) : QWidget(parent) {
+PlacementPad::PlacementPad(QWidget* parent) : QWidget(parent) {
     setMinimumHeight(sizeHint().height());
     setCursor(Qt::OpenHandCursor);
-    setToolTip(tr("Drag the camera to place it"));
+    setToolTip(tr("Drag to place it"));
 }
 
-void CameraPositionPad::setPlacement(const CameraExportSettings& placement) {
+void PlacementPad::setPlacement(const CameraExportSettings& placement) {
     if (m_placement == placement)
         return;
     m_placement = placement;
     update();
 }
 
-QRectF CameraPositionPad::canvasRect() const {
+void PlacementPad::setMarkerAspect(double widthOverHeight) {
+    m_markerAspect = widthOverHeight > 0 ? widthOverHeight : 1.0;
+    update();
+}
+
+QRectF PlacementPad::canvasRect() const {
     // A 16:9 output centred in the pad.
     const QRectF area = QRectF(rect()).adjusted(1, 1, -1, -1);
     QSizeF size(area.width(), area.width() * 9.0 / 16.0);
@@ -30,13 +35,13 @@ QRectF CameraPositionPad::canvasRect() const {
     return QRectF(area.center() - QPointF(size.width(), size.height()) / 2.0, size);
 }
 
-Point CameraPositionPad::normalizedAt(QPointF point) const {
+Point PlacementPad::normalizedAt(QPointF point) const {
     const QRectF canvas = canvasRect();
     return {std::clamp((point.x() - canvas.left()) / canvas.width(), 0.0, 1.0),
             std::clamp((point.y() - canvas.top()) / canvas.height(), 0.0, 1.0)};
 }
 
-void CameraPositionPad::paintEvent(QPaintEvent*) {
+void PlacementPad::paintEvent(QPaintEvent*) {
     QPainter painter(this);
     painter.setRenderHint(QPainter::Antialiasing);
     const QRectF canvas = canvasRect();
@@ -53,7 +58,8 @@ void CameraPositionPad::paintEvent(QPaintEvent*) {
     const double side = std::max(8.0, canvas.width() * m_placement.widthFraction);
     const QPointF centre(canvas.left() + m_placement.centerNormalized.x * canvas.width(),
                          canvas.top() + m_placement.centerNormalized.y * canvas.height());
-    const QRectF camera(centre - QPointF(side, side) / 2.0, QSizeF(side, side));
+    const QSizeF size(side, side / m_markerAspect);
+    const QRectF camera(centre - QPointF(size.width(), size.height()) / 2.0, size);
     QPainterPath shape;
     switch (m_placement.shape) {
     case CameraShape::circle:
@@ -69,19 +75,19 @@ void CameraPositionPad::paintEvent(QPaintEvent*) {
         shape.addRect(camera);
         break;
     }
-    painter.setBrush(trimmer::accent);
+    painter.setBrush(isEnabled() ? trimmer::accent : trimmer::secondaryText);
     painter.setPen(QPen(trimmer::text, 1.5));
     painter.drawPath(shape);
 }
 
-void CameraPositionPad::mousePressEvent(QMouseEvent* event) {
+void PlacementPad::mousePressEvent(QMouseEvent* event) {
     if (event->button() != Qt::LeftButton)
         return;
     emit dragStarted();
     emit moved(normalizedAt(event->position()));
 }
 
-void CameraPositionPad::mouseMoveEvent(QMouseEvent* event) {
+void PlacementPad::mouseMoveEvent(QMouseEvent* event) {
     if (event->buttons() & Qt::LeftButton)
         emit moved(normalizedAt(event->position()));
 }
