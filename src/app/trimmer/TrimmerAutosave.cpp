@@ -100,6 +100,9 @@ void restoreLook(const QJsonObject& look, VideoTrimmerViewModel& session) {
                                            : VideoCodecSettings::Codec::h264;
     if (look.value(QStringLiteral("quality")).isDouble())
         session.encoding.tuning.constantRateFactor = look.value(QStringLiteral("quality")).toInt();
+    // An encoding chosen in the panel is honoured even where packets could have been copied.
+    if (codec == QLatin1String("hevc") || look.contains(QStringLiteral("quality")))
+        session.allowPassthrough = false;
     if (look.contains(QStringLiteral("cursor"))) {
         try {
             session.cursorOverlaySettings =

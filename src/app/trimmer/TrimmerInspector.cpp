@@ -288,9 +288,12 @@ void TrimmerInspector::addBackgroundPage() {
     connect(custom, &QPushButton::clicked, this, [this, chooseColor] {
         const BackgroundSettings& background = m_session.backgroundSettings;
         const QColor start = background.color ? qColor(*background.color) : QColor(Qt::white);
-        const QColor picked = QColorDialog::getColor(start, this, tr("Background colour"));
-        if (picked.isValid())
-            chooseColor(picked);
+        // Window-modal and without a nested event loop: the player goes on drawing behind it.
+        auto* dialog = new QColorDialog(start, this);
+        dialog->setWindowTitle(tr("Background colour"));
+        dialog->setAttribute(Qt::WA_DeleteOnClose);
+        connect(dialog, &QColorDialog::colorSelected, this, chooseColor);
+        dialog->open();
     });
     layout->addLayout(colors);
     layout->addStretch(1);
@@ -590,9 +593,11 @@ void TrimmerInspector::addExportPage() {
     addChoices(
         layout, QString(), QStringLiteral("codec"), {tr("H.264"), tr("H.265")},
         [&encoding] { return encoding.video.codec == VideoCodecSettings::Codec::hevc ? 1 : 0; },
-        [&encoding](int index) {
+        [this, &encoding](int index) {
             encoding.video.codec =
                 index == 1 ? VideoCodecSettings::Codec::hevc : VideoCodecSettings::Codec::h264;
+            // A chosen encoding is honoured even where packets could have been copied.
+            m_session.allowPassthrough = false;
         });
     addHeading(layout, tr("Quality"));
     addChoices(
@@ -602,8 +607,9 @@ void TrimmerInspector::addExportPage() {
             const int factor = encoding.tuning.constantRateFactor.value_or(qualityFactors[1]);
             return factor <= qualityFactors[0] ? 0 : factor >= qualityFactors[2] ? 2 : 1;
         },
-        [&encoding](int index) {
+        [this, &encoding](int index) {
             encoding.tuning.constantRateFactor = qualityFactors[size_t(index)];
+            m_session.allowPassthrough = false;
         });
 
     m_mergeNote = new QLabel(tr("Parts are removed: the export joins the others in the "
