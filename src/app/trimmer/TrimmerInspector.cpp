@@ -381,7 +381,7 @@ void TrimmerInspector::addCursorPage() {
         layout, tr("Follow speed"), QStringLiteral("cursorSpeed"), speeds,
         [&cursor] { return int(cursor.animationSpeed); },
         [&cursor](int index) { cursor.animationSpeed = allCursorAnimationSpeeds[size_t(index)]; });
-    addHeading(layout, tr("Motion blur"));
+    addHeading(layout, tr("Movement"));
     addCheck(
         layout, tr("Motion blur"), QStringLiteral("motionBlur"),
         [&cursor] { return cursor.motionBlurEnabled; },

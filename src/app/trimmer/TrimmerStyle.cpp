@@ -29,7 +29,7 @@ QWidget#inspectorPage, QScrollArea, QScrollArea > QWidget > QWidget { background
 QTabWidget::pane { border: none; border-top: 1px solid #34353c; }
 QTabBar { qproperty-drawBase: 0; }
 QTabBar::tab {
-  background: transparent; color: #9a9ca5; border: none; padding: 10px 6px 8px 6px;
+  background: transparent; color: #9a9ca5; border: none; padding: 10px 4px 8px 4px;
   font-size: 12px; border-bottom: 2px solid transparent;
 }
 QTabBar::tab:hover { color: #ecedf0; }
