@@ -65,8 +65,8 @@ constexpr std::array qualityFactors{18, 23, 28};
 
 TrimmerInspector::TrimmerInspector(VideoTrimmerViewModel& session, bool hasCamera,
                                    EditRecorder record, ZoomUpdater updateZoom, QWidget* parent)
-    : QWidget(parent), m_session(session), m_hasCamera(hasCamera), m_record(std::move(record)),
-      m_updateZoom(std::move(updateZoom)) {
+    : QWidget(parent), m_session(session), m_hasCamera(hasCamera),
+      m_controls(new BoundControls(this, std::move(record))), m_updateZoom(std::move(updateZoom)) {
     setObjectName(QStringLiteral("inspector"));
     setAttribute(Qt::WA_StyledBackground);
     setFixedWidth(panelWidth);
@@ -103,128 +103,23 @@ QWidget* TrimmerInspector::addPage(const QString& title, QVBoxLayout*& layout) {
     return page;
 }
 
-void TrimmerInspector::edit(const QString& text, int control, const std::function<void()>& change) {
-    m_record(text, control * 4096 + m_gesture % 4096, change);
-    // One choice can change what others show (a preset unchecks the colours).
-    refresh();
-}
-
 void TrimmerInspector::refresh() {
-    for (const auto& refresher : m_refreshers)
-        refresher();
-}
-
-void TrimmerInspector::addHeading(QVBoxLayout* layout, const QString& text) {
-    auto* heading = new QLabel(text, this);
-    heading->setProperty("heading", true);
-    layout->addSpacing(trimmer::grid / 2);
-    layout->addWidget(heading);
-}
-
-void TrimmerInspector::addSlider(QVBoxLayout* layout, const QString& name,
-                                 const QString& objectName, double minimum, double maximum,
-                                 double step, std::function<double()> get,
-                                 std::function<void(double)> set,
-                                 std::function<QString(double)> format) {
-    const int control = nextControl();
-    auto* row = new QHBoxLayout();
-    auto* label = new QLabel(name, this);
-    auto* value = new QLabel(this);
-    value->setProperty("secondary", true);
-    row->addWidget(label);
-    row->addStretch(1);
-    row->addWidget(value);
-    layout->addLayout(row);
-    auto* slider = new QSlider(Qt::Horizontal, this);
-    slider->setObjectName(objectName);
-    slider->setAccessibleName(name);
-    slider->setRange(0, int(std::lround((maximum - minimum) / step)));
-    slider->setFocusPolicy(Qt::NoFocus);
-    layout->addWidget(slider);
-    connect(slider, &QSlider::sliderPressed, this, [this] { ++m_gesture; });
-    connect(slider, &QSlider::valueChanged, this,
-            [this, control, name, minimum, step, set](int position) {
-                const double chosen = minimum + position * step;
-                edit(tr("Change %1").arg(name.toLower()), control, [set, chosen] { set(chosen); });
-            });
-    m_refreshers.push_back([slider, value, minimum, step, get, format] {
-        const QSignalBlocker block(slider);
-        const double current = get();
-        slider->setValue(int(std::lround((current - minimum) / step)));
-        value->setText(format(current));
-    });
-}
-
-void TrimmerInspector::addCheck(QVBoxLayout* layout, const QString& name, const QString& objectName,
-                                std::function<bool()> get, std::function<void(bool)> set) {
-    const int control = nextControl();
-    auto* check = new QCheckBox(name, this);
-    check->setObjectName(objectName);
-    check->setFocusPolicy(Qt::NoFocus);
-    layout->addWidget(check);
-    connect(check, &QCheckBox::toggled, this, [this, control, name, set](bool on) {
-        ++m_gesture;
-        edit(on ? tr("Turn on %1").arg(name.toLower()) : tr("Turn off %1").arg(name.toLower()),
-             control, [set, on] { set(on); });
-    });
-    m_refreshers.push_back([check, get] {
-        const QSignalBlocker block(check);
-        check->setChecked(get());
-    });
-}
-
-void TrimmerInspector::addChoices(QVBoxLayout* layout, const QString& name,
-                                  const QString& objectName, const QStringList& choices,
-                                  std::function<int()> get, std::function<void(int)> set) {
-    const int control = nextControl();
-    if (!name.isEmpty())
-        layout->addWidget(new QLabel(name, this));
-    auto* row = new QHBoxLayout();
-    row->setSpacing(0);
-    auto* group = new QButtonGroup(this);
-    group->setExclusive(true);
-    for (int i = 0; i < choices.size(); ++i) {
-        auto* button = new QPushButton(choices[i], this);
-        button->setObjectName(QStringLiteral("segment"));
-        button->setProperty("position", i == 0                         ? "first"
-                                        : i == int(choices.size()) - 1 ? "last"
-                                                                       : "middle");
-        button->setCheckable(true);
-        button->setFocusPolicy(Qt::NoFocus);
-        button->setCursor(Qt::PointingHandCursor);
-        button->setAccessibleName(objectName + QLatin1Char(':') + choices[i]);
-        group->addButton(button, i);
-        row->addWidget(button, 1);
-    }
-    group->setObjectName(objectName);
-    layout->addLayout(row);
-    connect(group, &QButtonGroup::idClicked, this, [this, control, name, set](int index) {
-        ++m_gesture;
-        edit(tr("Change %1").arg(name.isEmpty() ? tr("setting") : name.toLower()), control,
-             [set, index] { set(index); });
-    });
-    m_refreshers.push_back([group, get] {
-        const int chosen = get();
-        for (QAbstractButton* button : group->buttons()) {
-            const QSignalBlocker block(button);
-            button->setChecked(group->id(button) == chosen);
-        }
-    });
+    m_controls->refresh();
 }
 
 void TrimmerInspector::addBackgroundPage() {
     QVBoxLayout* layout = nullptr;
     addPage(tr("Background"), layout);
     VideoTrimmerViewModel& s = m_session;
-    addCheck(
+    m_controls->check(
         layout, tr("Show background"), QStringLiteral("backgroundEnabled"),
         [&s] { return s.backgroundEnabled; }, [&s](bool on) { s.backgroundEnabled = on; });
 
-    addHeading(layout, tr("Gradients"));
+    m_controls->heading(layout, tr("Gradients"));
     auto* gradients = new QGridLayout();
     gradients->setSpacing(trimmer::grid / 2);
     int index = 0;
-    const int gradientControl = nextControl();
+    const int gradientControl = m_controls->newControl();
     for (const GradientPreset preset : allGradientPresets) {
         if (preset == GradientPreset::custom)
             continue;
@@ -237,15 +132,15 @@ void TrimmerInspector::addBackgroundPage() {
         gradients->addWidget(swatch, index / 6, index % 6);
         ++index;
         connect(swatch, &QAbstractButton::clicked, this, [this, gradientControl, preset] {
-            ++m_gesture;
-            edit(tr("Choose the %1 background").arg(displayName(preset)), gradientControl,
-                 [this, preset] {
-                     m_session.backgroundSettings.type = StudioBackgroundType::gradient;
-                     m_session.backgroundSettings.gradient = gradientSettings(preset);
-                     m_session.backgroundEnabled = true;
-                 });
+            m_controls->beginGesture();
+            m_controls->edit(tr("Choose the %1 background").arg(displayName(preset)),
+                             gradientControl, [this, preset] {
+                                 m_session.backgroundSettings.type = StudioBackgroundType::gradient;
+                                 m_session.backgroundSettings.gradient = gradientSettings(preset);
+                                 m_session.backgroundEnabled = true;
+                             });
         });
-        m_refreshers.push_back([this, swatch, preset] {
+        m_controls->onRefresh([this, swatch, preset] {
             const BackgroundSettings& background = m_session.backgroundSettings;
             swatch->setChecked(background.type == StudioBackgroundType::gradient &&
                                background.gradient && background.gradient->preset == preset);
@@ -253,13 +148,13 @@ void TrimmerInspector::addBackgroundPage() {
     }
     layout->addLayout(gradients);
 
-    addHeading(layout, tr("Colours"));
+    m_controls->heading(layout, tr("Colours"));
     auto* colors = new QGridLayout();
     colors->setSpacing(trimmer::grid / 2);
-    const int colorControl = nextControl();
+    const int colorControl = m_controls->newControl();
     const auto chooseColor = [this, colorControl](const QColor& color) {
-        ++m_gesture;
-        edit(tr("Choose a background colour"), colorControl, [this, color] {
+        m_controls->beginGesture();
+        m_controls->edit(tr("Choose a background colour"), colorControl, [this, color] {
             m_session.backgroundSettings.type = StudioBackgroundType::solidColor;
             m_session.backgroundSettings.color = codableColor(color);
             m_session.backgroundEnabled = true;
@@ -274,7 +169,7 @@ void TrimmerInspector::addBackgroundPage() {
         ++index;
         connect(swatch, &QAbstractButton::clicked, this,
                 [chooseColor, color] { chooseColor(color); });
-        m_refreshers.push_back([this, swatch, color] {
+        m_controls->onRefresh([this, swatch, color] {
             const BackgroundSettings& background = m_session.backgroundSettings;
             swatch->setChecked(background.type == StudioBackgroundType::solidColor &&
                                background.color && qColor(*background.color).rgb() == color.rgb());
@@ -303,20 +198,20 @@ void TrimmerInspector::addScreenPage() {
     QVBoxLayout* layout = nullptr;
     addPage(tr("Screen"), layout);
     VideoTrimmerViewModel::ExportStyle& style = m_session.exportStyle;
-    addSlider(
+    m_controls->slider(
         layout, tr("Padding"), QStringLiteral("padding"), 0, 400, 2,
         [&style] { return style.videoPadding; }, [&style](double v) { style.videoPadding = v; },
         pixels);
-    addSlider(
+    m_controls->slider(
         layout, tr("Corner radius"), QStringLiteral("cornerRadius"), 0, 120, 1,
         [&style] { return style.videoCornerRadius; },
         [&style](double v) { style.videoCornerRadius = v; }, pixels);
-    addHeading(layout, tr("Shadow"));
-    addSlider(
+    m_controls->heading(layout, tr("Shadow"));
+    m_controls->slider(
         layout, tr("Shadow strength"), QStringLiteral("screenShadowOpacity"), 0, 1, 0.01,
         [&style] { return style.screenShadowOpacity; },
         [&style](double v) { style.screenShadowOpacity = v; }, percent);
-    addSlider(
+    m_controls->slider(
         layout, tr("Shadow softness"), QStringLiteral("screenShadowRadius"), 0, 100, 1,
         [&style] { return style.screenShadowRadius; },
         [&style](double v) { style.screenShadowRadius = v; }, pixels);
@@ -330,30 +225,30 @@ void TrimmerInspector::addCameraPage() {
     QStringList shapes;
     for (const CameraShape shape : allCameraShapes)
         shapes << displayName(shape);
-    addChoices(
+    m_controls->choices(
         layout, tr("Shape"), QStringLiteral("cameraShape"), shapes,
         [&style] { return int(style.cameraSettings.shape); },
         [&style](int index) { style.cameraSettings.shape = allCameraShapes[size_t(index)]; });
-    addSlider(
+    m_controls->slider(
         layout, tr("Size"), QStringLiteral("cameraSize"), 0.1, 0.5, 0.01,
         [&style] { return style.cameraSettings.widthFraction; },
         [&style](double v) { style.cameraSettings.widthFraction = v; }, percent);
-    addHeading(layout, tr("Position"));
+    m_controls->heading(layout, tr("Position"));
     auto* pad = new PlacementPad(this);
     pad->setObjectName(QStringLiteral("cameraPosition"));
     layout->addWidget(pad);
-    const int padControl = nextControl();
-    connect(pad, &PlacementPad::dragStarted, this, [this] { ++m_gesture; });
+    const int padControl = m_controls->newControl();
+    connect(pad, &PlacementPad::dragStarted, this, [this] { m_controls->beginGesture(); });
     connect(pad, &PlacementPad::moved, this, [this, padControl, &style](Point center) {
-        edit(tr("Move the camera"), padControl,
-             [&style, center] { style.cameraSettings.centerNormalized = center; });
+        m_controls->edit(tr("Move the camera"), padControl,
+                         [&style, center] { style.cameraSettings.centerNormalized = center; });
     });
-    m_refreshers.push_back([pad, &style] { pad->setPlacement(style.cameraSettings); });
-    addSlider(
+    m_controls->onRefresh([pad, &style] { pad->setPlacement(style.cameraSettings); });
+    m_controls->slider(
         layout, tr("Size while zoomed"), QStringLiteral("cameraShrink"), 0.3, 1.0, 0.01,
         [&style] { return style.cameraSettings.shrinkFactor; },
         [&style](double v) { style.cameraSettings.shrinkFactor = v; }, percent);
-    addSlider(
+    m_controls->slider(
         layout, tr("Shadow strength"), QStringLiteral("cameraShadowOpacity"), 0, 1, 0.01,
         [&style] { return style.cameraShadowOpacity; },
         [&style](double v) { style.cameraShadowOpacity = v; }, percent);
@@ -364,38 +259,38 @@ void TrimmerInspector::addCursorPage() {
     QVBoxLayout* layout = nullptr;
     addPage(tr("Cursor"), layout);
     CursorOverlaySettings& cursor = m_session.cursorOverlaySettings;
-    addCheck(
+    m_controls->check(
         layout, tr("Show cursor"), QStringLiteral("cursorEnabled"),
         [&cursor] { return cursor.enabled; }, [&cursor](bool on) { cursor.enabled = on; });
-    addSlider(
+    m_controls->slider(
         layout, tr("Size"), QStringLiteral("cursorScale"), 0.5, 4.0, 0.05,
         [&cursor] { return cursor.scale; }, [&cursor](double v) { cursor.scale = v; }, times);
-    addSlider(
+    m_controls->slider(
         layout, tr("Smoothing"), QStringLiteral("cursorSmoothing"), 0, 1, 0.01,
         [&cursor] { return cursor.smoothing; }, [&cursor](double v) { cursor.smoothing = v; },
         percent);
     QStringList speeds;
     for (const CursorAnimationSpeed speed : allCursorAnimationSpeeds)
         speeds << QString::fromUtf8(rawValue(speed).data(), qsizetype(rawValue(speed).size()));
-    addChoices(
+    m_controls->choices(
         layout, tr("Follow speed"), QStringLiteral("cursorSpeed"), speeds,
         [&cursor] { return int(cursor.animationSpeed); },
         [&cursor](int index) { cursor.animationSpeed = allCursorAnimationSpeeds[size_t(index)]; });
-    addHeading(layout, tr("Movement"));
-    addCheck(
+    m_controls->heading(layout, tr("Movement"));
+    m_controls->check(
         layout, tr("Motion blur"), QStringLiteral("motionBlur"),
         [&cursor] { return cursor.motionBlurEnabled; },
         [&cursor](bool on) { cursor.motionBlurEnabled = on; });
-    addSlider(
+    m_controls->slider(
         layout, tr("Blur amount"), QStringLiteral("motionBlurIntensity"), 0, 1, 0.01,
         [&cursor] { return cursor.motionBlurIntensity; },
         [&cursor](double v) { cursor.motionBlurIntensity = v; }, percent);
-    addHeading(layout, tr("Click"));
-    addSlider(
+    m_controls->heading(layout, tr("Click"));
+    m_controls->slider(
         layout, tr("Click size"), QStringLiteral("clickScale"), 1.0, 2.0, 0.05,
         [&cursor] { return cursor.clickScale; }, [&cursor](double v) { cursor.clickScale = v; },
         times);
-    addSlider(
+    m_controls->slider(
         layout, tr("Click length"), QStringLiteral("clickDuration"), 0.05, 0.6, 0.01,
         [&cursor] { return cursor.clickDuration; },
         [&cursor](double v) { cursor.clickDuration = v; },
@@ -422,7 +317,7 @@ void TrimmerInspector::editSelectedZoom(const QString& text, int control,
     std::optional<ZoomSegment> segment = selectedZoom();
     if (!segment)
         return;
-    edit(text, control, [this, &change, &segment] {
+    m_controls->edit(text, control, [this, &change, &segment] {
         change(*segment);
         // An automatic segment that was edited is the person's own from now on.
         segment->mode = ZoomSegmentMode::manual;
@@ -439,7 +334,7 @@ void TrimmerInspector::addZoomPage() {
     };
     // Off takes the automatic zooms away; on brings back those of the analysis that do not
     // overlap a zoom made since.
-    addCheck(
+    m_controls->check(
         layout, tr("Automatic zooms"), QStringLiteral("automaticZoom"),
         [&s, automatic] {
             return std::any_of(s.zoomSegments.begin(), s.zoomSegments.end(), automatic);
@@ -465,13 +360,13 @@ void TrimmerInspector::addZoomPage() {
                       });
         });
     QCheckBox* automaticCheck = findChild<QCheckBox*>(QStringLiteral("automaticZoom"));
-    m_refreshers.push_back([this, automaticCheck, automatic] {
+    m_controls->onRefresh([this, automaticCheck, automatic] {
         const auto& found = m_session.metadata();
         automaticCheck->setEnabled(found && std::any_of(found->zoomSegments.begin(),
                                                         found->zoomSegments.end(), automatic));
     });
 
-    addHeading(layout, tr("Selected zoom"));
+    m_controls->heading(layout, tr("Selected zoom"));
     m_zoomHint = new QLabel(
         tr("Select a zoom on the timeline, or press Z to add one at the playhead."), this);
     m_zoomHint->setProperty("secondary", true);
@@ -484,7 +379,7 @@ void TrimmerInspector::addZoomPage() {
     layout->addWidget(m_zoomControls);
 
     const auto current = [this] { return selectedZoom().value_or(ZoomSegment{}); };
-    const int levelControl = nextControl();
+    const int levelControl = m_controls->newControl();
     auto* levelRow = new QHBoxLayout();
     levelRow->addWidget(new QLabel(tr("Level"), m_zoomControls));
     levelRow->addStretch(1);
@@ -497,7 +392,7 @@ void TrimmerInspector::addZoomPage() {
     level->setRange(100, 300);
     level->setFocusPolicy(Qt::NoFocus);
     controls->addWidget(level);
-    connect(level, &QSlider::sliderPressed, this, [this] { ++m_gesture; });
+    connect(level, &QSlider::sliderPressed, this, [this] { m_controls->beginGesture(); });
     connect(level, &QSlider::valueChanged, this, [this, levelControl](int value) {
         editSelectedZoom(tr("Change zoom level"), levelControl,
                          [value](ZoomSegment& segment) { segment.zoomLevel = value / 100.0; });
@@ -507,9 +402,9 @@ void TrimmerInspector::addZoomPage() {
     follow->setObjectName(QStringLiteral("zoomFollowsCursor"));
     follow->setFocusPolicy(Qt::NoFocus);
     controls->addWidget(follow);
-    const int followControl = nextControl();
+    const int followControl = m_controls->newControl();
     connect(follow, &QCheckBox::toggled, this, [this, followControl](bool on) {
-        ++m_gesture;
+        m_controls->beginGesture();
         editSelectedZoom(on ? tr("Follow the cursor") : tr("Hold the zoom still"), followControl,
                          [on](ZoomSegment& segment) { segment.followCursor = on; });
     });
@@ -520,15 +415,15 @@ void TrimmerInspector::addZoomPage() {
     focus->setObjectName(QStringLiteral("zoomFocus"));
     focus->setMarkerAspect(16.0 / 9.0);
     controls->addWidget(focus);
-    const int focusControl = nextControl();
-    connect(focus, &PlacementPad::dragStarted, this, [this] { ++m_gesture; });
+    const int focusControl = m_controls->newControl();
+    connect(focus, &PlacementPad::dragStarted, this, [this] { m_controls->beginGesture(); });
     connect(focus, &PlacementPad::moved, this, [this, focusControl](Point center) {
         editSelectedZoom(tr("Move the zoom's focus"), focusControl,
                          [center](ZoomSegment& segment) { segment.focusPoint = center; });
     });
     layout->addStretch(1);
 
-    m_refreshers.push_back([this, current, level, levelValue, follow, focus, focusLabel] {
+    m_controls->onRefresh([this, current, level, levelValue, follow, focus, focusLabel] {
         const std::optional<ZoomSegment> selected = selectedZoom();
         m_zoomHint->setVisible(!selected);
         m_zoomControls->setVisible(selected.has_value());
@@ -559,10 +454,10 @@ void TrimmerInspector::addExportPage() {
     addPage(tr("Export"), layout);
     VideoTrimmerViewModel::ExportStyle& style = m_session.exportStyle;
 
-    addHeading(layout, tr("Aspect ratio"));
+    m_controls->heading(layout, tr("Aspect ratio"));
     auto* ratios = new QGridLayout();
     ratios->setSpacing(trimmer::grid / 2);
-    const int ratioControl = nextControl();
+    const int ratioControl = m_controls->newControl();
     int index = 0;
     for (const OutputAspectRatio aspect : allOutputAspectRatios) {
         auto* button =
@@ -571,11 +466,11 @@ void TrimmerInspector::addExportPage() {
         ratios->addWidget(button, index / 4, index % 4);
         ++index;
         connect(button, &QAbstractButton::clicked, this, [this, ratioControl, aspect, &style] {
-            ++m_gesture;
-            edit(tr("Export at %1").arg(displayName(aspect)), ratioControl,
-                 [&style, aspect] { style.outputAspectRatio = aspect; });
+            m_controls->beginGesture();
+            m_controls->edit(tr("Export at %1").arg(displayName(aspect)), ratioControl,
+                             [&style, aspect] { style.outputAspectRatio = aspect; });
         });
-        m_refreshers.push_back([button, aspect, &style] {
+        m_controls->onRefresh([button, aspect, &style] {
             button->setChecked(style.outputAspectRatio == aspect);
             // The vertical stack decides the shape by itself.
             button->setEnabled(!style.verticalStack);
@@ -583,14 +478,14 @@ void TrimmerInspector::addExportPage() {
     }
     layout->addLayout(ratios);
     if (m_hasCamera)
-        addCheck(
+        m_controls->check(
             layout, tr("Vertical stack: screen over camera"), QStringLiteral("verticalStack"),
             [&style] { return style.verticalStack; },
             [&style](bool on) { style.verticalStack = on; });
 
-    addHeading(layout, tr("Format"));
+    m_controls->heading(layout, tr("Format"));
     ExportEncoding& encoding = m_session.encoding;
-    addChoices(
+    m_controls->choices(
         layout, QString(), QStringLiteral("codec"), {tr("H.264"), tr("H.265")},
         [&encoding] { return encoding.video.codec == VideoCodecSettings::Codec::hevc ? 1 : 0; },
         [this, &encoding](int index) {
@@ -599,8 +494,8 @@ void TrimmerInspector::addExportPage() {
             // A chosen encoding is honoured even where packets could have been copied.
             m_session.allowPassthrough = false;
         });
-    addHeading(layout, tr("Quality"));
-    addChoices(
+    m_controls->heading(layout, tr("Quality"));
+    m_controls->choices(
         layout, QString(), QStringLiteral("quality"), {tr("High"), tr("Medium"), tr("Small file")},
         [&encoding] {
             // Without a choice the encoder keeps its own default, which is the middle one.

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "app/trimmer/BoundControls.h"
 #include "exporter/VideoTrimmerViewModel.h"
 
 #include <QWidget>
@@ -16,17 +17,14 @@ class QVBoxLayout;
 // The trimmer's side panel: the look of the export (background, screen, camera, cursor), the
 // selected zoom segment and the automatic zooms, and the export itself (aspect ratio, vertical
 // stack, codec, quality, the export button with its progress in place, then the way to the file).
-// It edits the session's own styling fields and nothing else; each change goes through the window,
-// which makes it undoable, saves it and redraws the preview.
+// It edits the session's own fields (the look, the zoom segments) and keeps no state of its own;
+// each change goes through the window, which makes it undoable, saves it and redraws the preview.
 //
 // Main thread.
 class TrimmerInspector final : public QWidget {
     Q_OBJECT
 public:
-    // Runs `edit` on the session and records it as one undoable step named `text`; steps with
-    // the same `mergeId` in a row (one slider drag) are one.
-    using EditRecorder =
-        std::function<void(const QString& text, int mergeId, const std::function<void()>& edit)>;
+    using EditRecorder = BoundControls::EditRecorder;
 
     // Puts a changed zoom segment back through the zoom track's editing rules.
     using ZoomUpdater = std::function<void(const ZoomSegment& segment)>;
@@ -67,23 +65,9 @@ private:
                           const std::function<void(ZoomSegment&)>& change);
     void addExportPage();
 
-    // A named slider over [minimum, maximum] in steps of `step`, showing its value by `format`.
-    void addSlider(QVBoxLayout* layout, const QString& name, const QString& objectName,
-                   double minimum, double maximum, double step, std::function<double()> get,
-                   std::function<void(double)> set, std::function<QString(double)> format);
-    void addCheck(QVBoxLayout* layout, const QString& name, const QString& objectName,
-                  std::function<bool()> get, std::function<void(bool)> set);
-    // Exclusive buttons in a row; `get` gives the index of the chosen one.
-    void addChoices(QVBoxLayout* layout, const QString& name, const QString& objectName,
-                    const QStringList& choices, std::function<int()> get,
-                    std::function<void(int)> set);
-    void addHeading(QVBoxLayout* layout, const QString& text);
-    void edit(const QString& text, int control, const std::function<void()>& change);
-    int nextControl() { return m_controls++; }
-
     VideoTrimmerViewModel& m_session;
     bool m_hasCamera = false;
-    EditRecorder m_record;
+    BoundControls* m_controls = nullptr; // child of this
     ZoomUpdater m_updateZoom;
     std::optional<QUuid> m_selectedZoom;
     QWidget* m_zoomControls = nullptr;
@@ -97,8 +81,4 @@ private:
     QLabel* m_mergeNote = nullptr;
     bool m_cancelling = false;
     QString m_lastExport;
-    std::vector<std::function<void()>> m_refreshers;
-    int m_controls = 0;
-    // Counts drags, so that two drags of one slider are two undo steps.
-    int m_gesture = 0;
 };
