@@ -6,10 +6,12 @@
 #include "app/InstanceControl.h"
 #include "app/MainWindow.h"
 #include "app/MessageBoxAlertPresenter.h"
+#include "app/PreviewWindow.h"
 #include "app/RecordingLauncher.h"
 #include "app/SettingsWindow.h"
 #include "app/StartupRecovery.h"
 #include "app/TrayStatusBar.h"
+#include "app/VideoTrimmerManager.h"
 #include "app/camera/FloatingCameraHeadController.h"
 #include "app/trimmer/TrimmerWindow.h"
 #include "core/model/Constants.h"
@@ -73,9 +75,17 @@ ApplicationShell::ApplicationShell(const QStringList& arguments, QElapsedTimer s
         m_sinceStart.start();
     installDesktopServices();
     ErrorReporter::shared().setAlertPresenter(std::make_unique<MessageBoxAlertPresenter>());
-    // A finished recording opens in its own trimmer window, which closes itself.
-    m_resultOpener->setTrimmerOpener(
-        [this](const QString& path) { m_lastTrimmer = TrimmerWindow::openOrExplain(path); });
+    // A finished recording opens in its trimmer. Unless the person asked to go straight to
+    // trimming, the small preview shows the result on top for a moment, with its ways on.
+    m_resultOpener->setTrimmerOpener([this](const QString& path) {
+        m_lastTrimmer = VideoTrimmerManager::shared().openTrimmer(path);
+        if (m_lastTrimmer && m_defaults.boolValue("showPreview", true) &&
+            !m_defaults.trimAfterRecord()) {
+            auto* preview = new PreviewWindow(path);
+            preview->show();
+            preview->raise();
+        }
+    });
     ScreenRecordingPermission::setSettingsOpener(
         [](const QString& url) { QDesktopServices::openUrl(QUrl(url)); });
 
@@ -212,6 +222,8 @@ void ApplicationShell::connectInstanceControl() {
             &RecordingLauncher::togglePause);
     connect(m_control, &InstanceControlService::stopRequested, m_launcher,
             &RecordingLauncher::stop);
+    connect(m_control, &InstanceControlService::openFileRequested, this,
+            [](const QString& path) { VideoTrimmerManager::shared().openTrimmer(path); });
 }
 
 void ApplicationShell::installGlobalShortcuts() {

@@ -16,14 +16,15 @@ std::optional<QString> commandFromArguments(const QStringList& arguments) {
     return std::nullopt;
 }
 
-Forwarded forward(const QString& method) {
+Forwarded forward(const QString& method, const QVariantList& arguments) {
     QDBusConnection bus = QDBusConnection::sessionBus();
     if (!bus.isConnected() ||
         !bus.interface()->isServiceRegistered(QString::fromLatin1(serviceName)))
         return Forwarded::noInstance;
-    const QDBusMessage call = QDBusMessage::createMethodCall(
-        QString::fromLatin1(serviceName), QString::fromLatin1(objectPath),
-        QString::fromLatin1(interfaceName), method);
+    QDBusMessage call = QDBusMessage::createMethodCall(QString::fromLatin1(serviceName),
+                                                       QString::fromLatin1(objectPath),
+                                                       QString::fromLatin1(interfaceName), method);
+    call.setArguments(arguments);
     const QDBusMessage reply = bus.call(call, QDBus::Block, 5000);
     return reply.type() == QDBusMessage::ReplyMessage ? Forwarded::delivered
                                                       : Forwarded::noInstance;

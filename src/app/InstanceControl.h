@@ -3,6 +3,7 @@
 #include <QObject>
 #include <QString>
 #include <QStringList>
+#include <QVariantList>
 
 #include <optional>
 
@@ -19,8 +20,8 @@ inline constexpr const char* interfaceName = "com.tavelquiston.app.Control";
 std::optional<QString> commandFromArguments(const QStringList& arguments);
 
 enum class Forwarded { delivered, noInstance };
-// Calls `method` on the running instance. Blocks for at most a few seconds.
-Forwarded forward(const QString& method);
+// Calls `method` on the running instance with `arguments`. Blocks for at most a few seconds.
+Forwarded forward(const QString& method, const QVariantList& arguments = {});
 } // namespace InstanceControl
 
 // The running instance's side: exported on the session bus, it turns calls into actions.
@@ -39,6 +40,8 @@ public slots:
     Q_SCRIPTABLE void ToggleRecording() { emit toggleRecordingRequested(); }
     Q_SCRIPTABLE void PauseRecording() { emit pauseRequested(); }
     Q_SCRIPTABLE void StopRecording() { emit stopRequested(); }
+    // A recording to edit: its trimmer opens, or comes forward when it is open already.
+    Q_SCRIPTABLE void OpenFile(const QString& path) { emit openFileRequested(path); }
     // "idle", "starting", "recording", "paused", ... for scripts and tests.
     Q_SCRIPTABLE QString State() const { return m_state; }
 
@@ -47,6 +50,7 @@ signals:
     void toggleRecordingRequested();
     void pauseRequested();
     void stopRequested();
+    void openFileRequested(const QString& path);
 
 public:
     void setState(const QString& state) { m_state = state; }

@@ -3,7 +3,9 @@
 #include "app/AppIcons.h"
 #include "app/AppStyle.h"
 #include "app/DesktopResultOpener.h"
+#include "app/VideoTrimmerManager.h"
 #include "core/model/Constants.h"
+#include "core/support/TimerManager.h"
 #include "media/VideoFrameGrabber.h"
 
 #include <QDesktopServices>
@@ -21,10 +23,17 @@
 
 namespace {
 constexpr QSize pictureSize(384, 216);
+
+QString autoCloseTimer() {
+    return QString::fromLatin1(TimerManager::TimerID::previewAutoClose);
+}
+// The preview whose closing the one timer counts down; a newer preview takes it over.
+const PreviewWindow* autoCloseOwner = nullptr;
 } // namespace
 
-PreviewWindow::PreviewWindow(const QString& videoPath, QWidget* parent)
-    : CardWindow(parent, Qt::WindowStaysOnTopHint), m_videoPath(videoPath) {
+PreviewWindow::PreviewWindow(const QString& videoPath, QWidget* parent, double autoCloseSeconds)
+    : CardWindow(parent, Qt::WindowStaysOnTopHint), m_videoPath(videoPath),
+      m_autoCloseSeconds(autoCloseSeconds) {
     setObjectName(QStringLiteral("previewWindow"));
     setWindowTitle(QString::fromUtf8(Constants::WindowTitle::preview.data(),
                                      qsizetype(Constants::WindowTitle::preview.size())));
@@ -52,25 +61,40 @@ PreviewWindow::PreviewWindow(const QString& videoPath, QWidget* parent)
     layout->addWidget(detail);
 
     auto* buttons = new QHBoxLayout();
-    auto* close = new QPushButton(tr("Close"), this);
-    close->setProperty("role", QStringLiteral("ghost"));
-    auto* folder = new QPushButton(tr("Show in Folder"), this);
+    auto* dismiss = new QPushButton(tr("Close"), this);
+    dismiss->setProperty("role", QStringLiteral("ghost"));
+    auto* folder = new QPushButton(tr("Reveal"), this);
     folder->setObjectName(QStringLiteral("previewShowInFolder"));
+    folder->setToolTip(tr("Show the recording in its folder"));
     auto* open = new QPushButton(tr("Open"), this);
     open->setObjectName(QStringLiteral("previewOpen"));
-    open->setProperty("role", QStringLiteral("primary"));
-    open->setDefault(true);
-    buttons->addWidget(close);
+    open->setToolTip(tr("Open the recording in the desktop's video player"));
+    auto* edit = new QPushButton(tr("Edit"), this);
+    edit->setObjectName(QStringLiteral("previewEdit"));
+    edit->setToolTip(tr("Cut, zoom and style the recording in the trimmer"));
+    edit->setProperty("role", QStringLiteral("primary"));
+    edit->setDefault(true);
+    buttons->addWidget(dismiss);
     buttons->addStretch();
     buttons->addWidget(folder);
     buttons->addWidget(open);
+    buttons->addWidget(edit);
     layout->addLayout(buttons);
 
-    connect(close, &QPushButton::clicked, this, &QWidget::close);
-    connect(open, &QPushButton::clicked, this,
-            [this] { QDesktopServices::openUrl(QUrl::fromLocalFile(m_videoPath)); });
-    connect(folder, &QPushButton::clicked, this,
-            [this] { DesktopResultOpener::showInFileManager(m_videoPath); });
+    connect(dismiss, &QPushButton::clicked, this, &QWidget::close);
+    connect(edit, &QPushButton::clicked, this, [this] {
+        // The trimmer that may be open on it already comes forward.
+        if (VideoTrimmerManager::shared().openTrimmer(m_videoPath))
+            close();
+    });
+    connect(open, &QPushButton::clicked, this, [this] {
+        QDesktopServices::openUrl(QUrl::fromLocalFile(m_videoPath));
+        close();
+    });
+    connect(folder, &QPushButton::clicked, this, [this] {
+        DesktopResultOpener::showInFileManager(m_videoPath);
+        close();
+    });
     adjustSize();
     // Bottom right of the primary screen, where finished things usually appear.
     if (const QScreen* screen = QGuiApplication::primaryScreen()) {
@@ -78,6 +102,41 @@ PreviewWindow::PreviewWindow(const QString& videoPath, QWidget* parent)
         move(free.right() - width() - 24, free.bottom() - height() - 24);
     }
     loadThumbnail();
+    scheduleAutoClose();
+}
+
+PreviewWindow::~PreviewWindow() {
+    if (autoCloseOwner != this)
+        return;
+    TimerManager::shared().invalidate(autoCloseTimer());
+    autoCloseOwner = nullptr;
+}
+
+bool PreviewWindow::isAutoClosePending() const {
+    return autoCloseOwner == this && TimerManager::shared().isActive(autoCloseTimer());
+}
+
+void PreviewWindow::scheduleAutoClose() {
+    if (m_autoCloseSeconds <= 0)
+        return;
+    autoCloseOwner = this;
+    QPointer<PreviewWindow> self(this);
+    TimerManager::shared().scheduleOnce(autoCloseTimer(), m_autoCloseSeconds, [self] {
+        if (self)
+            self->close();
+    });
+}
+
+// Someone reading the preview or reaching for a button keeps it there.
+void PreviewWindow::enterEvent(QEnterEvent* event) {
+    CardWindow::enterEvent(event);
+    if (autoCloseOwner == this)
+        TimerManager::shared().invalidate(autoCloseTimer());
+}
+
+void PreviewWindow::leaveEvent(QEvent* event) {
+    CardWindow::leaveEvent(event);
+    scheduleAutoClose();
 }
 
 void PreviewWindow::loadThumbnail() {

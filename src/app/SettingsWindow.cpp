@@ -182,7 +182,7 @@ QWidget* SettingsWindow::recordingPage() {
     number(form, "countdown", 0, tr("Countdown"), 0, 10, 1, 0, tr(" s"));
     number(form, "autoStopMinutes", 0, tr("Stop after"), 0, 600, 5, 0, tr(" min (0: never)"));
     check(form, "preventSleep", true, tr("Keep the computer awake while recording"));
-    check(form, "trimAfterRecord", false, tr("Open the trimmer after recording"));
+    check(form, "trimAfterRecord", false, tr("Go straight to the trimmer after recording"));
     return page;
 }
 
@@ -283,7 +283,7 @@ QWidget* SettingsWindow::generalPage() {
     // The tray stands for the menu bar; the window at start stands for the dock.
     check(form, "showInMenuBar", false, tr("Keep an icon in the tray between recordings"));
     check(form, "showInDock", true, tr("Show the main window when tavelquiston starts"));
-    check(form, "showPreview", true, tr("Show a preview after recording"));
+    check(form, "showPreview", true, tr("Show a preview over the trimmer after recording"));
     const auto shortcut = [this, form](const char* key, const QString& fallback,
                                        const QString& label) {
         auto* edit =

@@ -1,7 +1,9 @@
 #include "app/ApplicationShell.h"
 #include "app/InstanceControl.h"
 #include "app/RecordingLauncher.h"
-#include "app/trimmer/TrimmerWindow.h"
+#include "app/VideoTrimmerManager.h"
+
+#include <QFileInfo>
 
 #include <QApplication>
 #include <QElapsedTimer>
@@ -57,11 +59,17 @@ int main(int argc, char** argv) {
     }
     QApplication app(argc, argv);
     const QStringList arguments = QApplication::arguments();
-    // A file opens a trimmer of its own, beside a running instance.
+    // A file goes to the running instance, which keeps one trimmer per file; with none running
+    // it opens in a trimmer of this process's own.
     const bool opensFile = arguments.size() == 2 && !arguments[1].startsWith(QLatin1Char('-'));
-    if (!opensFile)
-        if (const std::optional<int> status = forwardToRunningInstance(arguments))
-            return *status;
+    if (opensFile) {
+        const QString path = QFileInfo(arguments[1]).absoluteFilePath();
+        if (InstanceControl::forward(QStringLiteral("OpenFile"), {path}) ==
+            InstanceControl::Forwarded::delivered)
+            return 0;
+    } else if (const std::optional<int> status = forwardToRunningInstance(arguments)) {
+        return *status;
+    }
     QApplication::setOrganizationName(QStringLiteral("tavelquiston"));
     QApplication::setApplicationName(QStringLiteral("tavelquiston"));
     QApplication::setDesktopFileName(QStringLiteral("com.tavelquiston.app"));
@@ -70,7 +78,7 @@ int main(int argc, char** argv) {
 
     // A file on the command line opens in the trimmer.
     if (opensFile)
-        return TrimmerWindow::openOrExplain(arguments[1]) ? QApplication::exec() : 2;
+        return VideoTrimmerManager::shared().openTrimmer(arguments[1]) ? QApplication::exec() : 2;
     ApplicationShell shell(arguments, sinceStart);
     if (InstanceControl::commandFromArguments(arguments))
         QTimer::singleShot(0, &shell.launcher(), &RecordingLauncher::toggleRecording);

@@ -36,7 +36,7 @@ public:
 
     // The look of a styled export, as the editor's panel sets it.
     struct ExportStyle {
-        CameraExportSettings cameraSettings;
+        CameraExportSettings cameraSettings = defaultCameraExportSettings;
         double videoPadding = 120.0;
         double videoCornerRadius = 28.0;
         OutputAspectRatio outputAspectRatio = OutputAspectRatio::original;
@@ -45,6 +45,7 @@ public:
         double screenShadowRadius = 30.0;
         double cameraShadowOpacity = 0.4;
         double cameraShadowRadius = 12.0;
+        bool operator==(const ExportStyle&) const = default;
     };
 
     explicit VideoTrimmerViewModel(QObject* parent = nullptr);
@@ -64,6 +65,8 @@ public:
     std::vector<ZoomSegment> zoomSegments;
     std::vector<ZoomKeyframe> zoomKeyframes;
 
+    // The look the editor's panel sets and its exports use, beside the cursor and background.
+    ExportStyle exportStyle;
     CursorOverlaySettings cursorOverlaySettings;
     BackgroundSettings backgroundSettings = defaultBackgroundSettings();
     bool backgroundEnabled = false;

@@ -146,8 +146,19 @@ TEST(ApplicationDesktopTest, ToggleRecordsTheDisplayToTheOutputFolder) {
     EXPECT_EQ(video->width, 1920);
     // The finished recording opens in the trimmer, titled with its file's name.
     EXPECT_TRUE(program.waitForWindow("Recording at")) << "the trimmer did not open";
+    // The preview of the result shows on top of it for a moment.
+    EXPECT_TRUE(program.waitForWindow("^Preview$")) << "no preview of the finished recording";
     EXPECT_TRUE(saveRootScreenshot(testArtifactPath("desktop-trimmer.png")));
     EXPECT_TRUE(program.app.isRunning());
+    // The same file opened again, as a file manager would, goes to the running program, which
+    // brings its trimmer forward instead of making a second one.
+    EXPECT_EQ(program.command(recording->first.toStdString()), 0);
+    std::this_thread::sleep_for(700ms);
+    const auto trimmers = commandOutput(
+        {"xdotool", "search", "--onlyvisible", "--name", "Recording at"}, 10s, program.options);
+    ASSERT_TRUE(trimmers.has_value());
+    EXPECT_EQ(QString::fromStdString(*trimmers).trimmed().split(QLatin1Char('\n')).size(), 1)
+        << *trimmers;
 
     // A second start hands over to the running program instead of starting another.
     EXPECT_EQ(runCommand({TAVELQUISTON_APP_PATH}, 10s, program.options), 0);

@@ -7,7 +7,8 @@
 class VideoTrimmerViewModel;
 
 // The trimmer's editing state kept beside the recording, so that an editor that was closed or
-// crashed opens where the user left it: the cut segments with their marks, and the playhead.
+// crashed opens where the user left it: the cut and zoom segments, the look of the export
+// (background, screen, camera, cursor, aspect, encoding), and the playhead.
 // A single movie keeps it hidden beside itself (".Name.trimmer.json"); a package inside itself
 // ("trimmer.json"). Written whole through a temporary file, so a crash never leaves half of it.
 //

@@ -5,6 +5,7 @@
 #include "app/trimmer/SessionEditCommand.h"
 #include "app/trimmer/TimelineStrip.h"
 #include "app/trimmer/TrimmerAutosave.h"
+#include "app/trimmer/TrimmerInspector.h"
 #include "app/trimmer/TrimmerPlayer.h"
 #include "app/trimmer/TrimmerStyle.h"
 #include "core/editing/ZoomSegmentEditor.h"
@@ -18,7 +19,6 @@
 #include <QLabel>
 #include <QMessageBox>
 #include <QPointer>
-#include <QProgressBar>
 #include <QPushButton>
 #include <QShortcut>
 #include <QSlider>
@@ -107,7 +107,7 @@ TrimmerWindow::TrimmerWindow(std::unique_ptr<VideoTrimmerViewModel> session,
     if (name.startsWith(QLatin1Char('.')))
         name = QFileInfo(QFileInfo(source).absolutePath()).fileName();
     setWindowTitle(name + QStringLiteral(" — tavelquiston"));
-    resize(1120, 760);
+    resize(1320, 780);
     m_undoStack = new QUndoStack(this);
     buildInterface();
     bindShortcuts();
@@ -129,10 +129,27 @@ TrimmerWindow::~TrimmerWindow() {
 }
 
 void TrimmerWindow::buildInterface() {
-    auto* layout = new QVBoxLayout(this);
+    // The editor on the left, the inspector along the right edge.
+    auto* root = new QHBoxLayout(this);
+    root->setContentsMargins(0, 0, 0, 0);
+    root->setSpacing(0);
+    auto* layout = new QVBoxLayout();
     layout->setContentsMargins(trimmer::grid * 2, trimmer::grid * 2, trimmer::grid * 2,
                                trimmer::grid * 2);
     layout->setSpacing(trimmer::grid);
+    root->addLayout(layout, 1);
+    m_inspector = new TrimmerInspector(
+        *m_session, m_session->cameraURL().has_value(),
+        [this](const QString& text, int mergeId, const std::function<void()>& edit) {
+            recordLookEdit(text, mergeId, edit);
+        },
+        [this](const ZoomSegment& segment) {
+            ZoomSegmentEditor& editor = zoomEditor();
+            editor.updateZoomSegment(segment);
+            m_session->zoomSegments = editor.zoomSegments();
+        },
+        this);
+    root->addWidget(m_inspector);
 
     m_preview = new PreviewWidget(this);
     layout->addWidget(m_preview, 1);
@@ -176,7 +193,7 @@ void TrimmerWindow::buildInterface() {
     m_timeline->setDuration(m_player->duration());
     layout->addWidget(m_timeline);
 
-    // Edits and export.
+    // Edits.
     auto* actions = new QHBoxLayout();
     actions->setSpacing(trimmer::grid);
     auto* split = makeButton(tr("Split"), tr("Split at the playhead (S)"), this);
@@ -185,22 +202,10 @@ void TrimmerWindow::buildInterface() {
     remove->setObjectName(QStringLiteral("destructive"));
     m_statusLabel = new QLabel(this);
     m_statusLabel->setProperty("secondary", true);
-    m_progress = new QProgressBar(this);
-    m_progress->setRange(0, 1000);
-    m_progress->setTextVisible(false);
-    m_progress->setFixedWidth(200);
-    m_progress->hide();
-    m_cancelButton = makeButton(tr("Cancel"), tr("Stop the export"), this);
-    m_cancelButton->hide();
-    m_exportButton = makeButton(tr("Export"), tr("Export the styled video (Ctrl+E)"), this);
-    m_exportButton->setObjectName(QStringLiteral("primary"));
     actions->addWidget(split);
     actions->addWidget(remove);
     actions->addSpacing(trimmer::grid);
     actions->addWidget(m_statusLabel, 1);
-    actions->addWidget(m_progress);
-    actions->addWidget(m_cancelButton);
-    actions->addWidget(m_exportButton);
     layout->addLayout(actions);
 
     connect(back, &QPushButton::clicked, this, [this] { m_player->step(-1); });
@@ -217,8 +222,9 @@ void TrimmerWindow::buildInterface() {
             [this](bool on) { m_player->setStyled(on); });
     connect(split, &QPushButton::clicked, this, [this] { splitAtPlayhead(); });
     connect(remove, &QPushButton::clicked, this, [this] { toggleSelectedSegment(); });
-    connect(m_exportButton, &QPushButton::clicked, this, [this] { startExport(); });
-    connect(m_cancelButton, &QPushButton::clicked, this, [this] { m_session->cancelExport(); });
+    connect(m_inspector, &TrimmerInspector::exportRequested, this, [this] { startExport(); });
+    connect(m_inspector, &TrimmerInspector::cancelRequested, this,
+            [this] { m_session->cancelExport(); });
 
     connect(m_scrubber, &QSlider::sliderPressed, this, [this] { m_scrubbing = true; });
     connect(m_scrubber, &QSlider::sliderMoved, this,
@@ -229,8 +235,10 @@ void TrimmerWindow::buildInterface() {
     });
     connect(m_timeline, &TimelineStrip::segmentSelected, this,
             [this] { m_zoomSelectedLast = false; });
-    connect(m_timeline, &TimelineStrip::zoomSegmentSelected, this,
-            [this] { m_zoomSelectedLast = true; });
+    connect(m_timeline, &TimelineStrip::zoomSegmentSelected, this, [this](const QUuid& id) {
+        m_zoomSelectedLast = true;
+        m_inspector->setSelectedZoom(id);
+    });
     connect(m_timeline, &TimelineStrip::zoomDragStarted, this,
             [this] { m_zoomBeforeDrag = m_session->zoomSegments; });
     connect(m_timeline, &TimelineStrip::zoomDragged, this,
@@ -274,13 +282,9 @@ void TrimmerWindow::buildInterface() {
     });
 
     connect(m_session.get(), &VideoTrimmerViewModel::exportProgressChanged, this,
-            [this](double progress) { m_progress->setValue(int(std::lround(progress * 1000))); });
-    connect(m_session.get(), &VideoTrimmerViewModel::isExportingChanged, this,
-            [this](bool exporting) {
-                m_progress->setVisible(exporting);
-                m_cancelButton->setVisible(exporting);
-                m_exportButton->setEnabled(!exporting);
-            });
+            [this](double progress) { m_inspector->setExportProgress(progress); });
+    connect(m_session.get(), &VideoTrimmerViewModel::isExportingChanged, m_inspector,
+            &TrimmerInspector::setExporting);
 }
 
 void TrimmerWindow::bindShortcuts() {
@@ -325,6 +329,10 @@ void TrimmerWindow::refreshSegments() {
         cuts.push_back({segment.id, segment.startTimeInSeconds(), segment.endTimeInSeconds(), 1.0,
                         segment.isMarkedForDeletion});
     m_timeline->setCutSegments(std::move(cuts));
+    const auto& segments = m_session->segments();
+    m_inspector->setHasRemovedParts(
+        std::any_of(segments.begin(), segments.end(),
+                    [](const VideoSegment& segment) { return segment.isMarkedForDeletion; }));
 }
 
 void TrimmerWindow::refreshTime() {
@@ -333,7 +341,8 @@ void TrimmerWindow::refreshTime() {
 }
 
 void TrimmerWindow::pushStyleToPreview() {
-    const AdvancedExportArguments arguments = m_session->styledExportArguments(m_style);
+    const AdvancedExportArguments arguments =
+        m_session->styledExportArguments(m_session->exportStyle);
     m_player->setCompositorSettings(AdvancedVideoExporter::compositorSettings(
         arguments, m_session->naturalSize(), m_cameraNaturalSize));
 }
@@ -365,8 +374,22 @@ bool TrimmerWindow::recordEdit(const QString& text, const std::function<bool()>&
     return true;
 }
 
+void TrimmerWindow::recordLookEdit(const QString& text, int mergeId,
+                                   const std::function<void()>& edit) {
+    SessionEditCommand::Snapshot before = SessionEditCommand::take(*m_session);
+    edit();
+    SessionEditCommand::Snapshot after = SessionEditCommand::take(*m_session);
+    if (after.look == before.look && after.zoomSegments == before.zoomSegments)
+        return;
+    m_undoStack->push(new SessionEditCommand(
+        text, *m_session, std::move(before), std::move(after), [this] { editsChanged(); },
+        mergeId));
+    editsChanged();
+}
+
 void TrimmerWindow::editsChanged() {
     refreshSegments();
+    m_inspector->setSelectedZoom(m_timeline->selectedZoomSegment());
     // The zoom segments are part of the styled frame.
     pushStyleToPreview();
     TrimmerAutosave::save(*m_session, m_player->position());
@@ -435,23 +458,18 @@ bool TrimmerWindow::toggleSelectedSegment() {
 void TrimmerWindow::startExport() {
     if (m_session->isExporting())
         return;
-    m_statusLabel->setText(tr("Exporting…"));
     QPointer<TrimmerWindow> self(this);
     auto done = [self](VideoTrimmerViewModel::ExportOutcome outcome) {
         if (!self)
             return;
-        if (outcome.error)
-            self->m_statusLabel->setText(tr("Export did not finish: %1.").arg(*outcome.error));
-        else if (!outcome.urls.empty())
-            self->m_statusLabel->setText(
-                tr("Exported to %1").arg(QFileInfo(outcome.urls.front()).fileName()));
+        self->m_inspector->showExportOutcome(outcome);
         emit self->exportFinished(outcome);
     };
     const auto& segments = m_session->segments();
     const bool cut = std::any_of(segments.begin(), segments.end(),
                                  [](const VideoSegment& s) { return s.isMarkedForDeletion; });
     if (cut)
-        m_session->exportMergedVideo(m_style, done);
+        m_session->exportMergedVideo(m_session->exportStyle, done);
     else
-        m_session->exportAdvancedVideo(m_style, done);
+        m_session->exportAdvancedVideo(m_session->exportStyle, done);
 }

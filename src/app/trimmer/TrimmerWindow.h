@@ -11,12 +11,12 @@
 
 class PreviewWidget;
 class QLabel;
-class QProgressBar;
 class QPushButton;
 class QSlider;
 class QUndoStack;
 class ZoomSegmentEditor;
 class TimelineStrip;
+class TrimmerInspector;
 class TrimmerPlayer;
 
 // The editor of one finished recording: the preview of the styled result (or the plain
@@ -41,7 +41,8 @@ public:
     QSlider& scrubber() { return *m_scrubber; }
     QUndoStack& undoStack() { return *m_undoStack; }
     // The look the preview shows and an export writes.
-    const VideoTrimmerViewModel::ExportStyle& style() const { return m_style; }
+    const VideoTrimmerViewModel::ExportStyle& style() const { return m_session->exportStyle; }
+    TrimmerInspector& inspector() { return *m_inspector; }
 
     // Segment edits at the playhead and on the selected segment, as their keys do them.
     bool splitAtPlayhead();
@@ -66,13 +67,15 @@ private:
     void loadWaveformInBackground();
     // Runs `edit` on the session and, when it changed something, records it for undo.
     bool recordEdit(const QString& text, const std::function<bool()>& edit);
+    // Runs a change from the inspector (the export's look, the selected zoom) and records it
+    // when it changed something.
+    void recordLookEdit(const QString& text, int mergeId, const std::function<void()>& edit);
     // The zoom rules work on a document: it is given the session's segments before each edit.
     ZoomSegmentEditor& zoomEditor();
     void editsChanged();
 
     std::unique_ptr<VideoTrimmerViewModel> m_session;
     std::unique_ptr<TrimmerPlayer> m_player;
-    VideoTrimmerViewModel::ExportStyle m_style;
     Size m_cameraNaturalSize{0.0, 0.0};
     PreviewWidget* m_preview = nullptr;
     TimelineStrip* m_timeline = nullptr;
@@ -81,9 +84,7 @@ private:
     QLabel* m_statusLabel = nullptr;
     QPushButton* m_playButton = nullptr;
     QPushButton* m_styledButton = nullptr;
-    QPushButton* m_exportButton = nullptr;
-    QPushButton* m_cancelButton = nullptr;
-    QProgressBar* m_progress = nullptr;
+    TrimmerInspector* m_inspector = nullptr;
     bool m_scrubbing = false;
     QUndoStack* m_undoStack = nullptr;
     std::unique_ptr<ZoomSegmentEditor> m_zoomEditor;
