@@ -1,5 +1,5 @@
 # Every dependency comes from a Debian 12 package (scripts/install-deps.sh).
-find_package(Qt6 6.4 REQUIRED COMPONENTS Core Gui Widgets DBus Concurrent Svg Multimedia)
+find_package(Qt6 6.4 REQUIRED COMPONENTS Core Gui Widgets DBus Svg Multimedia)
 find_package(QCoro6 REQUIRED COMPONENTS Core)
 find_package(nlohmann_json 3.11 REQUIRED)
 find_package(fmt REQUIRED)

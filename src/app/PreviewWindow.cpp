@@ -4,13 +4,13 @@
 #include "app/AppStyle.h"
 #include "app/DesktopResultOpener.h"
 #include "app/VideoTrimmerManager.h"
+#include "core/async/DetachedTask.h"
 #include "core/model/Constants.h"
 #include "core/support/TimerManager.h"
 #include "media/VideoFrameGrabber.h"
 
 #include <QDesktopServices>
 #include <QFileInfo>
-#include <QFutureWatcher>
 #include <QGuiApplication>
 #include <QHBoxLayout>
 #include <QLabel>
@@ -19,7 +19,6 @@
 #include <QScreen>
 #include <QUrl>
 #include <QVBoxLayout>
-#include <QtConcurrent/QtConcurrentRun>
 
 namespace {
 constexpr QSize pictureSize(384, 216);
@@ -142,24 +141,28 @@ void PreviewWindow::leaveEvent(QEvent* event) {
 void PreviewWindow::loadThumbnail() {
     m_picture->setText(tr("Loading…"));
     // Decoding takes a moment; the window is up at once and the picture follows.
-    auto* watcher = new QFutureWatcher<std::optional<GrabbedVideoFrame>>(this);
-    connect(watcher, &QFutureWatcherBase::finished, this, [this, watcher] {
-        watcher->deleteLater();
-        const std::optional<GrabbedVideoFrame> frame = watcher->result();
-        if (!frame) {
-            m_picture->setText(tr("No picture could be read from this file."));
-            return;
-        }
-        const QImage image(frame->bgra.data(), frame->width, frame->height, frame->width * 4,
-                           QImage::Format_ARGB32);
-        const qreal ratio = devicePixelRatioF();
-        QPixmap pixmap = QPixmap::fromImage(
-            image.scaled(pictureSize * ratio, Qt::KeepAspectRatio, Qt::SmoothTransformation));
-        pixmap.setDevicePixelRatio(ratio);
-        m_picture->setPixmap(pixmap);
-    });
-    watcher->setFuture(QtConcurrent::run([path = m_videoPath] {
-        std::string error;
-        return grabVideoFrame(path, 0.0, &error);
-    }));
+    [](QPointer<PreviewWindow> self, QString path) -> QCoro::Task<void> {
+        QCoro::Task<std::optional<GrabbedVideoFrame>> grabbing =
+            runDetached<std::optional<GrabbedVideoFrame>>([path] {
+                std::string error;
+                return grabVideoFrame(path, 0.0, &error);
+            });
+        const std::optional<GrabbedVideoFrame> frame = co_await grabbing;
+        if (self)
+            self->showThumbnail(frame);
+    }(this, m_videoPath);
+}
+
+void PreviewWindow::showThumbnail(const std::optional<GrabbedVideoFrame>& frame) {
+    if (!frame) {
+        m_picture->setText(tr("No picture could be read from this file."));
+        return;
+    }
+    const QImage image(frame->bgra.data(), frame->width, frame->height, frame->width * 4,
+                       QImage::Format_ARGB32);
+    const qreal ratio = devicePixelRatioF();
+    QPixmap pixmap = QPixmap::fromImage(
+        image.scaled(pictureSize * ratio, Qt::KeepAspectRatio, Qt::SmoothTransformation));
+    pixmap.setDevicePixelRatio(ratio);
+    m_picture->setPixmap(pixmap);
 }

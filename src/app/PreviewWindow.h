@@ -3,7 +3,10 @@
 #include "app/CardWindow.h"
 #include "core/model/Constants.h"
 
+#include <optional>
+
 class QLabel;
+struct GrabbedVideoFrame;
 
 // The small window that shows a finished recording for a moment: its first picture, its name,
 // and the ways on (edit it in the trimmer, open it, reveal it in its folder). It goes away by
@@ -24,6 +27,7 @@ protected:
 
 private:
     void loadThumbnail();
+    void showThumbnail(const std::optional<GrabbedVideoFrame>& frame);
     void scheduleAutoClose();
 
     QString m_videoPath;
