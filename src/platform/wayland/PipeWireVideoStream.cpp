@@ -3,6 +3,12 @@
 #include "core/support/Log.h"
 #include "platform/x11/X11FramePixels.h"
 
+extern "C" {
+#include <libavutil/buffer.h>
+#include <libavutil/frame.h>
+}
+#include "media/FFmpegHandles.h"
+
 #include <libyuv/scale_argb.h>
 #include <linux/dma-buf.h>
 #include <spa/buffer/meta.h>
@@ -14,6 +20,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <condition_variable>
 #include <cstring>
 #include <mutex>
 #include <stdexcept>
@@ -86,7 +93,73 @@ const pw_stream_events streamEvents = [] {
     return events;
 }();
 
+// Frames lent out at once, beyond which pictures are copied: the kept picture and a frame or two
+// on their way to the writer. The producer keeps enough buffers to fill whatever the writer
+// holds on to (GStreamer's producer stalls with only two).
+constexpr int maxLent = 3;
+constexpr int buffersKeptForProducer = 4;
+constexpr auto lentReturnTimeout = std::chrono::milliseconds(250);
+
+// A shared-memory buffer as we map it ourselves: PipeWire unmaps its own mapping when the buffer
+// is removed (a new format), while a frame that shows it may still be on its way to the writer.
+class SharedMapping {
+public:
+    SharedMapping(int fd, size_t size) : m_size(size) {
+        void* address = mmap(nullptr, size, PROT_READ, MAP_SHARED, fd, 0);
+        if (address != MAP_FAILED)
+            m_address = static_cast<const uint8_t*>(address);
+    }
+    ~SharedMapping() {
+        if (m_address)
+            munmap(const_cast<uint8_t*>(m_address), m_size);
+    }
+    SharedMapping(const SharedMapping&) = delete;
+    SharedMapping& operator=(const SharedMapping&) = delete;
+    const uint8_t* data() const { return m_address; }
+    size_t size() const { return m_size; }
+
+private:
+    size_t m_size;
+    const uint8_t* m_address = nullptr;
+};
+
 } // namespace
+
+struct PipeWireVideoStream::BufferSlot {
+    pw_buffer* buffer = nullptr;
+    uint64_t id = 0;
+    // Our own mapping of a shared-memory file; absent for memory PipeWire maps itself.
+    std::shared_ptr<const SharedMapping> mapping;
+};
+
+// Written by whichever thread releases a lent frame; drained on the capture thread.
+struct PipeWireVideoStream::LentBuffers {
+    // The PipeWire objects of a stopped stream while its buffers are still lent: the memory of
+    // buffers PipeWire mapped itself lives as long as they do, so they go with the last frame.
+    // Members go last to first: the stream before its core, context and (stopped) loop.
+    struct Remains {
+        PipeWireThreadLoop loop;
+        PipeWireContext context;
+        PipeWireCore core;
+        PipeWireRegistry registry;
+        PipeWireStream stream;
+    };
+
+    std::mutex mutex;
+    std::condition_variable signal;                        // a frame came back
+    std::vector<std::pair<pw_buffer*, uint64_t>> returned; // guarded by mutex
+    std::vector<uint64_t> out;                             // ids lent; guarded by mutex
+    std::unique_ptr<Remains> remains;                      // set once, at the stop
+    std::atomic<int> outstanding{0};
+};
+
+// What a lent frame holds: the mapping keeps its pixels readable after the stream is gone.
+struct PipeWireVideoStream::Lease {
+    std::shared_ptr<LentBuffers> lent;
+    std::shared_ptr<const SharedMapping> mapping;
+    pw_buffer* buffer = nullptr;
+    uint64_t id = 0;
+};
 
 void ensurePipeWireInitialised() {
     static std::once_flag once;
@@ -95,7 +168,8 @@ void ensurePipeWireInitialised() {
 
 PipeWireVideoStream::PipeWireVideoStream(Options options, FrameHandler onFrame,
                                          ErrorHandler onError)
-    : m_options(std::move(options)), m_onFrame(std::move(onFrame)), m_onError(std::move(onError)) {}
+    : m_options(std::move(options)), m_onFrame(std::move(onFrame)), m_onError(std::move(onError)),
+      m_lent(std::make_shared<LentBuffers>()) {}
 
 PipeWireVideoStream::~PipeWireVideoStream() {
     stop(false);
@@ -150,6 +224,8 @@ void PipeWireVideoStream::start() {
         e.state_changed = &PipeWireVideoStream::onStateChanged;
         e.param_changed = &PipeWireVideoStream::onParamChanged;
         e.process = &PipeWireVideoStream::onProcess;
+        e.add_buffer = &PipeWireVideoStream::onAddBuffer;
+        e.remove_buffer = &PipeWireVideoStream::onRemoveBuffer;
         return e;
     }();
     pw_stream_add_listener(m_stream.get(), &m_streamListener, &events, this);
@@ -202,14 +278,31 @@ void PipeWireVideoStream::stop(bool closingFrame) {
         if (closingFrame && m_delivering && m_idleSinceLastFrame && !m_failed.load())
             deliver(m_lastPicture, MediaTime::hostTimeNow());
     }
-    // Once the loop has stopped no callback runs, so the objects go without its lock.
+    // Once the loop has stopped no callback runs, so the objects go without its lock. They no
+    // longer call us either: they may outlive this object.
     pw_thread_loop_stop(m_loop.get());
-    m_stream.reset();
-    m_registry.reset();
-    m_core.reset();
-    m_context.reset();
-    m_loop.reset();
+    if (m_stream)
+        spa_hook_remove(&m_streamListener);
+    if (m_registry)
+        spa_hook_remove(&m_registryListener);
+    if (m_core)
+        spa_hook_remove(&m_coreListener);
     m_lastPicture = VideoFrame();
+    m_lastPictureLent = false;
+    auto remains = std::make_unique<LentBuffers::Remains>();
+    remains->loop = std::move(m_loop);
+    remains->context = std::move(m_context);
+    remains->core = std::move(m_core);
+    remains->registry = std::move(m_registry);
+    remains->stream = std::move(m_stream);
+    {
+        // Frames still out keep the stream's memory; their buffers have nowhere to go back to.
+        std::lock_guard lock(m_lent->mutex);
+        if (m_lent->outstanding.load() > 0)
+            m_lent->remains = std::move(remains);
+    }
+    remains.reset(); // nothing lent: everything goes now, the stream first
+    m_buffers.clear();
     m_pool.reset();
 }
 
@@ -291,6 +384,7 @@ void PipeWireVideoStream::handleFormat(const spa_pod* param) {
     const QSize output = m_options.outputSize.value_or(crop.size());
     m_pool = std::make_unique<VideoFramePool>(output.width(), output.height());
     m_lastPicture = VideoFrame();
+    m_lastPictureLent = false;
     logLine("📺 PipeWire stream: {}x{} {} in {}", info.size.width, info.size.height,
             info.format == SPA_VIDEO_FORMAT_BGRA ? "BGRA" : "BGRx",
             m_dmabuf ? "DMA-BUF" : "shared memory");
@@ -300,8 +394,10 @@ void PipeWireVideoStream::handleFormat(const spa_pod* param) {
     const int dataTypes =
         m_dmabuf ? (1 << SPA_DATA_DmaBuf) : ((1 << SPA_DATA_MemPtr) | (1 << SPA_DATA_MemFd));
     const spa_pod* params[4];
+    // Enough buffers that a few can be lent out as frames while the producer fills the others.
     params[0] = static_cast<const spa_pod*>(spa_pod_builder_add_object(
-        &b, SPA_TYPE_OBJECT_ParamBuffers, SPA_PARAM_Buffers, SPA_PARAM_BUFFERS_dataType,
+        &b, SPA_TYPE_OBJECT_ParamBuffers, SPA_PARAM_Buffers, SPA_PARAM_BUFFERS_buffers,
+        SPA_POD_CHOICE_RANGE_Int(8, 2, 16), SPA_PARAM_BUFFERS_dataType,
         SPA_POD_CHOICE_FLAGS_Int(dataTypes)));
     params[1] = static_cast<const spa_pod*>(spa_pod_builder_add_object(
         &b, SPA_TYPE_OBJECT_ParamMeta, SPA_PARAM_Meta, SPA_PARAM_META_type,
@@ -323,6 +419,7 @@ void PipeWireVideoStream::handleFormat(const spa_pod* param) {
 
 void PipeWireVideoStream::onProcess(void* data) {
     auto* self = static_cast<PipeWireVideoStream*>(data);
+    self->requeueReturned();
     // Only the newest picture matters; older ones waiting go straight back.
     pw_buffer* newest = nullptr;
     while (pw_buffer* next = pw_stream_dequeue_buffer(self->m_stream.get())) {
@@ -332,9 +429,130 @@ void PipeWireVideoStream::onProcess(void* data) {
     }
     if (!newest)
         return;
-    if (!self->m_failed.load() && !self->m_stopping)
-        self->handleBuffer(newest->buffer);
-    pw_stream_queue_buffer(self->m_stream.get(), newest);
+    const bool lent = !self->m_failed.load() && !self->m_stopping && self->handleBuffer(newest);
+    if (!lent)
+        pw_stream_queue_buffer(self->m_stream.get(), newest);
+    // The picture this one replaced may have been lent.
+    self->requeueReturned();
+}
+
+void PipeWireVideoStream::onAddBuffer(void* data, pw_buffer* buffer) {
+    auto* self = static_cast<PipeWireVideoStream*>(data);
+    auto slot = std::make_unique<BufferSlot>();
+    slot->buffer = buffer;
+    slot->id = self->m_nextBufferID++;
+    const spa_data& plane = buffer->buffer->datas[0];
+    if (buffer->buffer->n_datas >= 1 && plane.type == SPA_DATA_MemFd && plane.fd >= 0) {
+        auto mapping =
+            std::make_shared<SharedMapping>(int(plane.fd), size_t(plane.mapoffset + plane.maxsize));
+        if (mapping->data())
+            slot->mapping = std::move(mapping);
+    }
+    buffer->user_data = slot.get();
+    self->m_buffers.push_back(std::move(slot));
+}
+
+void PipeWireVideoStream::onRemoveBuffer(void* data, pw_buffer* buffer) {
+    auto* self = static_cast<PipeWireVideoStream*>(data);
+    if (const auto* slot = static_cast<const BufferSlot*>(buffer->user_data)) {
+        // Buffers are removed only when the format changes. A lent one's memory is about to
+        // go, so its frame must come back first: our own picture is let go, and a frame that
+        // is still being written is waited for, briefly (writers finish a frame in
+        // milliseconds). This is the one wait of the capture thread, once per new format.
+        std::unique_lock lock(self->m_lent->mutex);
+        auto isOut = [&] {
+            return std::find(self->m_lent->out.begin(), self->m_lent->out.end(), slot->id) !=
+                   self->m_lent->out.end();
+        };
+        if (isOut()) {
+            lock.unlock();
+            self->m_lastPicture = VideoFrame();
+            self->m_lastPictureLent = false;
+            lock.lock();
+            self->m_lent->signal.wait_for(lock, lentReturnTimeout, [&] { return !isOut(); });
+        }
+    }
+    buffer->user_data = nullptr;
+    std::erase_if(self->m_buffers, [&](const auto& slot) { return slot->buffer == buffer; });
+}
+
+void PipeWireVideoStream::requeueReturned() {
+    std::vector<std::pair<pw_buffer*, uint64_t>> returned;
+    {
+        std::lock_guard lock(m_lent->mutex);
+        returned.swap(m_lent->returned);
+    }
+    for (const auto& [buffer, id] : returned) {
+        // A buffer removed since it was lent is gone; another may have its address.
+        const bool live = std::any_of(m_buffers.begin(), m_buffers.end(), [&](const auto& slot) {
+            return slot->buffer == buffer && slot->id == id;
+        });
+        if (live && m_stream)
+            pw_stream_queue_buffer(m_stream.get(), buffer);
+    }
+}
+
+VideoFrame PipeWireVideoStream::lendPicture(pw_buffer* buffer, int stride) {
+    const auto* slot = static_cast<const BufferSlot*>(buffer->user_data);
+    const int width = int(m_format->size.width);
+    const int height = int(m_format->size.height);
+    const bool whole = !m_options.crop || *m_options.crop == QRect(0, 0, width, height);
+    const bool readable =
+        slot && (slot->mapping || (buffer->buffer->datas[0].type == SPA_DATA_MemPtr &&
+                                   buffer->buffer->datas[0].data));
+    if (!readable || !whole || !m_pool || m_pool->width() != width || m_pool->height() != height ||
+        stride % 4 != 0 || stride < width * 4)
+        return {};
+    const int lendable = std::min(maxLent, int(m_buffers.size()) - buffersKeptForProducer);
+    if (m_lent->outstanding.load() >= lendable)
+        return {};
+    const spa_data& plane = buffer->buffer->datas[0];
+    // Our mapping starts at the file's start; PipeWire's at the data's.
+    const size_t offset =
+        (slot->mapping ? size_t(plane.mapoffset) : 0) + size_t(plane.chunk->offset);
+    const size_t size = size_t(stride) * size_t(height);
+    const size_t available = slot->mapping ? slot->mapping->size() : size_t(plane.maxsize);
+    if (offset + size > available)
+        return {};
+    AVFramePtr frame(av_frame_alloc());
+    if (!frame)
+        return {};
+    auto* lease = new Lease{m_lent, slot->mapping, buffer, slot->id};
+    const uint8_t* memory =
+        slot->mapping ? slot->mapping->data() : static_cast<const uint8_t*>(plane.data);
+    // Runs on whichever thread drops the frame's last copy: the buffer goes back through the
+    // capture thread, which alone may queue it.
+    frame->buf[0] = av_buffer_create(
+        const_cast<uint8_t*>(memory + offset), size,
+        [](void* opaque, uint8_t*) {
+            auto* returned = static_cast<Lease*>(opaque);
+            {
+                std::lock_guard lock(returned->lent->mutex);
+                returned->lent->returned.emplace_back(returned->buffer, returned->id);
+                std::erase(returned->lent->out, returned->id);
+                --returned->lent->outstanding;
+            }
+            returned->lent->signal.notify_all();
+            delete returned; // the last frame of a stopped stream takes its remains along
+        },
+        lease, AV_BUFFER_FLAG_READONLY);
+    if (!frame->buf[0]) {
+        delete lease;
+        return {};
+    }
+    {
+        std::lock_guard lock(m_lent->mutex);
+        m_lent->out.push_back(slot->id);
+        ++m_lent->outstanding;
+    }
+    frame->data[0] = frame->buf[0]->data;
+    frame->linesize[0] = stride;
+    frame->width = width;
+    frame->height = height;
+    // BGRx leaves the fourth byte to the producer: such a picture counts as opaque.
+    frame->format = m_format->format == SPA_VIDEO_FORMAT_BGRA ? AV_PIX_FMT_BGRA : AV_PIX_FMT_BGR0;
+    ++m_lentFrames;
+    return VideoFrame::adopt(frame.release(), MediaTime::invalid(), MediaTime::invalid());
 }
 
 bool PipeWireVideoStream::readCursor(spa_buffer* buffer) {
@@ -416,9 +634,10 @@ VideoFrame PipeWireVideoStream::copyPicture(const uint8_t* pixels, int stride) {
     return frame;
 }
 
-void PipeWireVideoStream::handleBuffer(spa_buffer* buffer) {
+bool PipeWireVideoStream::handleBuffer(pw_buffer* pwBuffer) {
+    spa_buffer* buffer = pwBuffer->buffer;
     if (!m_format || buffer->n_datas < 1)
-        return;
+        return false;
     const auto* header = static_cast<const spa_meta_header*>(
         spa_buffer_find_meta_data(buffer, SPA_META_Header, sizeof(spa_meta_header)));
     const bool cursorChanged = readCursor(buffer) && m_options.showsCursor;
@@ -437,11 +656,18 @@ void PipeWireVideoStream::handleBuffer(spa_buffer* buffer) {
         }
         hasPicture = hasPicture && damaged;
     }
+    if (!hasPicture && m_lastPictureLent) {
+        // Nothing new for now: the kept picture gives its buffer back, since some producers
+        // fill their buffers strictly in turn and would wait for this one.
+        m_lastPicture = copyPicture(m_lastPicture.bytes(), m_lastPicture.bytesPerRow());
+        m_lastPictureLent = false;
+    }
     if (!hasPicture && !(cursorChanged && !m_lastPicture.isNull())) {
         ++m_idle;
         m_idleSinceLastFrame = true;
-        return;
+        return false;
     }
+    bool lent = false;
     if (hasPicture) {
         const int stride =
             data.chunk->stride > 0 ? data.chunk->stride : int(m_format->size.width) * 4;
@@ -456,25 +682,30 @@ void PipeWireVideoStream::handleBuffer(spa_buffer* buffer) {
         if (!pixels || needed > data.maxsize) {
             ++m_idle; // a buffer we cannot read is no picture
             m_idleSinceLastFrame = true;
-            return;
+            return false;
         }
-        VideoFrame picture = copyPicture(pixels + data.chunk->offset, stride);
+        VideoFrame picture = mapping ? VideoFrame() : lendPicture(pwBuffer, stride);
+        lent = !picture.isNull();
+        if (!lent)
+            picture = copyPicture(pixels + data.chunk->offset, stride);
         if (picture.isNull())
-            return;
+            return false;
         if (m_lastPicture.isNull())
             pw_thread_loop_signal(m_loop.get(), false); // someone may wait for the first
         m_lastPicture = std::move(picture);
+        m_lastPictureLent = lent;
     }
     if (!m_delivering)
-        return;
+        return lent;
     const MediaTime now = MediaTime::hostTimeNow();
     // Faster producers are thinned to the asked rate; the newest picture waits for the stop.
     const MediaTime interval = MediaTime::make(1, std::max(1, m_options.frameRate));
     if (m_lastDelivery && (now - *m_lastDelivery).seconds() < interval.seconds() * 0.75) {
         m_idleSinceLastFrame = true;
-        return;
+        return lent;
     }
     deliver(m_lastPicture, now);
+    return lent;
 }
 
 void PipeWireVideoStream::deliver(const VideoFrame& picture, MediaTime now) {
@@ -484,7 +715,9 @@ void PipeWireVideoStream::deliver(const VideoFrame& picture, MediaTime now) {
     VideoFrame frame = picture.withTiming(now, duration, MediaTime::invalid());
     if (m_options.showsCursor && m_cursorVisible && m_cursorPicture) {
         // The cursor goes into a copy: the kept picture stays clean for the next position.
-        VideoFrame drawn = VideoFrame::allocate(picture.width(), picture.height(), now, duration);
+        VideoFrame drawn = VideoFrame::allocate(picture.width(), picture.height(), now, duration,
+                                                picture.hasAlpha() ? VideoFrame::Alpha::meaningful
+                                                                   : VideoFrame::Alpha::undefined);
         for (int y = 0; y < picture.height(); ++y)
             std::memcpy(drawn.mutableBytes() + size_t(y) * size_t(drawn.bytesPerRow()),
                         picture.bytes() + size_t(y) * size_t(picture.bytesPerRow()),

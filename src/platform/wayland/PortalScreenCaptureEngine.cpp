@@ -230,7 +230,8 @@ QCoro::Task<void> PortalScreenCaptureEngine::stopCapture() {
     if (m_cursorFeed)
         m_cursorFeed->detach(this);
     m_stream->stop(true);
-    logLine("📊 Capture: {} frames delivered, {} idle buffers", m_stream->deliveredFrameCount(),
+    logLine("📊 Capture: {} frames delivered ({} without a copy), {} idle buffers",
+            m_stream->deliveredFrameCount(), m_stream->lentFrameCount(),
             m_stream->idleFrameCount());
     m_stream.reset();
     if (m_session)
