@@ -4,6 +4,7 @@
 #include "support/PipeWireSession.h"
 #include "support/ScreenCastPortalStandIn.h"
 
+#include <QDir>
 #include <QFile>
 #include <QJsonArray>
 #include <QJsonDocument>
@@ -248,4 +249,48 @@ TEST(WaylandRecordCommandTest, CursorPositionsFollowTheStreamsCursorMetadata) {
         whiteColumns += row[x] > 225 ? 1 : 0; // the green around it is far darker
     EXPECT_GE(whiteColumns, 12);
     EXPECT_LE(whiteColumns, 20);
+}
+
+// An application or several windows cannot be asked of the portal: each is one error that says
+// why, with a usage status, and no file.
+TEST(WaylandRecordCommandTest, ApplicationsAndSeveralWindowsAreRefusedWithTheReason) {
+    REQUIRE_DBUS();
+    REQUIRE_PIPEWIRE();
+    DBusSession bus;
+    ASSERT_TRUE(bus.isReady()) << bus.error();
+    PipeWireSession pipewire;
+    ASSERT_TRUE(pipewire.isReady()) << pipewire.error();
+    const auto node = pipewire.startVideoSource("tq_refused", "red", 160, 120);
+    ASSERT_TRUE(node);
+    ScreenCastPortalStandIn::Options options;
+    options.node = *node;
+    options.width = 160;
+    options.height = 120;
+    options.pipewireSocket = pipewire.socketPath();
+    ScreenCastPortalStandIn portal(TAVELQUISTON_PORTAL_STANDIN_PATH, options);
+    ASSERT_TRUE(portal.isReady()) << portal.error();
+
+    struct Case {
+        std::vector<std::string> mode;
+        std::string reason;
+    };
+    for (const Case& c :
+         {Case{{"--mode", "application", "--app", "org.example.Editor"}, "Applications cannot"},
+          Case{{"--mode", "windows", "--window", "1", "--window", "2"}, "Several windows"}}) {
+        QTemporaryDir movies;
+        std::vector<std::string> arguments{"record",
+                                           "--backend",
+                                           "wayland",
+                                           "--duration",
+                                           "1",
+                                           "--output",
+                                           movies.path().toStdString()};
+        arguments.insert(arguments.end(), c.mode.begin(), c.mode.end());
+        CliRun run(arguments);
+        const std::string errors = run.errors();
+        EXPECT_EQ(run.status, 2) << errors;
+        EXPECT_NE(errors.find(c.reason), std::string::npos) << errors;
+        EXPECT_NE(errors.find("Wayland"), std::string::npos) << errors;
+        EXPECT_TRUE(QDir(movies.path()).entryList(QDir::Files).isEmpty());
+    }
 }

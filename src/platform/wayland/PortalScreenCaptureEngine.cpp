@@ -43,6 +43,25 @@ void PortalScreenCaptureEngine::updateAvailableContent() {
     m_availableContent = m_sessions->content();
 }
 
+std::optional<QString> PortalScreenCaptureEngine::refusalReason(const RecordingMode& mode) {
+    // The portal shares what the user picks in the desktop's dialog: monitors and single windows.
+    // Nothing there names an application or a set of windows.
+    if (mode.is<RecordingMode::Application>())
+        return QStringLiteral(
+            "Applications cannot be recorded on Wayland: the desktop's screen cast portal shares "
+            "only monitors and single windows, picked in its own dialog; record a display, an "
+            "area of it, or one window");
+    if (mode.is<RecordingMode::Windows>())
+        return QStringLiteral(
+            "Several windows cannot be recorded on Wayland: the desktop's screen cast portal "
+            "shares one window at a time, picked in its own dialog; record one window, a display "
+            "or an area of it");
+    if (!mode.is<RecordingMode::Screen>() && !mode.is<RecordingMode::ScreenArea>() &&
+        !mode.is<RecordingMode::Window>())
+        return QStringLiteral("The screen cast portal shares displays and windows only");
+    return std::nullopt;
+}
+
 std::shared_ptr<SCContentFilter>
 PortalScreenCaptureEngine::createFilter(const RecordingMode& mode,
                                         const RecordingConfiguration& config) {
@@ -64,10 +83,8 @@ PortalScreenCaptureEngine::createFilter(const RecordingMode& mode,
         m_mode = mode;
         return filter;
     }
-    if (!mode.is<RecordingMode::Screen>() && !mode.is<RecordingMode::ScreenArea>())
-        throw RecordingError::invalidConfiguration(QStringLiteral(
-            "On Wayland the desktop's own dialog chooses what is shared: record a display, an "
-            "area of it, or the one window picked there"));
+    if (const std::optional<QString> reason = refusalReason(mode))
+        throw RecordingError::invalidConfiguration(*reason);
     auto filter = std::make_shared<X11ContentFilter>(
         X11ContentFilter::make(mode, config, *m_availableContent, {}));
     m_mode = mode;

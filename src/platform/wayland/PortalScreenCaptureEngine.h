@@ -32,6 +32,10 @@ public:
                                        std::shared_ptr<PortalCursorFeed> cursorFeed = {});
     ~PortalScreenCaptureEngine() override;
 
+    // Why the portal cannot record `mode`; absent when it can. Applications and sets of windows
+    // are nothing its dialog offers.
+    static std::optional<QString> refusalReason(const RecordingMode& mode);
+
     void setAvailableContent(const SCShareableContent& content) override;
     void updateAvailableContent() override;
     std::shared_ptr<SCContentFilter> createFilter(const RecordingMode& mode,
