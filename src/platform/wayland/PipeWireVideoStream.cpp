@@ -3,12 +3,6 @@
 #include "core/support/Log.h"
 #include "platform/x11/X11FramePixels.h"
 
-extern "C" {
-#include <libavutil/buffer.h>
-#include <libavutil/frame.h>
-}
-#include "media/FFmpegHandles.h"
-
 #include <libyuv/scale_argb.h>
 #include <linux/dma-buf.h>
 #include <spa/buffer/meta.h>
@@ -20,7 +14,6 @@ extern "C" {
 #include <unistd.h>
 
 #include <algorithm>
-#include <condition_variable>
 #include <cstring>
 #include <mutex>
 #include <stdexcept>
@@ -93,73 +86,7 @@ const pw_stream_events streamEvents = [] {
     return events;
 }();
 
-// Frames lent out at once, beyond which pictures are copied: the kept picture and a frame or two
-// on their way to the writer. The producer keeps enough buffers to fill whatever the writer
-// holds on to (GStreamer's producer stalls with only two).
-constexpr int maxLent = 3;
-constexpr int buffersKeptForProducer = 4;
-constexpr auto lentReturnTimeout = std::chrono::milliseconds(250);
-
-// A shared-memory buffer as we map it ourselves: PipeWire unmaps its own mapping when the buffer
-// is removed (a new format), while a frame that shows it may still be on its way to the writer.
-class SharedMapping {
-public:
-    SharedMapping(int fd, size_t size) : m_size(size) {
-        void* address = mmap(nullptr, size, PROT_READ, MAP_SHARED, fd, 0);
-        if (address != MAP_FAILED)
-            m_address = static_cast<const uint8_t*>(address);
-    }
-    ~SharedMapping() {
-        if (m_address)
-            munmap(const_cast<uint8_t*>(m_address), m_size);
-    }
-    SharedMapping(const SharedMapping&) = delete;
-    SharedMapping& operator=(const SharedMapping&) = delete;
-    const uint8_t* data() const { return m_address; }
-    size_t size() const { return m_size; }
-
-private:
-    size_t m_size;
-    const uint8_t* m_address = nullptr;
-};
-
 } // namespace
-
-struct PipeWireVideoStream::BufferSlot {
-    pw_buffer* buffer = nullptr;
-    uint64_t id = 0;
-    // Our own mapping of a shared-memory file; absent for memory PipeWire maps itself.
-    std::shared_ptr<const SharedMapping> mapping;
-};
-
-// Written by whichever thread releases a lent frame; drained on the capture thread.
-struct PipeWireVideoStream::LentBuffers {
-    // The PipeWire objects of a stopped stream while its buffers are still lent: the memory of
-    // buffers PipeWire mapped itself lives as long as they do, so they go with the last frame.
-    // Members go last to first: the stream before its core, context and (stopped) loop.
-    struct Remains {
-        PipeWireThreadLoop loop;
-        PipeWireContext context;
-        PipeWireCore core;
-        PipeWireRegistry registry;
-        PipeWireStream stream;
-    };
-
-    std::mutex mutex;
-    std::condition_variable signal;                        // a frame came back
-    std::vector<std::pair<pw_buffer*, uint64_t>> returned; // guarded by mutex
-    std::vector<uint64_t> out;                             // ids lent; guarded by mutex
-    std::unique_ptr<Remains> remains;                      // set once, at the stop
-    std::atomic<int> outstanding{0};
-};
-
-// What a lent frame holds: the mapping keeps its pixels readable after the stream is gone.
-struct PipeWireVideoStream::Lease {
-    std::shared_ptr<LentBuffers> lent;
-    std::shared_ptr<const SharedMapping> mapping;
-    pw_buffer* buffer = nullptr;
-    uint64_t id = 0;
-};
 
 void ensurePipeWireInitialised() {
     static std::once_flag once;
@@ -168,8 +95,7 @@ void ensurePipeWireInitialised() {
 
 PipeWireVideoStream::PipeWireVideoStream(Options options, FrameHandler onFrame,
                                          ErrorHandler onError)
-    : m_options(std::move(options)), m_onFrame(std::move(onFrame)), m_onError(std::move(onError)),
-      m_lent(std::make_shared<LentBuffers>()) {}
+    : m_options(std::move(options)), m_onFrame(std::move(onFrame)), m_onError(std::move(onError)) {}
 
 PipeWireVideoStream::~PipeWireVideoStream() {
     stop(false);
@@ -289,20 +215,14 @@ void PipeWireVideoStream::stop(bool closingFrame) {
         spa_hook_remove(&m_coreListener);
     m_lastPicture = VideoFrame();
     m_lastPictureLent = false;
-    auto remains = std::make_unique<LentBuffers::Remains>();
+    auto remains = std::make_unique<PipeWireBufferLender::Remains>();
     remains->loop = std::move(m_loop);
     remains->context = std::move(m_context);
     remains->core = std::move(m_core);
     remains->registry = std::move(m_registry);
     remains->stream = std::move(m_stream);
-    {
-        // Frames still out keep the stream's memory; their buffers have nowhere to go back to.
-        std::lock_guard lock(m_lent->mutex);
-        if (m_lent->outstanding.load() > 0)
-            m_lent->remains = std::move(remains);
-    }
-    remains.reset(); // nothing lent: everything goes now, the stream first
-    m_buffers.clear();
+    // Frames still out keep the stream's memory; their buffers have nowhere to go back to.
+    m_lender.keepUntilReturned(std::move(remains));
     m_pool.reset();
 }
 
@@ -437,122 +357,33 @@ void PipeWireVideoStream::onProcess(void* data) {
 }
 
 void PipeWireVideoStream::onAddBuffer(void* data, pw_buffer* buffer) {
-    auto* self = static_cast<PipeWireVideoStream*>(data);
-    auto slot = std::make_unique<BufferSlot>();
-    slot->buffer = buffer;
-    slot->id = self->m_nextBufferID++;
-    const spa_data& plane = buffer->buffer->datas[0];
-    if (buffer->buffer->n_datas >= 1 && plane.type == SPA_DATA_MemFd && plane.fd >= 0) {
-        auto mapping =
-            std::make_shared<SharedMapping>(int(plane.fd), size_t(plane.mapoffset + plane.maxsize));
-        if (mapping->data())
-            slot->mapping = std::move(mapping);
-    }
-    buffer->user_data = slot.get();
-    self->m_buffers.push_back(std::move(slot));
+    static_cast<PipeWireVideoStream*>(data)->m_lender.addBuffer(buffer);
 }
 
 void PipeWireVideoStream::onRemoveBuffer(void* data, pw_buffer* buffer) {
     auto* self = static_cast<PipeWireVideoStream*>(data);
-    if (const auto* slot = static_cast<const BufferSlot*>(buffer->user_data)) {
-        // Buffers are removed only when the format changes. A lent one's memory is about to
-        // go, so its frame must come back first: our own picture is let go, and a frame that
-        // is still being written is waited for, briefly (writers finish a frame in
-        // milliseconds). This is the one wait of the capture thread, once per new format.
-        std::unique_lock lock(self->m_lent->mutex);
-        auto isOut = [&] {
-            return std::find(self->m_lent->out.begin(), self->m_lent->out.end(), slot->id) !=
-                   self->m_lent->out.end();
-        };
-        if (isOut()) {
-            lock.unlock();
-            self->m_lastPicture = VideoFrame();
-            self->m_lastPictureLent = false;
-            lock.lock();
-            self->m_lent->signal.wait_for(lock, lentReturnTimeout, [&] { return !isOut(); });
-        }
+    // A buffer's memory goes with it (the format changed): our own picture of it is let go.
+    if (self->m_lastPictureLent && self->m_lender.isLent(buffer)) {
+        self->m_lastPicture = VideoFrame();
+        self->m_lastPictureLent = false;
     }
-    buffer->user_data = nullptr;
-    std::erase_if(self->m_buffers, [&](const auto& slot) { return slot->buffer == buffer; });
+    self->m_lender.removeBuffer(buffer);
 }
 
 void PipeWireVideoStream::requeueReturned() {
-    std::vector<std::pair<pw_buffer*, uint64_t>> returned;
-    {
-        std::lock_guard lock(m_lent->mutex);
-        returned.swap(m_lent->returned);
-    }
-    for (const auto& [buffer, id] : returned) {
-        // A buffer removed since it was lent is gone; another may have its address.
-        const bool live = std::any_of(m_buffers.begin(), m_buffers.end(), [&](const auto& slot) {
-            return slot->buffer == buffer && slot->id == id;
-        });
-        if (live && m_stream)
+    for (pw_buffer* buffer : m_lender.takeReturned())
+        if (m_stream)
             pw_stream_queue_buffer(m_stream.get(), buffer);
-    }
 }
 
 VideoFrame PipeWireVideoStream::lendPicture(pw_buffer* buffer, int stride) {
-    const auto* slot = static_cast<const BufferSlot*>(buffer->user_data);
     const int width = int(m_format->size.width);
     const int height = int(m_format->size.height);
+    // Only the whole picture at its own size is handed on as it is.
     const bool whole = !m_options.crop || *m_options.crop == QRect(0, 0, width, height);
-    const bool readable =
-        slot && (slot->mapping || (buffer->buffer->datas[0].type == SPA_DATA_MemPtr &&
-                                   buffer->buffer->datas[0].data));
-    if (!readable || !whole || !m_pool || m_pool->width() != width || m_pool->height() != height ||
-        stride % 4 != 0 || stride < width * 4)
+    if (!whole || !m_pool || m_pool->width() != width || m_pool->height() != height)
         return {};
-    const int lendable = std::min(maxLent, int(m_buffers.size()) - buffersKeptForProducer);
-    if (m_lent->outstanding.load() >= lendable)
-        return {};
-    const spa_data& plane = buffer->buffer->datas[0];
-    // Our mapping starts at the file's start; PipeWire's at the data's.
-    const size_t offset =
-        (slot->mapping ? size_t(plane.mapoffset) : 0) + size_t(plane.chunk->offset);
-    const size_t size = size_t(stride) * size_t(height);
-    const size_t available = slot->mapping ? slot->mapping->size() : size_t(plane.maxsize);
-    if (offset + size > available)
-        return {};
-    AVFramePtr frame(av_frame_alloc());
-    if (!frame)
-        return {};
-    auto* lease = new Lease{m_lent, slot->mapping, buffer, slot->id};
-    const uint8_t* memory =
-        slot->mapping ? slot->mapping->data() : static_cast<const uint8_t*>(plane.data);
-    // Runs on whichever thread drops the frame's last copy: the buffer goes back through the
-    // capture thread, which alone may queue it.
-    frame->buf[0] = av_buffer_create(
-        const_cast<uint8_t*>(memory + offset), size,
-        [](void* opaque, uint8_t*) {
-            auto* returned = static_cast<Lease*>(opaque);
-            {
-                std::lock_guard lock(returned->lent->mutex);
-                returned->lent->returned.emplace_back(returned->buffer, returned->id);
-                std::erase(returned->lent->out, returned->id);
-                --returned->lent->outstanding;
-            }
-            returned->lent->signal.notify_all();
-            delete returned; // the last frame of a stopped stream takes its remains along
-        },
-        lease, AV_BUFFER_FLAG_READONLY);
-    if (!frame->buf[0]) {
-        delete lease;
-        return {};
-    }
-    {
-        std::lock_guard lock(m_lent->mutex);
-        m_lent->out.push_back(slot->id);
-        ++m_lent->outstanding;
-    }
-    frame->data[0] = frame->buf[0]->data;
-    frame->linesize[0] = stride;
-    frame->width = width;
-    frame->height = height;
-    // BGRx leaves the fourth byte to the producer: such a picture counts as opaque.
-    frame->format = m_format->format == SPA_VIDEO_FORMAT_BGRA ? AV_PIX_FMT_BGRA : AV_PIX_FMT_BGR0;
-    ++m_lentFrames;
-    return VideoFrame::adopt(frame.release(), MediaTime::invalid(), MediaTime::invalid());
+    return m_lender.lend(buffer, width, height, stride, m_format->format == SPA_VIDEO_FORMAT_BGRA);
 }
 
 bool PipeWireVideoStream::readCursor(spa_buffer* buffer) {

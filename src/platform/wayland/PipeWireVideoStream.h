@@ -1,6 +1,7 @@
 #pragma once
 
 #include "media/VideoFrame.h"
+#include "platform/wayland/PipeWireBufferLender.h"
 #include "platform/wayland/PipeWireHandles.h"
 
 #include <QPoint>
@@ -72,7 +73,7 @@ public:
     int64_t deliveredFrameCount() const { return m_delivered.load(); }
     int64_t idleFrameCount() const { return m_idle.load(); }
     // Pictures handed on as the producer's own buffer, without a copy.
-    int64_t lentFrameCount() const { return m_lentFrames.load(); }
+    int64_t lentFrameCount() const { return m_lender.lentCount(); }
 
 private:
     struct CursorPicture {
@@ -127,14 +128,7 @@ private:
     bool m_delivering = true;
     std::atomic<bool> m_failed{false};
 
-    // Buffers lent out as frames come back here from whichever thread releases the frame.
-    struct LentBuffers;
-    struct BufferSlot;
-    struct Lease;
-    std::shared_ptr<LentBuffers> m_lent;
-    // The stream's buffers, added and removed on the capture thread, with our own mappings.
-    std::vector<std::unique_ptr<BufferSlot>> m_buffers;
-    uint64_t m_nextBufferID = 1; // tells a buffer from a later one at the same address
+    PipeWireBufferLender m_lender; // the capture thread's, but for frames' release
 
     // The capture thread's own.
     std::unique_ptr<VideoFramePool> m_pool;
@@ -152,5 +146,4 @@ private:
     std::atomic<int32_t> m_cursorY{0};
     std::atomic<int64_t> m_delivered{0};
     std::atomic<int64_t> m_idle{0};
-    std::atomic<int64_t> m_lentFrames{0};
 };
