@@ -27,6 +27,8 @@ packages=(
   sox
   pipewire pipewire-bin wireplumber gstreamer1.0-pipewire gstreamer1.0-tools
   gstreamer1.0-plugins-base
+  # a real wlroots desktop and its ScreenCast portal (run headless by one test)
+  sway xdg-desktop-portal xdg-desktop-portal-wlr
 )
 
 missing=()

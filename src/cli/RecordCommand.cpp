@@ -17,6 +17,8 @@
 #include "platform/RecordingEngineLoader.h"
 #include "platform/desktop/DBusSystemEventMonitor.h"
 #include "platform/pulse/AudioDeviceManager.h"
+#include "platform/wayland/PortalScreenCaptureEngine.h"
+#include "platform/wayland/WaylandRecordingEngineFactory.h"
 
 #include <QApplication>
 #include <QDir>
@@ -618,6 +620,19 @@ int runRecord(const QStringList& arguments, FILE* out, FILE* err) {
         return 2;
     const std::unique_ptr<RecordingEngineFactory> factory =
         makeRecordingEngineFactory(loaderOptions);
+    // What the desktop's portal cannot share is refused before its dialog asks the user.
+    if (dynamic_cast<const WaylandRecordingEngineFactory*>(factory.get())) {
+        const std::optional<RecordingMode> unshareable =
+            request.mode == QLatin1String("application")
+                ? std::optional(RecordingMode::application({}))
+            : request.mode == QLatin1String("windows") ? std::optional(RecordingMode::windows({}))
+                                                       : std::nullopt;
+        if (const auto reason = unshareable ? PortalScreenCaptureEngine::refusalReason(*unshareable)
+                                            : std::nullopt) {
+            fmt::print(err, "❌ {}\n", reason->toStdString());
+            return 2;
+        }
+    }
     SCShareableContent content;
     try {
         // Sound alone needs no screen.

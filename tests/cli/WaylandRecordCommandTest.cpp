@@ -4,11 +4,18 @@
 #include "support/PipeWireSession.h"
 #include "support/ScreenCastPortalStandIn.h"
 
+#include <QDir>
+#include <QFile>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
 #include <QTemporaryDir>
 
 #include <gtest/gtest.h>
 
+#include <cmath>
 #include <fstream>
+#include <set>
 #include <sstream>
 
 using namespace std::chrono_literals;
@@ -45,6 +52,18 @@ struct CliRun {
     QTemporaryDir folder;
     std::optional<int> status;
 };
+
+// The last line of a run's output that names a file ending in `suffix`.
+std::string writtenFile(const std::string& output, const std::string& suffix) {
+    std::istringstream lines(output);
+    std::string found;
+    for (std::string line; std::getline(lines, line);) {
+        if (line.size() >= suffix.size() &&
+            line.compare(line.size() - suffix.size(), suffix.size(), suffix) == 0)
+            found = line;
+    }
+    return found;
+}
 
 } // namespace
 
@@ -155,5 +174,123 @@ TEST(WaylandRecordCommandTest, NoPortalOnTheBusIsOneClearError) {
         for (size_t at = errors.find("❌"); at != std::string::npos; at = errors.find("❌", at + 1))
             ++ours;
         EXPECT_EQ(ours, 1u) << errors;
+    }
+}
+
+// The pointer's place comes from the stream's cursor metadata: the producer moves it 4 pixels
+// right per buffer along the middle row, and the recording's positions are those places,
+// normalised to the picture, in time order. With the cursor shown, the metadata's white pointer
+// is drawn into the file's pictures. There are no clicks on Wayland.
+TEST(WaylandRecordCommandTest, CursorPositionsFollowTheStreamsCursorMetadata) {
+    REQUIRE_DBUS();
+    REQUIRE_PIPEWIRE();
+    DBusSession bus;
+    ASSERT_TRUE(bus.isReady()) << bus.error();
+    PipeWireSession pipewire;
+    ASSERT_TRUE(pipewire.isReady()) << pipewire.error();
+    constexpr int width = 320, height = 240;
+    const auto node = pipewire.startSourceProgram(
+        "tq_cursor_desktop",
+        {TAVELQUISTON_CURSOR_SOURCE_PATH, "--name", "tq_cursor_desktop", "--width",
+         std::to_string(width), "--height", std::to_string(height), "--color", "00ff00"});
+    ASSERT_TRUE(node) << "the cursor source did not appear in PipeWire";
+    ScreenCastPortalStandIn::Options options;
+    options.node = *node;
+    options.width = width;
+    options.height = height;
+    options.pipewireSocket = pipewire.socketPath();
+    ScreenCastPortalStandIn portal(TAVELQUISTON_PORTAL_STANDIN_PATH, options);
+    ASSERT_TRUE(portal.isReady()) << portal.error();
+
+    QTemporaryDir movies;
+    CliRun run({"record", "--backend", "wayland", "--duration", "2", "--fps", "30",
+                "--click-to-zoom", "--smart-zoom", "off", "--show-cursor", "--output",
+                movies.path().toStdString()});
+    ASSERT_EQ(run.status, 0) << run.errors();
+    QFile file(QString::fromStdString(writtenFile(run.output(), ".metadata.json")));
+    ASSERT_TRUE(file.open(QIODevice::ReadOnly)) << run.output();
+    const QJsonObject metadata = QJsonDocument::fromJson(file.readAll()).object();
+    EXPECT_TRUE(metadata.value("cursorClicks").toArray().isEmpty());
+
+    std::vector<double> pixelsX;
+    double previousTime = -1;
+    for (const QJsonValue& value : metadata.value("cursorPositions").toArray()) {
+        const double time = value.toObject().value("timestamp").toDouble();
+        const QJsonArray at = value.toObject().value("position").toArray();
+        EXPECT_GE(time, previousTime);
+        previousTime = time;
+        EXPECT_NEAR(at[1].toDouble(), 0.5, 1e-6); // the middle row, from the top
+        pixelsX.push_back(at[0].toDouble() * width);
+    }
+    // About 30 samples a second over two seconds.
+    ASSERT_GT(pixelsX.size(), 40u) << run.output();
+    std::set<int> places;
+    size_t steps = 0, forward = 0;
+    for (size_t i = 0; i < pixelsX.size(); ++i) {
+        const double x = pixelsX[i];
+        // Only places the producer put the pointer: 8 + 4n pixels.
+        EXPECT_NEAR(std::fmod(x - 8.0 + 1e-6, 4.0), 0.0, 1e-3) << x;
+        places.insert(int(std::lround(x)));
+        if (i > 0 && x != pixelsX[i - 1]) {
+            ++steps;
+            forward += x > pixelsX[i - 1] ? 1 : 0;
+        }
+    }
+    EXPECT_GT(places.size(), 20u);
+    // Rightwards, but for the producer's one wrap back to the left edge.
+    EXPECT_GE(forward + 1, steps);
+
+    const std::string movie = writtenFile(run.output(), ".mov");
+    const AVFramePtr picture = decodeFirstPicture(movie);
+    ASSERT_TRUE(picture) << run.output();
+    int whiteColumns = 0;
+    const uint8_t* row = picture->data[0] + (height / 2 + 8) * picture->linesize[0];
+    for (int x = 0; x < picture->width; ++x)
+        whiteColumns += row[x] > 225 ? 1 : 0; // the green around it is far darker
+    EXPECT_GE(whiteColumns, 12);
+    EXPECT_LE(whiteColumns, 20);
+}
+
+// An application or several windows cannot be asked of the portal: each is one error that says
+// why, with a usage status, and no file.
+TEST(WaylandRecordCommandTest, ApplicationsAndSeveralWindowsAreRefusedWithTheReason) {
+    REQUIRE_DBUS();
+    REQUIRE_PIPEWIRE();
+    DBusSession bus;
+    ASSERT_TRUE(bus.isReady()) << bus.error();
+    PipeWireSession pipewire;
+    ASSERT_TRUE(pipewire.isReady()) << pipewire.error();
+    const auto node = pipewire.startVideoSource("tq_refused", "red", 160, 120);
+    ASSERT_TRUE(node);
+    ScreenCastPortalStandIn::Options options;
+    options.node = *node;
+    options.width = 160;
+    options.height = 120;
+    options.pipewireSocket = pipewire.socketPath();
+    ScreenCastPortalStandIn portal(TAVELQUISTON_PORTAL_STANDIN_PATH, options);
+    ASSERT_TRUE(portal.isReady()) << portal.error();
+
+    struct Case {
+        std::vector<std::string> mode;
+        std::string reason;
+    };
+    for (const Case& c :
+         {Case{{"--mode", "application", "--app", "org.example.Editor"}, "Applications cannot"},
+          Case{{"--mode", "windows", "--window", "1", "--window", "2"}, "Several windows"}}) {
+        QTemporaryDir movies;
+        std::vector<std::string> arguments{"record",
+                                           "--backend",
+                                           "wayland",
+                                           "--duration",
+                                           "1",
+                                           "--output",
+                                           movies.path().toStdString()};
+        arguments.insert(arguments.end(), c.mode.begin(), c.mode.end());
+        CliRun run(arguments);
+        const std::string errors = run.errors();
+        EXPECT_EQ(run.status, 2) << errors;
+        EXPECT_NE(errors.find(c.reason), std::string::npos) << errors;
+        EXPECT_NE(errors.find("Wayland"), std::string::npos) << errors;
+        EXPECT_TRUE(QDir(movies.path()).entryList(QDir::Files).isEmpty());
     }
 }

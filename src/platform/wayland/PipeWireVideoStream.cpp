@@ -150,6 +150,8 @@ void PipeWireVideoStream::start() {
         e.state_changed = &PipeWireVideoStream::onStateChanged;
         e.param_changed = &PipeWireVideoStream::onParamChanged;
         e.process = &PipeWireVideoStream::onProcess;
+        e.add_buffer = &PipeWireVideoStream::onAddBuffer;
+        e.remove_buffer = &PipeWireVideoStream::onRemoveBuffer;
         return e;
     }();
     pw_stream_add_listener(m_stream.get(), &m_streamListener, &events, this);
@@ -202,14 +204,25 @@ void PipeWireVideoStream::stop(bool closingFrame) {
         if (closingFrame && m_delivering && m_idleSinceLastFrame && !m_failed.load())
             deliver(m_lastPicture, MediaTime::hostTimeNow());
     }
-    // Once the loop has stopped no callback runs, so the objects go without its lock.
+    // Once the loop has stopped no callback runs, so the objects go without its lock. They no
+    // longer call us either: they may outlive this object.
     pw_thread_loop_stop(m_loop.get());
-    m_stream.reset();
-    m_registry.reset();
-    m_core.reset();
-    m_context.reset();
-    m_loop.reset();
+    if (m_stream)
+        spa_hook_remove(&m_streamListener);
+    if (m_registry)
+        spa_hook_remove(&m_registryListener);
+    if (m_core)
+        spa_hook_remove(&m_coreListener);
     m_lastPicture = VideoFrame();
+    m_lastPictureLent = false;
+    auto remains = std::make_unique<PipeWireBufferLender::Remains>();
+    remains->loop = std::move(m_loop);
+    remains->context = std::move(m_context);
+    remains->core = std::move(m_core);
+    remains->registry = std::move(m_registry);
+    remains->stream = std::move(m_stream);
+    // Frames still out keep the stream's memory; their buffers have nowhere to go back to.
+    m_lender.keepUntilReturned(std::move(remains));
     m_pool.reset();
 }
 
@@ -291,6 +304,7 @@ void PipeWireVideoStream::handleFormat(const spa_pod* param) {
     const QSize output = m_options.outputSize.value_or(crop.size());
     m_pool = std::make_unique<VideoFramePool>(output.width(), output.height());
     m_lastPicture = VideoFrame();
+    m_lastPictureLent = false;
     logLine("📺 PipeWire stream: {}x{} {} in {}", info.size.width, info.size.height,
             info.format == SPA_VIDEO_FORMAT_BGRA ? "BGRA" : "BGRx",
             m_dmabuf ? "DMA-BUF" : "shared memory");
@@ -300,8 +314,10 @@ void PipeWireVideoStream::handleFormat(const spa_pod* param) {
     const int dataTypes =
         m_dmabuf ? (1 << SPA_DATA_DmaBuf) : ((1 << SPA_DATA_MemPtr) | (1 << SPA_DATA_MemFd));
     const spa_pod* params[4];
+    // Enough buffers that a few can be lent out as frames while the producer fills the others.
     params[0] = static_cast<const spa_pod*>(spa_pod_builder_add_object(
-        &b, SPA_TYPE_OBJECT_ParamBuffers, SPA_PARAM_Buffers, SPA_PARAM_BUFFERS_dataType,
+        &b, SPA_TYPE_OBJECT_ParamBuffers, SPA_PARAM_Buffers, SPA_PARAM_BUFFERS_buffers,
+        SPA_POD_CHOICE_RANGE_Int(8, 2, 16), SPA_PARAM_BUFFERS_dataType,
         SPA_POD_CHOICE_FLAGS_Int(dataTypes)));
     params[1] = static_cast<const spa_pod*>(spa_pod_builder_add_object(
         &b, SPA_TYPE_OBJECT_ParamMeta, SPA_PARAM_Meta, SPA_PARAM_META_type,
@@ -323,6 +339,7 @@ void PipeWireVideoStream::handleFormat(const spa_pod* param) {
 
 void PipeWireVideoStream::onProcess(void* data) {
     auto* self = static_cast<PipeWireVideoStream*>(data);
+    self->requeueReturned();
     // Only the newest picture matters; older ones waiting go straight back.
     pw_buffer* newest = nullptr;
     while (pw_buffer* next = pw_stream_dequeue_buffer(self->m_stream.get())) {
@@ -332,9 +349,41 @@ void PipeWireVideoStream::onProcess(void* data) {
     }
     if (!newest)
         return;
-    if (!self->m_failed.load() && !self->m_stopping)
-        self->handleBuffer(newest->buffer);
-    pw_stream_queue_buffer(self->m_stream.get(), newest);
+    const bool lent = !self->m_failed.load() && !self->m_stopping && self->handleBuffer(newest);
+    if (!lent)
+        pw_stream_queue_buffer(self->m_stream.get(), newest);
+    // The picture this one replaced may have been lent.
+    self->requeueReturned();
+}
+
+void PipeWireVideoStream::onAddBuffer(void* data, pw_buffer* buffer) {
+    static_cast<PipeWireVideoStream*>(data)->m_lender.addBuffer(buffer);
+}
+
+void PipeWireVideoStream::onRemoveBuffer(void* data, pw_buffer* buffer) {
+    auto* self = static_cast<PipeWireVideoStream*>(data);
+    // A buffer's memory goes with it (the format changed): our own picture of it is let go.
+    if (self->m_lastPictureLent && self->m_lender.isLent(buffer)) {
+        self->m_lastPicture = VideoFrame();
+        self->m_lastPictureLent = false;
+    }
+    self->m_lender.removeBuffer(buffer);
+}
+
+void PipeWireVideoStream::requeueReturned() {
+    for (pw_buffer* buffer : m_lender.takeReturned())
+        if (m_stream)
+            pw_stream_queue_buffer(m_stream.get(), buffer);
+}
+
+VideoFrame PipeWireVideoStream::lendPicture(pw_buffer* buffer, int stride) {
+    const int width = int(m_format->size.width);
+    const int height = int(m_format->size.height);
+    // Only the whole picture at its own size is handed on as it is.
+    const bool whole = !m_options.crop || *m_options.crop == QRect(0, 0, width, height);
+    if (!whole || !m_pool || m_pool->width() != width || m_pool->height() != height)
+        return {};
+    return m_lender.lend(buffer, width, height, stride, m_format->format == SPA_VIDEO_FORMAT_BGRA);
 }
 
 bool PipeWireVideoStream::readCursor(spa_buffer* buffer) {
@@ -416,9 +465,10 @@ VideoFrame PipeWireVideoStream::copyPicture(const uint8_t* pixels, int stride) {
     return frame;
 }
 
-void PipeWireVideoStream::handleBuffer(spa_buffer* buffer) {
+bool PipeWireVideoStream::handleBuffer(pw_buffer* pwBuffer) {
+    spa_buffer* buffer = pwBuffer->buffer;
     if (!m_format || buffer->n_datas < 1)
-        return;
+        return false;
     const auto* header = static_cast<const spa_meta_header*>(
         spa_buffer_find_meta_data(buffer, SPA_META_Header, sizeof(spa_meta_header)));
     const bool cursorChanged = readCursor(buffer) && m_options.showsCursor;
@@ -437,11 +487,18 @@ void PipeWireVideoStream::handleBuffer(spa_buffer* buffer) {
         }
         hasPicture = hasPicture && damaged;
     }
+    if (!hasPicture && m_lastPictureLent) {
+        // Nothing new for now: the kept picture gives its buffer back, since some producers
+        // fill their buffers strictly in turn and would wait for this one.
+        m_lastPicture = copyPicture(m_lastPicture.bytes(), m_lastPicture.bytesPerRow());
+        m_lastPictureLent = false;
+    }
     if (!hasPicture && !(cursorChanged && !m_lastPicture.isNull())) {
         ++m_idle;
         m_idleSinceLastFrame = true;
-        return;
+        return false;
     }
+    bool lent = false;
     if (hasPicture) {
         const int stride =
             data.chunk->stride > 0 ? data.chunk->stride : int(m_format->size.width) * 4;
@@ -456,25 +513,30 @@ void PipeWireVideoStream::handleBuffer(spa_buffer* buffer) {
         if (!pixels || needed > data.maxsize) {
             ++m_idle; // a buffer we cannot read is no picture
             m_idleSinceLastFrame = true;
-            return;
+            return false;
         }
-        VideoFrame picture = copyPicture(pixels + data.chunk->offset, stride);
+        VideoFrame picture = mapping ? VideoFrame() : lendPicture(pwBuffer, stride);
+        lent = !picture.isNull();
+        if (!lent)
+            picture = copyPicture(pixels + data.chunk->offset, stride);
         if (picture.isNull())
-            return;
+            return false;
         if (m_lastPicture.isNull())
             pw_thread_loop_signal(m_loop.get(), false); // someone may wait for the first
         m_lastPicture = std::move(picture);
+        m_lastPictureLent = lent;
     }
     if (!m_delivering)
-        return;
+        return lent;
     const MediaTime now = MediaTime::hostTimeNow();
     // Faster producers are thinned to the asked rate; the newest picture waits for the stop.
     const MediaTime interval = MediaTime::make(1, std::max(1, m_options.frameRate));
     if (m_lastDelivery && (now - *m_lastDelivery).seconds() < interval.seconds() * 0.75) {
         m_idleSinceLastFrame = true;
-        return;
+        return lent;
     }
     deliver(m_lastPicture, now);
+    return lent;
 }
 
 void PipeWireVideoStream::deliver(const VideoFrame& picture, MediaTime now) {
@@ -484,7 +546,9 @@ void PipeWireVideoStream::deliver(const VideoFrame& picture, MediaTime now) {
     VideoFrame frame = picture.withTiming(now, duration, MediaTime::invalid());
     if (m_options.showsCursor && m_cursorVisible && m_cursorPicture) {
         // The cursor goes into a copy: the kept picture stays clean for the next position.
-        VideoFrame drawn = VideoFrame::allocate(picture.width(), picture.height(), now, duration);
+        VideoFrame drawn = VideoFrame::allocate(picture.width(), picture.height(), now, duration,
+                                                picture.hasAlpha() ? VideoFrame::Alpha::meaningful
+                                                                   : VideoFrame::Alpha::undefined);
         for (int y = 0; y < picture.height(); ++y)
             std::memcpy(drawn.mutableBytes() + size_t(y) * size_t(drawn.bytesPerRow()),
                         picture.bytes() + size_t(y) * size_t(picture.bytesPerRow()),

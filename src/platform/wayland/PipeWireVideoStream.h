@@ -1,6 +1,7 @@
 #pragma once
 
 #include "media/VideoFrame.h"
+#include "platform/wayland/PipeWireBufferLender.h"
 #include "platform/wayland/PipeWireHandles.h"
 
 #include <QPoint>
@@ -20,14 +21,17 @@
 #include <vector>
 
 // Consumes one PipeWire video node (a screen cast stream) and turns its buffers into BGRA
-// frames stamped with the host clock. Negotiates BGRx or BGRA in shared memory, or DMA-BUF
-// with the linear modifier where the producer insists, mapped for reading. A buffer without
-// damage, marked corrupt or empty is idle: nothing new to show, so nothing is handed on, as a
-// still X11 screen sends nothing. The cursor comes from the stream's cursor metadata: its
-// position always, its picture drawn into frames when asked for.
-// Thread: made, started and stopped on one thread (the main thread); the handlers run on the
-// stream's PipeWire thread loop, which is the capture thread, and must not block; the closing
-// frame comes from the stopping thread while the loop is held still.
+// frames stamped with the host clock. A whole picture in shared memory is lent as the frame
+// itself, without a copy: the buffer goes back to the producer when the last copy of the frame
+// is released, and at most a few are lent at a time so the producer always has buffers to fill;
+// beyond that, and for crops, scaling and DMA-BUF, the picture is copied. Negotiates BGRx or BGRA
+// in shared memory, or DMA-BUF with the linear modifier where the producer insists, mapped for
+// reading. A buffer without damage, marked corrupt or empty is idle: nothing new to show, so
+// nothing is handed on, as a still X11 screen sends nothing. The cursor comes from the stream's
+// cursor metadata: its position always, its picture drawn into frames when asked for. Thread: made,
+// started and stopped on one thread (the main thread); the handlers run on the stream's PipeWire
+// thread loop, which is the capture thread, and must not block; the closing frame comes from the
+// stopping thread while the loop is held still.
 class PipeWireVideoStream final {
 public:
     struct Options {
@@ -68,6 +72,8 @@ public:
     std::optional<QPoint> cursorPosition() const;
     int64_t deliveredFrameCount() const { return m_delivered.load(); }
     int64_t idleFrameCount() const { return m_idle.load(); }
+    // Pictures handed on as the producer's own buffer, without a copy.
+    int64_t lentFrameCount() const { return m_lender.lentCount(); }
 
 private:
     struct CursorPicture {
@@ -80,16 +86,24 @@ private:
                                const char* error);
     static void onParamChanged(void* data, uint32_t id, const spa_pod* param);
     static void onProcess(void* data);
+    static void onAddBuffer(void* data, pw_buffer* buffer);
+    static void onRemoveBuffer(void* data, pw_buffer* buffer);
     static void onGlobalRemoved(void* data, uint32_t id);
     static void onCoreError(void* data, uint32_t id, int seq, int res, const char* message);
     // Waits with the loop's lock until `done` holds (checked under it) or the stream failed.
     bool waitUntil(std::chrono::milliseconds timeout, const std::function<bool()>& done);
     void handleFormat(const spa_pod* param);
-    void handleBuffer(spa_buffer* buffer);
+    // Whether the buffer was lent out as a frame (it then goes back when the frame does).
+    bool handleBuffer(pw_buffer* buffer);
     // Reads the cursor metadata; true when what would be drawn changed.
     bool readCursor(spa_buffer* buffer);
     // Copies the source picture (cropped, scaled, opaque) into a new frame; null on failure.
     VideoFrame copyPicture(const uint8_t* pixels, int stride);
+    // The buffer's whole picture as a frame that shares its memory; null when it cannot be lent
+    // (not a mapped shared-memory picture of the output's size, or enough are lent already).
+    VideoFrame lendPicture(pw_buffer* buffer, int stride);
+    // Gives the producer back the buffers whose frames were released since the last time.
+    void requeueReturned();
     void deliver(const VideoFrame& picture, MediaTime now);
     void fail(const QString& description);
 
@@ -114,9 +128,13 @@ private:
     bool m_delivering = true;
     std::atomic<bool> m_failed{false};
 
+    PipeWireBufferLender m_lender; // the capture thread's, but for frames' release
+
     // The capture thread's own.
     std::unique_ptr<VideoFramePool> m_pool;
+
     VideoFrame m_lastPicture; // without the cursor
+    bool m_lastPictureLent = false;
     std::optional<CursorPicture> m_cursorPicture;
     QPoint m_drawnCursorPosition{-1, -1};
     bool m_cursorVisible = false;

@@ -2,6 +2,8 @@
 
 #include "core/model/RecordingError.h"
 #include "core/support/Log.h"
+#include "platform/wayland/PortalCoordinates.h"
+#include "platform/wayland/PortalCursorFeed.h"
 #include "platform/wayland/PortalScreenCast.h"
 #include "platform/wayland/PortalSessionKeeper.h"
 #include "platform/x11/X11CaptureFilter.h"
@@ -18,10 +20,14 @@ constexpr auto firstPictureTimeout = std::chrono::milliseconds(1000);
 
 } // namespace
 
-PortalScreenCaptureEngine::PortalScreenCaptureEngine(std::shared_ptr<PortalSessionKeeper> sessions)
-    : m_sessions(std::move(sessions)) {}
+PortalScreenCaptureEngine::PortalScreenCaptureEngine(std::shared_ptr<PortalSessionKeeper> sessions,
+                                                     std::shared_ptr<PortalCursorFeed> cursorFeed)
+    : m_sessions(std::move(sessions)), m_cursorFeed(std::move(cursorFeed)) {}
 
 PortalScreenCaptureEngine::~PortalScreenCaptureEngine() {
+    // The feed's reader reaches into this engine: it goes first.
+    if (m_cursorFeed)
+        m_cursorFeed->detach(this);
     // The capture thread calls the handlers: it ends before they go.
     if (m_stream)
         m_stream->stop(false);
@@ -35,6 +41,25 @@ void PortalScreenCaptureEngine::setAvailableContent(const SCShareableContent& co
 
 void PortalScreenCaptureEngine::updateAvailableContent() {
     m_availableContent = m_sessions->content();
+}
+
+std::optional<QString> PortalScreenCaptureEngine::refusalReason(const RecordingMode& mode) {
+    // The portal shares what the user picks in the desktop's dialog: monitors and single windows.
+    // Nothing there names an application or a set of windows.
+    if (mode.is<RecordingMode::Application>())
+        return QStringLiteral(
+            "Applications cannot be recorded on Wayland: the desktop's screen cast portal shares "
+            "only monitors and single windows, picked in its own dialog; record a display, an "
+            "area of it, or one window");
+    if (mode.is<RecordingMode::Windows>())
+        return QStringLiteral(
+            "Several windows cannot be recorded on Wayland: the desktop's screen cast portal "
+            "shares one window at a time, picked in its own dialog; record one window, a display "
+            "or an area of it");
+    if (!mode.is<RecordingMode::Screen>() && !mode.is<RecordingMode::ScreenArea>() &&
+        !mode.is<RecordingMode::Window>())
+        return QStringLiteral("The screen cast portal shares displays and windows only");
+    return std::nullopt;
 }
 
 std::shared_ptr<SCContentFilter>
@@ -58,10 +83,8 @@ PortalScreenCaptureEngine::createFilter(const RecordingMode& mode,
         m_mode = mode;
         return filter;
     }
-    if (!mode.is<RecordingMode::Screen>() && !mode.is<RecordingMode::ScreenArea>())
-        throw RecordingError::invalidConfiguration(QStringLiteral(
-            "On Wayland the desktop's own dialog chooses what is shared: record a display, an "
-            "area of it, or the one window picked there"));
+    if (const std::optional<QString> reason = refusalReason(mode))
+        throw RecordingError::invalidConfiguration(*reason);
     auto filter = std::make_shared<X11ContentFilter>(
         X11ContentFilter::make(mode, config, *m_availableContent, {}));
     m_mode = mode;
@@ -72,6 +95,9 @@ void PortalScreenCaptureEngine::configureStream(std::shared_ptr<SCContentFilter>
                                                 const RecordingMode& mode,
                                                 ResolutionMode resolution, int frameRate,
                                                 bool showCursor, BackgroundType, bool) {
+    // The plan and stream change under the feed's reader: it waits until they are in place.
+    if (m_cursorFeed)
+        m_cursorFeed->detach(this);
     // The same description of what to capture as on X11: displays, areas and windows.
     auto filter = std::dynamic_pointer_cast<X11ContentFilter>(std::move(anyFilter));
     if (!filter)
@@ -90,11 +116,7 @@ void PortalScreenCaptureEngine::configureStream(std::shared_ptr<SCContentFilter>
     const double scale = resolution == ResolutionMode::low ? 0.5 : 1.0;
     QSize source(int(plan.displayFrame.width()), int(plan.displayFrame.height()));
     if (const auto* area = mode.as<RecordingMode::ScreenArea>()) {
-        // The area counts from the display's bottom left; the picture from its top left.
-        const Rect& r = area->rect;
-        const QRect crop(int(r.origin.x), int(plan.displayFrame.height() - r.height() - r.origin.y),
-                         int(r.width()), int(r.height()));
-        plan.crop = crop.intersected(QRect(QPoint(0, 0), source));
+        plan.crop = PortalCoordinates::areaToPicture(area->rect, source);
         source = plan.crop->size();
     }
     // Encoders want even sizes.
@@ -123,8 +145,10 @@ std::optional<SCStreamConfiguration> PortalScreenCaptureEngine::configuration() 
 std::optional<Rect> PortalScreenCaptureEngine::captureRectInScreenSpace() const {
     if (!m_plan || !m_mode)
         return std::nullopt;
+    // Wayland does not tell where a window is, and a window's stream counts the pointer from
+    // the window's own top left: the window stands at the origin of a space of its own.
     if (m_mode->is<RecordingMode::Window>())
-        return std::nullopt; // Wayland does not tell where a window is
+        return m_plan->displayFrame;
     const Rect base = m_plan->displayFrame;
     if (const auto* area = m_mode->as<RecordingMode::ScreenArea>())
         return Rect(base.origin.x + area->rect.origin.x, base.origin.y + area->rect.origin.y,
@@ -138,9 +162,8 @@ std::optional<Point> PortalScreenCaptureEngine::cursorLocation() const {
     const auto position = m_stream->cursorPosition();
     if (!position)
         return std::nullopt;
-    const Rect& display = m_plan->displayFrame;
-    return Point{display.origin.x + position->x(),
-                 display.origin.y + display.height() - position->y()};
+    return PortalCoordinates::streamPointToGlobal(*position, m_plan->pictureSize,
+                                                  m_plan->displayFrame);
 }
 
 void PortalScreenCaptureEngine::reportStop(const StreamError& error) {
@@ -199,10 +222,13 @@ void PortalScreenCaptureEngine::prepareStream() {
         m_plan->size = SCStreamConfiguration{agreed->width(), agreed->height()};
         m_plan->displayFrame = Rect(0, 0, agreed->width(), agreed->height());
     }
+    m_plan->pictureSize = *agreed;
     // With a picture in hand the recording starts showing the screen at once; a desktop that
     // sends nothing until something changes starts with its first change instead.
     stream->waitForPicture(firstPictureTimeout);
     m_stream = std::move(stream);
+    if (m_cursorFeed)
+        m_cursorFeed->attach(this, [this] { return cursorLocation(); });
 }
 
 QCoro::Task<void> PortalScreenCaptureEngine::startCapture() {
@@ -211,12 +237,6 @@ QCoro::Task<void> PortalScreenCaptureEngine::startCapture() {
             QStringLiteral("Filter and configuration must be set before starting capture"));
     if (!m_stream)
         prepareStream();
-    if (!m_clicksWarned) {
-        // Wayland keeps every application away from the global pointer buttons.
-        logLine("⚠️ Clicks are not recorded on Wayland: the desktop gives applications no "
-                "global pointer buttons");
-        m_clicksWarned = true;
-    }
     m_stream->beginDelivery();
     co_return;
 }
@@ -224,8 +244,11 @@ QCoro::Task<void> PortalScreenCaptureEngine::startCapture() {
 QCoro::Task<void> PortalScreenCaptureEngine::stopCapture() {
     if (!m_stream)
         co_return;
+    if (m_cursorFeed)
+        m_cursorFeed->detach(this);
     m_stream->stop(true);
-    logLine("📊 Capture: {} frames delivered, {} idle buffers", m_stream->deliveredFrameCount(),
+    logLine("📊 Capture: {} frames delivered ({} without a copy), {} idle buffers",
+            m_stream->deliveredFrameCount(), m_stream->lentFrameCount(),
             m_stream->idleFrameCount());
     m_stream.reset();
     if (m_session)

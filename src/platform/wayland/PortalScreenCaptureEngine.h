@@ -11,6 +11,7 @@
 #include <optional>
 
 class X11ContentFilter;
+class PortalCursorFeed;
 class PortalSessionKeeper;
 class PortalScreenCast;
 
@@ -25,8 +26,15 @@ class PortalScreenCast;
 // connected when configured (on the preparing thread) and hands frames on from the start.
 class PortalScreenCaptureEngine final : public ScreenCaptureEngine {
 public:
-    explicit PortalScreenCaptureEngine(std::shared_ptr<PortalSessionKeeper> sessions);
+    // The engine offers its stream's pointer position to `cursorFeed` (when given) from the
+    // moment its stream is connected until it stops.
+    explicit PortalScreenCaptureEngine(std::shared_ptr<PortalSessionKeeper> sessions,
+                                       std::shared_ptr<PortalCursorFeed> cursorFeed = {});
     ~PortalScreenCaptureEngine() override;
+
+    // Why the portal cannot record `mode`; absent when it can. Applications and sets of windows
+    // are nothing its dialog offers.
+    static std::optional<QString> refusalReason(const RecordingMode& mode);
 
     void setAvailableContent(const SCShareableContent& content) override;
     void updateAvailableContent() override;
@@ -58,6 +66,7 @@ private:
         Rect displayFrame;          // global points of the monitor
         std::optional<QRect> crop;  // pixels of the monitor's picture, from its top left
         SCStreamConfiguration size; // of the frames handed on
+        QSize pictureSize;          // of the source's picture, as agreed with the stream
         int frameRate = 60;
         bool showsCursor = false;
     };
@@ -67,6 +76,7 @@ private:
     void reportStop(const StreamError& error);
 
     std::shared_ptr<PortalSessionKeeper> m_sessions;
+    std::shared_ptr<PortalCursorFeed> m_cursorFeed;
     std::shared_ptr<PortalScreenCast> m_session;
     std::optional<SCShareableContent> m_availableContent;
     std::optional<RecordingMode> m_mode;
@@ -79,5 +89,4 @@ private:
 
     std::unique_ptr<PipeWireVideoStream> m_stream;
     std::atomic<bool> m_stopReported{false};
-    bool m_clicksWarned = false;
 };

@@ -1,6 +1,7 @@
 #include "platform/wayland/PortalSessionKeeper.h"
 
 #include "core/settings/UserDefaults.h"
+#include "platform/wayland/PortalCoordinates.h"
 
 #include <algorithm>
 
@@ -55,8 +56,7 @@ SCShareableContent PortalSessionKeeper::contentOf(const std::vector<PortalStream
             continue;
         SCDisplay display;
         display.displayID = stream.nodeID;
-        display.frame = Rect(stream.position.x(), top - stream.position.y() - stream.size.height(),
-                             stream.size.width(), stream.size.height());
+        display.frame = PortalCoordinates::monitorToGlobal(stream.position, stream.size, top);
         content.displays.push_back(display);
     }
     return content;

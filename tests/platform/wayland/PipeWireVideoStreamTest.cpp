@@ -7,6 +7,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <atomic>
 #include <condition_variable>
 #include <mutex>
 #include <thread>
@@ -22,10 +23,17 @@ struct Received {
     std::condition_variable changed;
     std::vector<VideoFrame> frames;
     std::vector<QString> errors;
+    // Earlier frames keep their timing only, as empty frames.
+    bool keepsOnlyLast = false;
 
     PipeWireVideoStream::FrameHandler frameHandler() {
         return [this](VideoFrame frame) {
             std::lock_guard lock(mutex);
+            if (keepsOnlyLast && !frames.empty()) {
+                VideoFrame timing;
+                timing.presentationTime = frames.back().presentationTime;
+                frames.back() = timing;
+            }
             frames.push_back(std::move(frame));
             changed.notify_all();
         };
@@ -134,7 +142,10 @@ TEST_F(PipeWireVideoStreamTest, HandsOnCroppedScaledFramesWithHostClockTimes) {
 TEST_F(PipeWireVideoStreamTest, ThinsToTheAskedRateAndClosesWithTheLastPicture) {
     const auto node = pipewire->startVideoSource("tq_blue", "blue", 128, 96);
     ASSERT_TRUE(node);
+    // Like a writer, it lets frames go: GStreamer's producer fills its buffers strictly in turn
+    // and waits for one still held.
     Received received;
+    received.keepsOnlyLast = true;
     PipeWireVideoStream::Options options;
     options.nodeID = *node;
     options.frameRate = 15;
@@ -215,7 +226,8 @@ TEST_F(PipeWireVideoStreamTest, DamageFreeBuffersAreIdleAndTheCursorComesFromMet
         EXPECT_EQ(cursor->y(), 120);
         for (const VideoFrame& frame : frames) {
             const Pixel p = pixelAt(frame, 2, 2);
-            ASSERT_TRUE(p.g > 240 && p.r < 20 && p.b < 20 && p.a == 255);
+            // A picture lent as is keeps the producer's padding where BGRx has no alpha.
+            ASSERT_TRUE(p.g > 240 && p.r < 20 && p.b < 20 && (!frame.hasAlpha() || p.a == 255));
         }
         if (!showsCursor) {
             // Three in four buffers say nothing changed.
@@ -237,4 +249,56 @@ TEST_F(PipeWireVideoStreamTest, DamageFreeBuffersAreIdleAndTheCursorComesFromMet
             }
         }
     }
+}
+
+// Whole pictures are handed on as the producer's own buffers. Frames held on to (a writer that
+// falls behind) never starve the producer: beyond a few, pictures are copied and keep coming.
+// A held frame stays readable after the stream is gone; and frames let go at once send their
+// buffers back, so every picture can be lent.
+TEST_F(PipeWireVideoStreamTest, LentFramesOutliveTheStreamAndNeverStallIt) {
+    // A producer that fills whichever buffer is free, as desktops do; the pointer it draws
+    // is left out, so only its damaged pictures (one buffer in four) are frames.
+    const auto node = pipewire->startSourceProgram(
+        "tq_lent", {TAVELQUISTON_CURSOR_SOURCE_PATH, "--name", "tq_lent", "--width", "320",
+                    "--height", "240", "--color", "ff0000"});
+    ASSERT_TRUE(node);
+    PipeWireVideoStream::Options options;
+    options.nodeID = *node;
+    options.frameRate = 60;
+
+    Received held;
+    int64_t lent = 0, delivered = 0;
+    {
+        PipeWireVideoStream stream(options, held.frameHandler(), held.errorHandler());
+        stream.start();
+        ASSERT_EQ(stream.waitForFormat(5000ms), QSize(320, 240));
+        ASSERT_TRUE(held.waitFor(5000ms, [](Received& r) { return r.frames.size() >= 12; }))
+            << "frames within 5 s while all are held: " << held.snapshot().size();
+        stream.stop(false);
+        lent = stream.lentFrameCount();
+        delivered = stream.deliveredFrameCount();
+    }
+    EXPECT_GT(lent, 0);
+    EXPECT_LT(lent, delivered) << "every held frame kept a buffer from the producer";
+    for (const VideoFrame& frame : held.snapshot()) {
+        const Pixel p = pixelAt(frame, 160, 120);
+        ASSERT_TRUE(p.r > 200 && p.g < 40 && p.b < 40) << p.r << "," << p.g << "," << p.b;
+    }
+
+    // GStreamer's producer waits for its buffers in turn: it keeps going only because every
+    // frame comes back.
+    const auto inTurn = pipewire->startVideoSource("tq_in_turn", "red", 320, 240);
+    ASSERT_TRUE(inTurn);
+    options.nodeID = *inTurn;
+    std::atomic<int> seen{0};
+    PipeWireVideoStream stream(
+        options, [&](VideoFrame) { ++seen; }, [](const QString&) {});
+    stream.start();
+    ASSERT_TRUE(stream.waitForFormat(5000ms));
+    const auto deadline = std::chrono::steady_clock::now() + 5s;
+    while (seen.load() < 30 && std::chrono::steady_clock::now() < deadline)
+        std::this_thread::sleep_for(10ms);
+    stream.stop(false);
+    ASSERT_GE(seen.load(), 30);
+    EXPECT_EQ(stream.lentFrameCount(), stream.deliveredFrameCount());
 }

@@ -234,7 +234,8 @@ TEST_F(PortalScreenCaptureEngineTest, RecordsTheWindowPickedInTheDesktopsDialog)
     engine->configureStream(engine->createFilter(mode, configuration), mode, ResolutionMode::low,
                             30, false, BackgroundType::black, false);
     EXPECT_EQ(engine->configuration(), (SCStreamConfiguration{width / 2, height / 2}));
-    EXPECT_EQ(engine->captureRectInScreenSpace(), std::nullopt);
+    // The window's own space, which its stream's pointer positions count in.
+    EXPECT_EQ(engine->captureRectInScreenSpace(), Rect(0, 0, width, height));
     std::mutex mutex;
     std::vector<VideoFrameHandle> frames;
     engine->setFrameHandler([&](const VideoFrameHandle& frame, const VideoSampleTiming&) {
