@@ -186,12 +186,59 @@ private:
     QTimer m_frame;
 };
 
+class CursorOverlayWindows::MagnifierWindow final : public QRasterWindow {
+public:
+    static constexpr int width = magnifierCropWidth * magnifierZoom;
+    static constexpr int height = magnifierCropHeight * magnifierZoom;
+    static constexpr int radius = 14;
+    static constexpr int border = 3;
+
+    MagnifierWindow() {
+        makeOverlay(*this, Constants::WindowTitle::screenMagnifier);
+        resize(width, height);
+        // Rounded corners; without a compositor the window is cut to them.
+        QPainterPath outline;
+        outline.addRoundedRect(QRectF(0, 0, width, height), radius, radius);
+        setMask(QRegion(outline.toFillPolygon().toPolygon()));
+    }
+    void show(int x, int y, const QImage& crop) {
+        m_crop = crop;
+        setPosition(x - width / 2, y - height / 2);
+        if (!isVisible())
+            QRasterWindow::show();
+        update();
+    }
+
+protected:
+    void paintEvent(QPaintEvent*) override {
+        QPainter p(this);
+        p.setCompositionMode(QPainter::CompositionMode_Source);
+        p.fillRect(QRect(QPoint(0, 0), size()), Qt::transparent);
+        p.setRenderHint(QPainter::Antialiasing);
+        QPainterPath outline;
+        outline.addRoundedRect(QRectF(0, 0, width, height), radius, radius);
+        p.setClipPath(outline);
+        // Whole screen pixels, each a square of three: sharp, as a magnifier should be.
+        p.drawImage(QRect(0, 0, width, height), m_crop);
+        p.setClipping(false);
+        p.setCompositionMode(QPainter::CompositionMode_SourceOver);
+        p.setPen(QPen(QColor(60, 60, 60), border));
+        p.setBrush(Qt::NoBrush);
+        p.drawRoundedRect(QRectF(border / 2.0, border / 2.0, width - border, height - border),
+                          radius, radius);
+    }
+
+private:
+    QImage m_crop;
+};
+
 bool CursorOverlayWindows::isAvailable() {
     return qobject_cast<QGuiApplication*>(QCoreApplication::instance()) != nullptr;
 }
 
 CursorOverlayWindows::CursorOverlayWindows()
-    : m_pointer(std::make_unique<PointerWindow>()), m_ripple(std::make_unique<RippleWindow>()) {}
+    : m_magnifier(std::make_unique<MagnifierWindow>()),
+      m_pointer(std::make_unique<PointerWindow>()), m_ripple(std::make_unique<RippleWindow>()) {}
 
 CursorOverlayWindows::~CursorOverlayWindows() = default;
 
@@ -236,6 +283,24 @@ void CursorOverlayWindows::click(int x, int y, ClickType type,
 void CursorOverlayWindows::hideAll() {
     m_pointer->hide();
     m_ripple->hide();
+    m_magnifier->hide();
+}
+
+void CursorOverlayWindows::showMagnifier(int x, int y, const QImage& crop) {
+    m_magnifier->show(x, y, crop);
+    // The pointer and the ripple stay above it.
+    if (m_pointer->isVisible())
+        m_pointer->raise();
+    if (m_ripple->isVisible())
+        m_ripple->raise();
+}
+
+void CursorOverlayWindows::hideMagnifier() {
+    m_magnifier->hide();
+}
+
+bool CursorOverlayWindows::isMagnifierVisible() const {
+    return m_magnifier->isVisible();
 }
 
 bool CursorOverlayWindows::isPointerVisible() const {
