@@ -201,12 +201,19 @@ public:
         outline.addRoundedRect(QRectF(0, 0, width, height), radius, radius);
         setMask(QRegion(outline.toFillPolygon().toPolygon()));
     }
-    void show(int x, int y, const QImage& crop) {
+    // True when the window was hidden and is now mapped, on top of the others.
+    bool show(int x, int y, const QImage& crop) {
+        const QPoint at(x - width / 2, y - height / 2);
+        const bool wasVisible = isVisible();
+        // At rest over a still screen there is nothing to do.
+        if (wasVisible && at == position() && crop == m_crop)
+            return false;
         m_crop = crop;
-        setPosition(x - width / 2, y - height / 2);
-        if (!isVisible())
+        setPosition(at);
+        if (!wasVisible)
             QRasterWindow::show();
         update();
+        return !wasVisible;
     }
 
 protected:
@@ -287,7 +294,8 @@ void CursorOverlayWindows::hideAll() {
 }
 
 void CursorOverlayWindows::showMagnifier(int x, int y, const QImage& crop) {
-    m_magnifier->show(x, y, crop);
+    if (!m_magnifier->show(x, y, crop))
+        return;
     // The pointer and the ripple stay above it.
     if (m_pointer->isVisible())
         m_pointer->raise();

@@ -6,7 +6,7 @@
 #include <xcb/composite.h>
 
 #include <algorithm>
-#include <cstring>
+#include <iterator>
 
 namespace {
 
@@ -47,6 +47,7 @@ X11MagnifierSource::X11MagnifierSource(const X11Connection& connection, IsOwnWin
         xcb_request_check(c, xcb_composite_redirect_subwindows_checked(
                                  c, m_connection.root(), XCB_COMPOSITE_REDIRECT_AUTOMATIC)));
     m_available = !error;
+    m_wallpaperAtom = m_connection.atom("_XROOTPMAP_ID");
 }
 
 X11MagnifierSource::~X11MagnifierSource() {
@@ -60,21 +61,80 @@ X11MagnifierSource::~X11MagnifierSource() {
 std::optional<QImage> X11MagnifierSource::read(const X11Rect& area) {
     if (!m_available || area.width <= 0 || area.height <= 0)
         return std::nullopt;
+    xcb_connection_t* c = m_connection.get();
     QImage image(area.width, area.height, QImage::Format_RGB32);
-    drawBackground(image, area);
-    for (const Placed& placed : windowsAcross(area))
-        drawWindow(image, area, placed);
+    image.fill(Qt::black);
+    // Questions go out in rounds, each answered in one trip: the windows and the wallpaper's
+    // pixmap; where the windows are; the frames' clients; the pixels of the wallpaper and of
+    // the windows.
+    const xcb_query_tree_cookie_t treeCookie = xcb_query_tree(c, m_connection.root());
+    const xcb_get_property_cookie_t wallpaperCookie =
+        xcb_get_property(c, 0, m_connection.root(), m_wallpaperAtom, XCB_ATOM_PIXMAP, 0, 1);
+    X11Reply<xcb_query_tree_reply_t> tree(xcb_query_tree_reply(c, treeCookie, nullptr));
+    X11Reply<xcb_get_property_reply_t> wallpaper(
+        xcb_get_property_reply(c, wallpaperCookie, nullptr));
+    if (!tree)
+        return image;
+    const std::vector<Placed> windows = windowsAcross(*tree, area);
+
+    // The wallpaper, unless the lowest window left covers the whole rectangle.
+    const X11Rect screen{0, 0, m_connection.rootWidth(), m_connection.rootHeight()};
+    const std::optional<X11Rect> onScreen = intersection(area, screen);
+    const bool covered = !windows.empty() && windows.front().opaque &&
+                         intersection(area, windows.front().outer) == area;
+    std::optional<xcb_get_image_cookie_t> background;
+    if (onScreen && !covered && wallpaper && wallpaper->format == 32 &&
+        xcb_get_property_value_length(wallpaper.get()) >= 4) {
+        const xcb_pixmap_t pixmap =
+            *static_cast<const xcb_pixmap_t*>(xcb_get_property_value(wallpaper.get()));
+        background = xcb_get_image(c, XCB_IMAGE_FORMAT_Z_PIXMAP, pixmap, int16_t(onScreen->x),
+                                   int16_t(onScreen->y), uint16_t(onScreen->width),
+                                   uint16_t(onScreen->height), ~0u);
+    }
+    // Each window's pixmap is named anew each time: a resized window gets a new one.
+    struct Asked {
+        X11Pixmap pixmap;
+        X11Rect part;
+        xcb_get_image_cookie_t cookie;
+    };
+    std::vector<Asked> asked;
+    asked.reserve(windows.size());
+    for (const Placed& placed : windows) {
+        const std::optional<X11Rect> part = intersection(area, placed.outer);
+        if (!part)
+            continue;
+        X11Pixmap pixmap(c, xcb_generate_id(c));
+        xcb_composite_name_window_pixmap(c, placed.window, pixmap.id());
+        const xcb_get_image_cookie_t cookie = xcb_get_image(
+            c, XCB_IMAGE_FORMAT_Z_PIXMAP, pixmap.id(), int16_t(part->x - placed.outer.x),
+            int16_t(part->y - placed.outer.y), uint16_t(part->width), uint16_t(part->height), ~0u);
+        asked.push_back({std::move(pixmap), *part, cookie});
+    }
+    if (background) {
+        X11Reply<xcb_get_image_reply_t> pixels(xcb_get_image_reply(c, *background, nullptr));
+        if (pixels &&
+            xcb_get_image_data_length(pixels.get()) >= onScreen->width * onScreen->height * 4)
+            blit(xcb_get_image_data(pixels.get()), onScreen->width, onScreen->height, image,
+                 onScreen->x - area.x, onScreen->y - area.y);
+    }
+    // Bottom first, so that what lies above covers it.
+    for (Asked& one : asked) {
+        X11Reply<xcb_get_image_reply_t> pixels(xcb_get_image_reply(c, one.cookie, nullptr));
+        // Gone or unmapped between the questions, or a depth without 32-bit pixels: left out.
+        if (!pixels ||
+            xcb_get_image_data_length(pixels.get()) < one.part.width * one.part.height * 4)
+            continue;
+        blit(xcb_get_image_data(pixels.get()), one.part.width, one.part.height, image,
+             one.part.x - area.x, one.part.y - area.y);
+    }
     return image;
 }
 
-std::vector<X11MagnifierSource::Placed> X11MagnifierSource::windowsAcross(const X11Rect& area) {
+std::vector<X11MagnifierSource::Placed>
+X11MagnifierSource::windowsAcross(const xcb_query_tree_reply_t& tree, const X11Rect& area) {
     xcb_connection_t* c = m_connection.get();
-    X11Reply<xcb_query_tree_reply_t> tree(
-        xcb_query_tree_reply(c, xcb_query_tree(c, m_connection.root()), nullptr));
-    if (!tree)
-        return {};
-    const xcb_window_t* children = xcb_query_tree_children(tree.get());
-    const int count = xcb_query_tree_children_length(tree.get());
+    const xcb_window_t* children = xcb_query_tree_children(&tree);
+    const int count = xcb_query_tree_children_length(&tree);
     // All questions first, then all answers: one round trip for the lot.
     std::vector<xcb_get_window_attributes_cookie_t> attributes(static_cast<size_t>(count));
     std::vector<xcb_get_geometry_cookie_t> geometries(static_cast<size_t>(count));
@@ -94,7 +154,7 @@ std::vector<X11MagnifierSource::Placed> X11MagnifierSource::windowsAcross(const 
         const X11Rect outer{geometry->x, geometry->y, geometry->width + 2 * geometry->border_width,
                             geometry->height + 2 * geometry->border_width};
         if (intersection(outer, area))
-            across.push_back({children[i], outer});
+            across.push_back({children[i], outer, geometry->depth != 32});
     }
     // A window manager's frame holds the client one level down.
     std::vector<xcb_query_tree_cookie_t> frames;
@@ -112,37 +172,12 @@ std::vector<X11MagnifierSource::Placed> X11MagnifierSource::windowsAcross(const 
         if (!own)
             shown.push_back(across[i]);
     }
+    // What lies under an opaque window that covers the whole rectangle is not seen: the
+    // topmost such window is where reading starts.
+    const auto covering = std::find_if(shown.rbegin(), shown.rend(), [&](const Placed& placed) {
+        return placed.opaque && intersection(area, placed.outer) == area;
+    });
+    if (covering != shown.rend())
+        shown.erase(shown.begin(), std::prev(covering.base()));
     return shown;
-}
-
-void X11MagnifierSource::drawBackground(QImage& image, const X11Rect& area) {
-    image.fill(Qt::black);
-    const X11Rect screen{0, 0, m_connection.rootWidth(), m_connection.rootHeight()};
-    const std::optional<X11Rect> on = intersection(area, screen);
-    if (!on)
-        return;
-    if (const auto wallpaper = m_connection.wallpaper(*on))
-        blit(xcb_get_image_data(wallpaper.get()), on->width, on->height, image, on->x - area.x,
-             on->y - area.y);
-}
-
-void X11MagnifierSource::drawWindow(QImage& image, const X11Rect& area, const Placed& placed) {
-    const std::optional<X11Rect> part = intersection(area, placed.outer);
-    if (!part)
-        return;
-    xcb_connection_t* c = m_connection.get();
-    // Named anew each time: a resized window gets a new pixmap.
-    const X11Pixmap pixmap(c, xcb_generate_id(c));
-    xcb_composite_name_window_pixmap(c, placed.window, pixmap.id());
-    X11Reply<xcb_get_image_reply_t> pixels(xcb_get_image_reply(
-        c,
-        xcb_get_image(c, XCB_IMAGE_FORMAT_Z_PIXMAP, pixmap.id(), int16_t(part->x - placed.outer.x),
-                      int16_t(part->y - placed.outer.y), uint16_t(part->width),
-                      uint16_t(part->height), ~0u),
-        nullptr));
-    // Gone or unmapped between the questions, or a depth without 32-bit pixels: left out.
-    if (!pixels || xcb_get_image_data_length(pixels.get()) < part->width * part->height * 4)
-        return;
-    blit(xcb_get_image_data(pixels.get()), part->width, part->height, image, part->x - area.x,
-         part->y - area.y);
 }

@@ -39,13 +39,14 @@ public:
 private:
     struct Placed {
         xcb_window_t window = 0;
-        X11Rect outer; // with the border, root pixels
+        X11Rect outer;      // with the border, root pixels
+        bool opaque = true; // false for windows with an alpha channel
     };
-    std::vector<Placed> windowsAcross(const X11Rect& area);
-    void drawBackground(QImage& image, const X11Rect& area);
-    void drawWindow(QImage& image, const X11Rect& area, const Placed& placed);
+    // The top levels under the rectangle, bottom first, without the program's own.
+    std::vector<Placed> windowsAcross(const xcb_query_tree_reply_t& tree, const X11Rect& area);
 
     const X11Connection& m_connection;
     IsOwnWindow m_isOwn;
     bool m_available = false;
+    xcb_atom_t m_wallpaperAtom = XCB_ATOM_NONE; // where desktop setters publish the wallpaper
 };

@@ -56,6 +56,9 @@ TEST(X11MagnifierSourceTest, ReadsWhatLiesUnderTheProgramsOwnWindows) {
     // Where ours covers the green one, the green one shows.
     EXPECT_EQ(pixel(read, 150, 150), 0x00ff00u);
     EXPECT_EQ(pixel(read, 280, 20), 0x000000u);
+    // A rectangle all inside one window, and one all inside ours (which hides nothing).
+    EXPECT_EQ(pixel(source.read(X11Rect{330, 330, 40, 40}), 20, 20), 0x00ff00u);
+    EXPECT_EQ(pixel(source.read(X11Rect{230, 250, 40, 40}), 20, 20), 0x00ff00u);
     // The screen itself shows ours there, as the magnifier would show itself.
     X11Reply<xcb_get_image_reply_t> screen(
         xcb_get_image_reply(connection.get(),
