@@ -195,6 +195,12 @@ public:
 
     MagnifierWindow() {
         makeOverlay(*this, Constants::WindowTitle::screenMagnifier);
+        // Opaque: the picture fills it and the shape cuts the corners. A window with an alpha
+        // channel is composited by the server, and without a compositing manager whatever
+        // repaints below it may then show through until it paints again.
+        QSurfaceFormat format = this->format();
+        format.setAlphaBufferSize(0);
+        setFormat(format);
         resize(width, height);
         // Rounded corners; without a compositor the window is cut to them.
         QPainterPath outline;

@@ -178,6 +178,8 @@ void X11CursorMonitor::updateMagnifier() {
         xcb_query_pointer_reply(c, xcb_query_pointer(c, m_magnifierConnection->root()), nullptr));
     if (!pointer) {
         // The server went away: the round ends here, once.
+        logLine("❌ CursorOverlayController: Lost the X server; the magnifier stops (error {})",
+                xcb_connection_has_error(c));
         m_magnifierTimer->stop();
         m_overlays->hideMagnifier();
         return;

@@ -4,9 +4,12 @@
 #include "platform/x11/X11Handles.h"
 
 #include <xcb/composite.h>
+#include <xcb/damage.h>
+#include <xcb/xfixes.h>
 
 #include <algorithm>
 #include <iterator>
+#include <set>
 
 namespace {
 
@@ -40,27 +43,88 @@ X11MagnifierSource::X11MagnifierSource(const X11Connection& connection, IsOwnWin
         return;
     X11Reply<xcb_composite_query_version_reply_t> version(
         xcb_composite_query_version_reply(c, xcb_composite_query_version(c, 0, 4), nullptr));
-    if (!version || (version->major_version == 0 && version->minor_version < 2))
-        return; // naming a window's pixmap came with 0.2
-    // All top levels, those that come later too; undone when the connection closes.
-    X11Error error(
-        xcb_request_check(c, xcb_composite_redirect_subwindows_checked(
-                                 c, m_connection.root(), XCB_COMPOSITE_REDIRECT_AUTOMATIC)));
-    m_available = !error;
+    // Naming a window's pixmap came with 0.2.
+    m_available = version && (version->major_version > 0 || version->minor_version >= 2);
     m_wallpaperAtom = m_connection.atom("_XROOTPMAP_ID");
+    // Adding damage to a drawable came with DAMAGE 1.1; regions are XFixes'.
+    const xcb_query_extension_reply_t* damage = xcb_get_extension_data(c, &xcb_damage_id);
+    const xcb_query_extension_reply_t* fixes = xcb_get_extension_data(c, &xcb_xfixes_id);
+    if (!m_available || !damage || !damage->present || !fixes || !fixes->present)
+        return;
+    X11Reply<xcb_damage_query_version_reply_t> damageVersion(
+        xcb_damage_query_version_reply(c, xcb_damage_query_version(c, 1, 1), nullptr));
+    X11Reply<xcb_xfixes_query_version_reply_t> fixesVersion(
+        xcb_xfixes_query_version_reply(c, xcb_xfixes_query_version(c, 2, 0), nullptr));
+    m_forwardsDamage = damageVersion && fixesVersion && fixesVersion->major_version >= 2 &&
+                       (damageVersion->major_version > 1 || damageVersion->minor_version >= 1);
+    m_damageEvent = damage->first_event;
 }
 
 X11MagnifierSource::~X11MagnifierSource() {
-    if (!m_available)
-        return;
-    xcb_composite_unredirect_subwindows(m_connection.get(), m_connection.root(),
+    // Windows gone meanwhile earn an error nobody reads.
+    for (auto& [window, damage] : m_redirected) {
+        damage.reset();
+        xcb_composite_unredirect_window(m_connection.get(), window,
                                         XCB_COMPOSITE_REDIRECT_AUTOMATIC);
+    }
     xcb_flush(m_connection.get());
+}
+
+void X11MagnifierSource::redirect(const std::vector<Placed>& windows,
+                                  const xcb_query_tree_reply_t& tree) {
+    xcb_connection_t* c = m_connection.get();
+    // Forget windows that went.
+    const xcb_window_t* children = xcb_query_tree_children(&tree);
+    const std::set<xcb_window_t> present(children,
+                                         children + xcb_query_tree_children_length(&tree));
+    std::erase_if(m_redirected, [&](const auto& entry) { return !present.contains(entry.first); });
+    // Only other programs' windows: ours stay drawn straight to the screen, so that what
+    // changes below them never shows through them.
+    for (const Placed& placed : windows) {
+        if (m_redirected.contains(placed.window))
+            continue;
+        X11Damage damage;
+        if (m_forwardsDamage) {
+            damage = X11Damage(c, xcb_generate_id(c));
+            xcb_damage_create(c, damage.id(), placed.window, XCB_DAMAGE_REPORT_LEVEL_BOUNDING_BOX);
+        }
+        xcb_composite_redirect_window(c, placed.window, XCB_COMPOSITE_REDIRECT_AUTOMATIC);
+        m_redirected.emplace(placed.window, std::move(damage));
+    }
+}
+
+void X11MagnifierSource::forwardDamage() {
+    if (!m_forwardsDamage)
+        return;
+    xcb_connection_t* c = m_connection.get();
+    std::vector<xcb_rectangle_t> drawn;
+    std::set<xcb_damage_damage_t> reported;
+    while (const X11Event event{xcb_poll_for_event(c)}) {
+        // Errors (a window gone before its unredirection) need no answer.
+        if ((event->response_type & 0x7f) != m_damageEvent + XCB_DAMAGE_NOTIFY)
+            continue;
+        const auto* notify = reinterpret_cast<const xcb_damage_notify_event_t*>(event.get());
+        // The area counts from the window, the window's place from the root.
+        drawn.push_back({int16_t(notify->geometry.x + notify->area.x),
+                         int16_t(notify->geometry.y + notify->area.y), notify->area.width,
+                         notify->area.height});
+        reported.insert(notify->damage);
+    }
+    for (const xcb_damage_damage_t damage : reported)
+        xcb_damage_subtract(c, damage, XCB_NONE, XCB_NONE);
+    if (!drawn.empty()) {
+        const xcb_xfixes_region_t region = xcb_generate_id(c);
+        xcb_xfixes_create_region(c, region, uint32_t(drawn.size()), drawn.data());
+        xcb_damage_add(c, m_connection.root(), region);
+        xcb_xfixes_destroy_region(c, region);
+    }
+    xcb_flush(c);
 }
 
 std::optional<QImage> X11MagnifierSource::read(const X11Rect& area) {
     if (!m_available || area.width <= 0 || area.height <= 0)
         return std::nullopt;
+    forwardDamage();
     xcb_connection_t* c = m_connection.get();
     QImage image(area.width, area.height, QImage::Format_RGB32);
     image.fill(Qt::black);
@@ -76,6 +140,7 @@ std::optional<QImage> X11MagnifierSource::read(const X11Rect& area) {
     if (!tree)
         return image;
     const std::vector<Placed> windows = windowsAcross(*tree, area);
+    redirect(windows, *tree);
 
     // The wallpaper, unless the lowest window left covers the whole rectangle.
     const X11Rect screen{0, 0, m_connection.rootWidth(), m_connection.rootHeight()};
