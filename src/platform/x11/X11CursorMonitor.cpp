@@ -164,6 +164,7 @@ void X11CursorMonitor::refreshMagnifier() {
         m_magnifierConnection.reset();
         return;
     }
+    reportCompositing();
     m_magnifierTimer = std::make_unique<QTimer>();
     m_magnifierTimer->setTimerType(Qt::PreciseTimer);
     m_magnifierTimer->setInterval(16);
@@ -206,11 +207,14 @@ void X11CursorMonitor::updateOverlays(const PointerState& pointer) {
 }
 
 void X11CursorMonitor::reportCompositing() {
-    if (m_reportedCompositing || !m_connection)
+    // The magnifier may run without the monitor.
+    const X11Connection* connection =
+        m_connection ? m_connection.get() : m_magnifierConnection.get();
+    if (m_reportedCompositing || !connection)
         return;
     m_reportedCompositing = true;
-    xcb_connection_t* c = m_connection->get();
-    const xcb_atom_t selection = m_connection->atom("_NET_WM_CM_S0");
+    xcb_connection_t* c = connection->get();
+    const xcb_atom_t selection = connection->atom("_NET_WM_CM_S0");
     auto owner =
         reply(xcb_get_selection_owner_reply(c, xcb_get_selection_owner(c, selection), nullptr));
     if (!owner || owner->owner == XCB_WINDOW_NONE)
