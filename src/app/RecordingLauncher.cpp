@@ -2,6 +2,8 @@
 
 #include "app/FloatingRecordingPanel.h"
 #include "core/recording/RecordingCoordinator.h"
+#include "core/recording/engines/CursorOverlayController.h"
+#include "core/settings/UserDefaults.h"
 #include "core/support/ErrorReporter.h"
 #include "core/support/Log.h"
 
@@ -46,6 +48,10 @@ QCoro::Task<bool> RecordingLauncher::start(RecordingConfiguration configuration,
         if (self && coordinator && !m_cancelled) {
             QCoro::Task<void> starting = coordinator->startRecording();
             co_await starting;
+            // The magnifier lives as long as the recording: stopping puts it away.
+            if (self && coordinator && coordinator->recordingState().isActive() &&
+                m_defaults.boolValue("showMagnifier", false))
+                coordinator->cursorOverlayController().setMagnifierEnabled(true);
         }
     } catch (...) {
         failure = std::current_exception();

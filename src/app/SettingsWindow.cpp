@@ -211,6 +211,7 @@ QWidget* SettingsWindow::cursorPage() {
     QFormLayout* form = makeForm(page);
     check(form, "showCursor", false, tr("Show the pointer in recordings"));
     check(form, "highlightCursor", false, tr("Highlight the pointer and clicks"));
+    check(form, "showMagnifier", false, tr("Magnify the screen around the pointer"));
     check(form, "enableClickToZoom", false, tr("Zoom into clicks while recording"));
     check(form, "enableSmartAutoClickZoom", true, tr("Zoom only into clicks that matter"));
     number(form, "zoomLevel", 2.0, tr("Zoom level"), 1.0, 3.0, 0.25, 2, QStringLiteral("×"));

@@ -32,7 +32,8 @@ bool needsWindows(int argc, char** argv) {
         return false;
     for (int i = 2; i < argc; ++i) {
         const std::string_view argument = argv[i];
-        if (argument == "--highlight" || argument == "--cursor-style" || argument == "--preview")
+        if (argument == "--highlight" || argument == "--magnifier" ||
+            argument == "--cursor-style" || argument == "--preview")
             return true;
     }
     return false;

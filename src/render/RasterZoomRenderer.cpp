@@ -99,6 +99,13 @@ void RasterZoomRenderer::setZoomStrength(int level) {
         s.zoomScaleTarget = s.maxZoomScale;
 }
 
+void RasterZoomRenderer::setMaxZoomScale(double scale) {
+    std::lock_guard lock(m_mutex);
+    State& s = *m_state;
+    s.maxZoomScale = std::clamp(scale, 1.0, 3.0);
+    s.zoomScaleTarget = std::min(s.zoomScaleTarget, s.maxZoomScale);
+}
+
 void RasterZoomRenderer::setZoomEase(double duration) {
     std::lock_guard lock(m_mutex);
     m_state->zoomEaseInDuration = std::max(0.05, duration);

@@ -32,6 +32,7 @@ public:
     void setHUDEnabled(bool enabled) override;
     void setHUDIncludeInRecording(bool enabled) override;
     void setDebugEnabled(bool enabled) override;
+    void setMaxZoomScale(double scale) override;
     // 0 gives 1.6, 2 gives 3.0, anything else 2.25.
     void setZoomStrength(int level);
     void setZoomEase(double duration);

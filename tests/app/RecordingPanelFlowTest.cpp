@@ -212,6 +212,30 @@ TEST_F(RecordingPanelFlow, NextStartAfterAFailureRecords) {
     EXPECT_TRUE(panelWindow().isVisible());
 }
 
+// The magnifier setting turns the magnifier on for the recording once it records, and the end
+// of the recording turns it off; without the setting it stays off.
+TEST_F(RecordingPanelFlow, TheMagnifierSettingLastsForTheRecording) {
+    auto recordWithMagnifier = [&](bool wanted) {
+        defaults->set("showMagnifier", wanted);
+        factory.cursor->magnifier = false;
+        auto start = launch(launcher->start(screenConfiguration()));
+        ASSERT_TRUE(settle(start, clock));
+        ASSERT_TRUE(coordinator->recordingState().isRecording());
+        EXPECT_EQ(factory.cursor->magnifier, wanted);
+
+        auto stop = launch(coordinator->stopRecording());
+        ASSERT_TRUE(settle(stop, clock));
+        EXPECT_FALSE(coordinator->recordingState().isActive());
+        EXPECT_FALSE(factory.cursor->magnifier);
+        // The result shows for a moment before the coordinator is idle again.
+        clock.advance(0.2);
+        drainEvents(clock);
+        ASSERT_TRUE(coordinator->recordingState().is<RecordingState::Idle>());
+    };
+    recordWithMagnifier(true);
+    recordWithMagnifier(false);
+}
+
 // The main window offers every mode and the devices the engines know; its choices are stored.
 TEST_F(RecordingPanelFlow, MainWindowOffersModesAndDevices) {
     DeviceRecordingController recorder(*coordinator, opener, *defaults);

@@ -18,6 +18,8 @@
 #include <csignal>
 #include <fstream>
 #include <functional>
+#include <map>
+#include <poll.h>
 #include <sstream>
 #include <thread>
 
@@ -36,16 +38,26 @@ std::string readText(const QString& path) {
 // decision off, so the picture is never zoomed; clicks pass a 0.1 s threshold.
 class CursorRecording {
 public:
-    explicit CursorRecording(const std::vector<std::string>& extra) {
+    explicit CursorRecording(const std::vector<std::string>& extra,
+                             std::map<std::string, std::string> environment = {}) {
         std::vector<std::string> argv = {TAVELQUISTON_CLI_PATH,       "record",       "--output",
                                          folder.path().toStdString(), "--fps",        "30",
                                          "--click-to-zoom",           "--smart-zoom", "off",
                                          "--click-threshold",         "0.1"};
         argv.insert(argv.end(), extra.begin(), extra.end());
         ChildProcess::Options options;
+        options.environment = std::move(environment);
         options.stdoutPath = (folder.path() + "/stdout.txt").toStdString();
         options.stderrPath = (folder.path() + "/stderr.txt").toStdString();
         process = ChildProcess(argv, options);
+    }
+    // The movie, printed as the second-last line.
+    std::string moviePath() const {
+        std::istringstream in(output());
+        std::vector<std::string> lines;
+        for (std::string line; std::getline(in, line);)
+            lines.push_back(line);
+        return lines.size() >= 2 ? lines[lines.size() - 2] : std::string();
     }
     std::string output() const { return readText(folder.path() + "/stdout.txt"); }
     std::string errors() const { return readText(folder.path() + "/stderr.txt"); }
@@ -215,6 +227,80 @@ private:
     std::thread m_thread;
 };
 
+// A window over the whole screen that turns from blue to green and back at each press on it,
+// at once (it waits on its socket, not on a timer), with a small corner that changes colour
+// every 20 ms so that frames keep coming.
+class ClickTarget {
+public:
+    ClickTarget() : m_connection(xcb_connect(nullptr, nullptr)) {
+        xcb_connection_t* c = m_connection;
+        xcb_screen_t* screen = xcb_setup_roots_iterator(xcb_get_setup(c)).data;
+        m_window = xcb_generate_id(c);
+        const uint32_t values[] = {blue, 1, XCB_EVENT_MASK_BUTTON_PRESS};
+        xcb_create_window(c, XCB_COPY_FROM_PARENT, m_window, screen->root, 0, 0,
+                          screen->width_in_pixels, screen->height_in_pixels, 0,
+                          XCB_WINDOW_CLASS_INPUT_OUTPUT, XCB_COPY_FROM_PARENT,
+                          XCB_CW_BACK_PIXEL | XCB_CW_OVERRIDE_REDIRECT | XCB_CW_EVENT_MASK, values);
+        m_blinker = xcb_generate_id(c);
+        const uint32_t black = 0;
+        xcb_create_window(c, XCB_COPY_FROM_PARENT, m_blinker, m_window, 0, 0, 8, 8, 0,
+                          XCB_WINDOW_CLASS_INPUT_OUTPUT, XCB_COPY_FROM_PARENT, XCB_CW_BACK_PIXEL,
+                          &black);
+        xcb_map_subwindows(c, m_window);
+        xcb_map_window(c, m_window);
+        xcb_flush(c);
+        m_thread = std::thread([this] { run(); });
+    }
+    ~ClickTarget() {
+        m_stop = true;
+        m_thread.join();
+        xcb_disconnect(m_connection);
+    }
+    int presses() const { return m_presses; }
+
+    static constexpr uint32_t blue = 0x0000ff;
+    static constexpr uint32_t green = 0x00ff00;
+
+private:
+    void run() {
+        xcb_connection_t* c = m_connection;
+        auto lastBlink = std::chrono::steady_clock::now();
+        for (uint32_t blink = 0; !m_stop;) {
+            pollfd socket{xcb_get_file_descriptor(c), POLLIN, 0};
+            ::poll(&socket, 1, 5);
+            while (xcb_generic_event_t* event = xcb_poll_for_event(c)) {
+                if ((event->response_type & 0x7f) == XCB_BUTTON_PRESS) {
+                    const uint32_t colour = ++m_presses % 2 ? green : blue;
+                    xcb_change_window_attributes(c, m_window, XCB_CW_BACK_PIXEL, &colour);
+                    xcb_clear_area(c, 0, m_window, 0, 0, 0, 0);
+                    xcb_flush(c);
+                }
+                std::free(event);
+            }
+            if (std::chrono::steady_clock::now() - lastBlink >= 20ms) {
+                lastBlink = std::chrono::steady_clock::now();
+                const uint32_t colour = ++blink % 2 ? 0xffffff : 0x000000;
+                xcb_change_window_attributes(c, m_blinker, XCB_CW_BACK_PIXEL, &colour);
+                xcb_clear_area(c, 0, m_blinker, 0, 0, 0, 0);
+                xcb_flush(c);
+            }
+        }
+    }
+
+    xcb_connection_t* m_connection;
+    xcb_window_t m_window = 0;
+    xcb_window_t m_blinker = 0;
+    std::atomic<int> m_presses{0};
+    std::atomic<bool> m_stop{false};
+    std::thread m_thread;
+};
+
+// The blue-difference chroma of a 4:2:0 picture at a pixel: high for blue, low for green,
+// yellow and red.
+int blueChromaAt(const AVFrame& picture, int x, int y) {
+    return picture.data[1][(y / 2) * picture.linesize[1] + x / 2];
+}
+
 } // namespace
 
 // Clicks through XTEST during a display recording land with their type and their top-left
@@ -343,10 +429,10 @@ TEST(RecordCursorTest, AreaRecordingKeepsItsOwnClicks) {
     EXPECT_NEAR(clicks[1].y, 95.0 / 100, 1.0 / 100);
 }
 
-// Click-to-zoom in a window recording is burnt into the file: after a click on the red
-// square, the smart decision accepts it (the pointer rests) and the frames show the square
-// magnified 2.25 times around the click; after the zoom's duration they are back to normal.
-// The click's window position is normalised to the window too.
+// Click-to-zoom in a window recording is burnt into the file at the configured level: after a
+// click on the red square, the smart decision accepts it (the pointer rests) and the frames
+// show the square magnified by --zoom-level, centred where the click was; after the zoom's
+// duration they are back to normal. The click's window position is normalised to the window.
 TEST(RecordCursorTest, WindowRecordingBurnsInTheClickZoom) {
     XvfbSession::Options options = screen();
     options.windowManager = true;
@@ -363,13 +449,18 @@ TEST(RecordCursorTest, WindowRecordingBurnsInTheClickZoom) {
     processOptions.stderrPath = (folder.path() + "/stderr.txt").toStdString();
     ChildProcess process({TAVELQUISTON_CLI_PATH, "record", "--output", folder.path().toStdString(),
                           "--fps", "30", "--mode", "window", "--window",
-                          std::to_string(window.id()), "--click-to-zoom", "--duration", "4"},
+                          std::to_string(window.id()), "--click-to-zoom", "--zoom-level", "2.75",
+                          "--duration", "4"},
                          processOptions);
     auto output = [&] { return readText(folder.path() + "/stdout.txt"); };
     ASSERT_TRUE(waitUntil(
         [&] { return output().find("MediaWriter session started") != std::string::npos; }, 10s))
         << readText(folder.path() + "/stderr.txt");
     ASSERT_TRUE(xdotool({"mousemove", "--window", std::to_string(window.square()), "10", "10"}));
+    // That put the pointer there without moving it (a warp, which no device reports); a move
+    // there and back is what a hand makes, and what the zoom follows.
+    ASSERT_TRUE(session.moveBy(1, 0));
+    ASSERT_TRUE(session.moveBy(-1, 0));
     std::this_thread::sleep_for(500ms);
     ASSERT_TRUE(session.click(1));
     ASSERT_EQ(process.waitForExit(20s), 0) << readText(folder.path() + "/stderr.txt");
@@ -387,6 +478,7 @@ TEST(RecordCursorTest, WindowRecordingBurnsInTheClickZoom) {
     const QJsonArray events = metadata.value("zoomEvents").toArray();
     ASSERT_EQ(events.size(), 1) << output();
     const double zoomDuration = events[0].toObject().value("duration").toDouble();
+    EXPECT_EQ(events[0].toObject().value("level").toDouble(), 2.75);
     const double clicked = clicks[0].t;
 
     int before = 0, zoomed = 0, after = 0;
@@ -397,6 +489,7 @@ TEST(RecordCursorTest, WindowRecordingBurnsInTheClickZoom) {
     const double zoomedUntil = clicked + 0.24 + zoomDuration + 0.55 - 0.05;
     const double normalFrom = clicked + 0.24 + zoomDuration + 0.55 + 0.45 + 0.15;
     std::optional<std::pair<double, double>> squareAt; // normalised, top left, before the click
+    std::pair<double, double> zoomedAt{0, 0};          // summed over the zoomed frames
     forEachPicture(printed[printed.size() - 2], [&](const AVFrame& picture, double t) {
         const int red = widestRed(picture);
         if (t < clicked && !squareAt)
@@ -405,6 +498,9 @@ TEST(RecordCursorTest, WindowRecordingBurnsInTheClickZoom) {
             before = std::max(before, red);
         else if (t >= zoomedFrom && t <= zoomedUntil) {
             zoomed = framesZoomed++ ? std::min(zoomed, red) : red;
+            const auto [x, y] = redCentre(picture);
+            zoomedAt.first += x;
+            zoomedAt.second += y;
         } else if (t >= normalFrom) {
             after = std::max(after, red);
             ++framesAfter;
@@ -417,8 +513,11 @@ TEST(RecordCursorTest, WindowRecordingBurnsInTheClickZoom) {
     ASSERT_GT(framesZoomed, 5);
     ASSERT_GT(framesAfter, 5);
     EXPECT_NEAR(before, 20, 2);
-    EXPECT_NEAR(zoomed, 20 * 2.25, 4);
+    EXPECT_NEAR(zoomed, 20 * 2.75, 4);
     EXPECT_NEAR(after, 20, 2);
+    // The crop is centred on the click, which then lies in the middle of the picture.
+    EXPECT_NEAR(zoomedAt.first / framesZoomed, 0.5, 2.0 / 320);
+    EXPECT_NEAR(zoomedAt.second / framesZoomed, 0.5, 2.0 / 240);
 }
 
 // With --highlight the pointer highlight is drawn in a window of its own that the display
@@ -535,4 +634,139 @@ TEST(RecordCursorTest, ClicksFollowAWindowThatMoved) {
                    [&](const AVFrame& picture, double) { square = redCentre(picture); });
     EXPECT_NEAR(clicks[0].x, square.first, 2.0 / 320);
     EXPECT_NEAR(clicks[0].y, square.second, 2.0 / 240);
+}
+
+// A click lands on the video's time line where it happened: each press turns the screen from
+// blue to green or back, and the first frame that shows the new colour comes after the click's
+// time in the metadata, by no more than a frame.
+TEST(RecordCursorTest, ClickTimesMatchTheFramesThatShowThem) {
+    REQUIRE_XVFB(screen());
+    REQUIRE_TOOL("xdotool");
+    XvfbSession session(screen());
+    ASSERT_TRUE(session.isReady()) << session.error();
+    ClickTarget target;
+    ASSERT_TRUE(session.moveTo(320, 240));
+
+    CursorRecording recording({"--duration", "4"});
+    ASSERT_TRUE(recording.waitFor("Successfully appended video frame #1")) << recording.errors();
+    std::this_thread::sleep_for(700ms);
+    for (int i = 0; i < 4; ++i) {
+        ASSERT_TRUE(session.click(1));
+        // Uneven gaps, so that no click falls at the same phase of the frame clock.
+        std::this_thread::sleep_for(std::chrono::milliseconds(430 + 37 * i));
+    }
+    ASSERT_EQ(recording.process.waitForExit(20s), 0) << recording.errors();
+    ASSERT_EQ(target.presses(), 4);
+
+    const std::vector<Click> clicks = clicksOf(recording.metadata());
+    ASSERT_EQ(clicks.size(), 4u) << recording.output();
+    std::vector<double> changes; // times of the first frames of a new colour
+    std::optional<bool> wasGreen;
+    forEachPicture(recording.moviePath(), [&](const AVFrame& picture, double t) {
+        const bool green = blueChromaAt(picture, 320, 240) < 128;
+        if (wasGreen && green != *wasGreen)
+            changes.push_back(t);
+        wasGreen = green;
+    });
+    ASSERT_EQ(changes.size(), 4u);
+    // A click carries the time of the last frame captured before it, so the first frame that
+    // shows what it did is the next one (give or take the file's rounding of times).
+    constexpr double frame = 1.0 / 30;
+    for (size_t i = 0; i < clicks.size(); ++i) {
+        EXPECT_GT(changes[i], clicks[i].t) << "click " << i;
+        EXPECT_LE(changes[i] - clicks[i].t, frame + 0.002) << "click " << i;
+    }
+}
+
+// Clicks on the program's own windows are not clicks of the recording: a press on the camera
+// overlay (a window of the recorder that takes input) is left out, one beside it is kept.
+TEST(RecordCursorTest, ClicksOnTheProgramsOwnWindowsAreNotRecorded) {
+    XvfbSession::Options options = screen();
+    options.windowManager = true;
+    REQUIRE_XVFB(options);
+    REQUIRE_TOOL("xdotool");
+    XvfbSession session(options);
+    ASSERT_TRUE(session.isReady()) << session.error();
+
+    // The overlay is 320 by 180 at (24, 24).
+    CursorRecording recording(
+        {"--duration", "3", "--camera", "Test Camera", "--camera-position", "top-left"},
+        {{"TAVELQUISTON_TEST_CAMERA", "1"}});
+    ASSERT_TRUE(recording.waitFor("Successfully appended video frame #1")) << recording.errors();
+    ASSERT_TRUE(waitUntil(
+        [] {
+            return runCommand({"xdotool", "search", "--onlyvisible", "--name", "Camera Overlayer"},
+                              5s) == 0;
+        },
+        10s));
+    std::this_thread::sleep_for(300ms);
+    ASSERT_TRUE(session.moveTo(180, 110));
+    ASSERT_TRUE(session.click(1));
+    std::this_thread::sleep_for(300ms);
+    ASSERT_TRUE(session.moveTo(500, 400));
+    ASSERT_TRUE(session.click(3));
+    ASSERT_EQ(recording.process.waitForExit(20s), 0) << recording.errors();
+
+    const std::vector<Click> clicks = clicksOf(recording.metadata());
+    ASSERT_EQ(clicks.size(), 1u) << recording.output();
+    EXPECT_EQ(clicks[0].type, "rightClick");
+    EXPECT_NEAR(clicks[0].x, 500.0 / 640, 1.0 / 480);
+    EXPECT_NEAR(clicks[0].y, 400.0 / 480, 1.0 / 480);
+}
+
+// The magnifier shows the screen around the pointer three times as large, in a window the
+// display recording keeps: over the red square the frames show it 60 pixels wide around the
+// pointer (not the magnifier magnifying itself, which would fill it with red); away from the
+// square the magnifier goes with the pointer and the square is its own size again.
+TEST(RecordCursorTest, TheMagnifierShowsTheScreenAroundThePointer) {
+    REQUIRE_XVFB(screen());
+    REQUIRE_TOOL("xdotool");
+    XvfbSession session(screen());
+    ASSERT_TRUE(session.isReady()) << session.error();
+    PatternWindow window(100, 100); // the square's middle is at (260, 220)
+    std::this_thread::sleep_for(300ms);
+    ASSERT_TRUE(session.moveTo(260, 220));
+
+    QTemporaryDir folder;
+    ChildProcess::Options options;
+    options.stdoutPath = (folder.path() + "/stdout.txt").toStdString();
+    options.stderrPath = (folder.path() + "/stderr.txt").toStdString();
+    ChildProcess process({TAVELQUISTON_CLI_PATH, "record", "--output", folder.path().toStdString(),
+                          "--fps", "30", "--magnifier", "--duration", "3"},
+                         options);
+    auto output = [&] { return readText(folder.path() + "/stdout.txt"); };
+    ASSERT_TRUE(waitUntil(
+        [&] { return output().find("Successfully appended video frame #1") != std::string::npos; },
+        10s))
+        << readText(folder.path() + "/stderr.txt");
+    std::this_thread::sleep_for(1200ms);
+    ASSERT_TRUE(session.moveTo(520, 400));
+    ASSERT_EQ(process.waitForExit(20s), 0) << readText(folder.path() + "/stderr.txt");
+
+    std::istringstream lines(output());
+    std::vector<std::string> printed;
+    for (std::string line; std::getline(lines, line);)
+        printed.push_back(line);
+    ASSERT_GE(printed.size(), 2u);
+    // Each frame is magnified at the square, or plain with the magnifier elsewhere once it
+    // moved; all the first kind come before all the second, but for a frame or two on the way.
+    int magnified = 0, plain = 0, other = 0, magnifiedAfterPlain = 0;
+    forEachPicture(printed[printed.size() - 2], [&](const AVFrame& picture, double) {
+        const int red = widestRed(picture);
+        const auto [x, y] = redCentre(picture);
+        const bool atPointer =
+            std::abs(x - 260.0 / 640) < 3.0 / 640 && std::abs(y - 220.0 / 480) < 3.0 / 480;
+        if (std::abs(red - 60) <= 4 && atPointer) {
+            ++magnified;
+            magnifiedAfterPlain += plain > 0;
+        } else if (magnified > 0 && std::abs(red - 20) <= 2) {
+            ++plain;
+        } else {
+            ++other;
+        }
+    });
+    EXPECT_GT(magnified, 20);
+    EXPECT_GT(plain, 5);
+    EXPECT_LE(other, 2);
+    EXPECT_EQ(magnifiedAfterPlain, 0);
 }

@@ -146,3 +146,34 @@ TEST(RasterZoomRendererTest, TheAnchorFollowsTheCursorAfterTheHold) {
     run(unsized, 2.0);
     EXPECT_NEAR(unsized.anchorNormalizedCurrent().x, 0.5, 1e-9);
 }
+
+// The recording's zoom level is the magnification a click zooms to: the square grows by that
+// factor whatever the level, a level outside 1 to 3 is held to the range, and a smaller level
+// set while zoomed takes the zoom down to it instead of leaving it beyond.
+TEST(RasterZoomRendererTest, TheZoomLevelIsTheMagnification) {
+    for (const double level : {1.5, 2.0, 3.0}) {
+        fakeNow = 400.0;
+        RasterZoomRenderer renderer(&fakeClock);
+        renderer.setCaptureFrame(Size{double(width), double(height)}, Point{0, 0});
+        renderer.setMaxZoomScale(level);
+        renderer.updateAnimation(MediaTime::fromSeconds(fakeNow, 600000));
+        renderer.triggerClickZoom(Point{0.25, 0.25});
+        run(renderer, 0.6);
+        VideoFrameHandle zoomed = renderer.processedPixelBuffer(pattern(), false);
+        ASSERT_TRUE(zoomed);
+        auto [left, top, right, bottom] = redBounds(*zoomed);
+        EXPECT_NEAR(right - left, 10 * level, 2.0) << level;
+        EXPECT_NEAR(bottom - top, 10 * level, 2.0) << level;
+    }
+
+    fakeNow = 500.0;
+    RasterZoomRenderer renderer(&fakeClock);
+    renderer.setMaxZoomScale(7.0);
+    renderer.updateAnimation(MediaTime::fromSeconds(fakeNow, 600000));
+    renderer.triggerClickZoom(Point{0.5, 0.5});
+    run(renderer, 0.6);
+    EXPECT_NEAR(renderer.zoomScaleCurrent(), 3.0, 1e-9);
+    renderer.setMaxZoomScale(1.25);
+    run(renderer, 2.0);
+    EXPECT_NEAR(renderer.zoomScaleCurrent(), 1.25, 1e-3);
+}

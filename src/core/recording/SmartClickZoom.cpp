@@ -54,8 +54,13 @@ void SmartClickZoom::decideNow(const Click& click) {
     m_lastAcceptedTime = click.clickTimestamp;
     m_lastAcceptedPosition = click.normalizedTL;
     // The renderer's anchors count from the top left like the metadata's clicks.
-    if (ZoomRenderer* renderer = m_targets.zoomRenderer())
+    // The zoom burnt into the file is the one recorded: the configured level. A level never
+    // set (0) leaves the renderer's own scale.
+    if (ZoomRenderer* renderer = m_targets.zoomRenderer()) {
+        if (click.zoomLevel > 0)
+            renderer->setMaxZoomScale(click.zoomLevel);
         renderer->triggerClickZoom(click.normalizedTL);
+    }
     scheduleSmartZoomOut(decision.duration + holdAfterZoom);
 }
 

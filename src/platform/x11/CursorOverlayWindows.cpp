@@ -186,12 +186,72 @@ private:
     QTimer m_frame;
 };
 
+class CursorOverlayWindows::MagnifierWindow final : public QRasterWindow {
+public:
+    static constexpr int width = magnifierCropWidth * magnifierZoom;
+    static constexpr int height = magnifierCropHeight * magnifierZoom;
+    static constexpr int radius = 14;
+    static constexpr int border = 3;
+
+    MagnifierWindow() {
+        makeOverlay(*this, Constants::WindowTitle::screenMagnifier);
+        // Opaque: the picture fills it and the shape cuts the corners. A window with an alpha
+        // channel is composited by the server, and without a compositing manager whatever
+        // repaints below it may then show through until it paints again.
+        QSurfaceFormat format = this->format();
+        format.setAlphaBufferSize(0);
+        setFormat(format);
+        resize(width, height);
+        // Rounded corners; without a compositor the window is cut to them.
+        QPainterPath outline;
+        outline.addRoundedRect(QRectF(0, 0, width, height), radius, radius);
+        setMask(QRegion(outline.toFillPolygon().toPolygon()));
+    }
+    // True when the window was hidden and is now mapped, on top of the others.
+    bool show(int x, int y, const QImage& crop) {
+        const QPoint at(x - width / 2, y - height / 2);
+        const bool wasVisible = isVisible();
+        // At rest over a still screen there is nothing to do.
+        if (wasVisible && at == position() && crop == m_crop)
+            return false;
+        m_crop = crop;
+        setPosition(at);
+        if (!wasVisible)
+            QRasterWindow::show();
+        update();
+        return !wasVisible;
+    }
+
+protected:
+    void paintEvent(QPaintEvent*) override {
+        QPainter p(this);
+        p.setCompositionMode(QPainter::CompositionMode_Source);
+        p.fillRect(QRect(QPoint(0, 0), size()), Qt::transparent);
+        p.setRenderHint(QPainter::Antialiasing);
+        QPainterPath outline;
+        outline.addRoundedRect(QRectF(0, 0, width, height), radius, radius);
+        p.setClipPath(outline);
+        // Whole screen pixels, each a square of three: sharp, as a magnifier should be.
+        p.drawImage(QRect(0, 0, width, height), m_crop);
+        p.setClipping(false);
+        p.setCompositionMode(QPainter::CompositionMode_SourceOver);
+        p.setPen(QPen(QColor(60, 60, 60), border));
+        p.setBrush(Qt::NoBrush);
+        p.drawRoundedRect(QRectF(border / 2.0, border / 2.0, width - border, height - border),
+                          radius, radius);
+    }
+
+private:
+    QImage m_crop;
+};
+
 bool CursorOverlayWindows::isAvailable() {
     return qobject_cast<QGuiApplication*>(QCoreApplication::instance()) != nullptr;
 }
 
 CursorOverlayWindows::CursorOverlayWindows()
-    : m_pointer(std::make_unique<PointerWindow>()), m_ripple(std::make_unique<RippleWindow>()) {}
+    : m_magnifier(std::make_unique<MagnifierWindow>()),
+      m_pointer(std::make_unique<PointerWindow>()), m_ripple(std::make_unique<RippleWindow>()) {}
 
 CursorOverlayWindows::~CursorOverlayWindows() = default;
 
@@ -236,6 +296,25 @@ void CursorOverlayWindows::click(int x, int y, ClickType type,
 void CursorOverlayWindows::hideAll() {
     m_pointer->hide();
     m_ripple->hide();
+    m_magnifier->hide();
+}
+
+void CursorOverlayWindows::showMagnifier(int x, int y, const QImage& crop) {
+    if (!m_magnifier->show(x, y, crop))
+        return;
+    // The pointer and the ripple stay above it.
+    if (m_pointer->isVisible())
+        m_pointer->raise();
+    if (m_ripple->isVisible())
+        m_ripple->raise();
+}
+
+void CursorOverlayWindows::hideMagnifier() {
+    m_magnifier->hide();
+}
+
+bool CursorOverlayWindows::isMagnifierVisible() const {
+    return m_magnifier->isVisible();
 }
 
 bool CursorOverlayWindows::isPointerVisible() const {

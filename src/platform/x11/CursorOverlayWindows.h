@@ -6,6 +6,7 @@
 #include "core/model/CursorStyle.h"
 
 #include <QElapsedTimer>
+#include <QImage>
 #include <QRasterWindow>
 #include <QTimer>
 
@@ -21,7 +22,9 @@ struct PointerLook {
 };
 
 // The live overlays that appear in the captured picture: a pointer highlight or drawn cursor
-// that follows the pointer ("Mouse Pointer"), and a ripple at each click ("Ripple Effect").
+// that follows the pointer ("Mouse Pointer"), a magnifier centred on the pointer that shows
+// the screen around it three times as large ("Screen Magnifier"), and a ripple at each click
+// ("Ripple Effect").
 // Frameless, click-through, always-on-top tool windows with a clear background; without a
 // compositing manager the shapes are cut out with the X shape extension instead, so nothing
 // but the shape covers the screen.
@@ -48,11 +51,23 @@ public:
     void click(int x, int y, ClickType type, std::optional<CodableColor> rippleColor);
     void hideAll();
 
+    // The magnifier: `crop` (magnifierCrop pixels of the screen around the pointer) drawn
+    // magnifierZoom times as large in a window centred on (x, y), below the pointer window.
+    void showMagnifier(int x, int y, const QImage& crop);
+    void hideMagnifier();
+
     bool isPointerVisible() const;
+    bool isMagnifierVisible() const;
+
+    static constexpr int magnifierZoom = 3;
+    static constexpr int magnifierCropWidth = 134;
+    static constexpr int magnifierCropHeight = 116;
 
 private:
     class PointerWindow;
     class RippleWindow;
+    class MagnifierWindow;
+    std::unique_ptr<MagnifierWindow> m_magnifier; // made first, so it starts out lowest
     std::unique_ptr<PointerWindow> m_pointer;
     std::unique_ptr<RippleWindow> m_ripple;
 };

@@ -3,6 +3,7 @@
 #include "core/support/Log.h"
 #include "platform/x11/X11Connection.h"
 #include "platform/x11/X11Coordinates.h"
+#include "platform/x11/X11MagnifierSource.h"
 
 #include <QGuiApplication>
 #include <QSocketNotifier>
@@ -109,6 +110,88 @@ void X11CursorMonitor::setHideOverlays(bool hide) {
     m_hideMagnifier = hide;
     if (hide && m_overlays)
         m_overlays->hidePointer();
+    refreshMagnifier();
+}
+
+void X11CursorMonitor::setMagnifierEnabled(bool enabled) {
+    m_magnifierEnabled = enabled;
+    refreshMagnifier();
+}
+
+bool X11CursorMonitor::ensureOverlays() {
+    if (m_overlays)
+        return true;
+    if (!CursorOverlayWindows::isAvailable())
+        return false;
+    m_overlays = std::make_unique<CursorOverlayWindows>();
+    m_overlays->setLook(pointerLook());
+    reportCompositing();
+    return true;
+}
+
+void X11CursorMonitor::refreshMagnifier() {
+    const bool wanted = m_magnifierEnabled && !m_hideMagnifier && !m_magnifierStopped;
+    if (!wanted) {
+        m_magnifierTimer.reset();
+        m_magnifierSource.reset();
+        m_magnifierConnection.reset();
+        if (m_overlays)
+            m_overlays->hideMagnifier();
+        return;
+    }
+    if (m_magnifierTimer || !ensureOverlays())
+        return;
+    try {
+        m_magnifierConnection = std::make_unique<X11Connection>();
+    } catch (const std::exception& error) {
+        logLine("❌ CursorOverlayController: No X server for the magnifier: {}", error.what());
+        return;
+    }
+    // Every window of this program is left out of what the magnifier shows, itself first.
+    m_magnifierSource =
+        std::make_unique<X11MagnifierSource>(*m_magnifierConnection, [](xcb_window_t window) {
+            for (QWindow* own : QGuiApplication::allWindows())
+                if (own->handle() && own->winId() == window)
+                    return true;
+            return false;
+        });
+    if (!m_magnifierSource->isAvailable()) {
+        if (!m_reportedMagnifierFailure)
+            logLine("⚠️ CursorOverlayController: The X server has no Composite extension; the "
+                    "magnifier cannot see under itself and stays hidden");
+        m_reportedMagnifierFailure = true;
+        m_magnifierSource.reset();
+        m_magnifierConnection.reset();
+        return;
+    }
+    reportCompositing();
+    m_magnifierTimer = std::make_unique<QTimer>();
+    m_magnifierTimer->setTimerType(Qt::PreciseTimer);
+    m_magnifierTimer->setInterval(16);
+    QObject::connect(m_magnifierTimer.get(), &QTimer::timeout, [this] { updateMagnifier(); });
+    m_magnifierTimer->start();
+    updateMagnifier();
+}
+
+void X11CursorMonitor::updateMagnifier() {
+    xcb_connection_t* c = m_magnifierConnection->get();
+    X11Reply<xcb_query_pointer_reply_t> pointer(
+        xcb_query_pointer_reply(c, xcb_query_pointer(c, m_magnifierConnection->root()), nullptr));
+    if (!pointer) {
+        // The server went away: the round ends here, once.
+        logLine("❌ CursorOverlayController: Lost the X server; the magnifier stops (error {})",
+                xcb_connection_has_error(c));
+        m_magnifierTimer->stop();
+        m_overlays->hideMagnifier();
+        return;
+    }
+    const int w = CursorOverlayWindows::magnifierCropWidth;
+    const int h = CursorOverlayWindows::magnifierCropHeight;
+    const std::optional<QImage> crop =
+        m_magnifierSource->read(X11Rect{pointer->root_x - w / 2, pointer->root_y - h / 2, w, h});
+    if (!crop)
+        return;
+    m_overlays->showMagnifier(pointer->root_x, pointer->root_y, *crop);
 }
 
 void X11CursorMonitor::updateOverlays(const PointerState& pointer) {
@@ -118,22 +201,20 @@ void X11CursorMonitor::updateOverlays(const PointerState& pointer) {
             m_overlays->hidePointer();
         return;
     }
-    if (!m_overlays) {
-        if (!CursorOverlayWindows::isAvailable())
-            return;
-        m_overlays = std::make_unique<CursorOverlayWindows>();
-        m_overlays->setLook(pointerLook());
-        reportCompositing();
-    }
+    if (!ensureOverlays())
+        return;
     m_overlays->movePointer(pointer.rootX, pointer.rootY);
 }
 
 void X11CursorMonitor::reportCompositing() {
-    if (m_reportedCompositing || !m_connection)
+    // The magnifier may run without the monitor.
+    const X11Connection* connection =
+        m_connection ? m_connection.get() : m_magnifierConnection.get();
+    if (m_reportedCompositing || !connection)
         return;
     m_reportedCompositing = true;
-    xcb_connection_t* c = m_connection->get();
-    const xcb_atom_t selection = m_connection->atom("_NET_WM_CM_S0");
+    xcb_connection_t* c = connection->get();
+    const xcb_atom_t selection = connection->atom("_NET_WM_CM_S0");
     auto owner =
         reply(xcb_get_selection_owner_reply(c, xcb_get_selection_owner(c, selection), nullptr));
     if (!owner || owner->owner == XCB_WINDOW_NONE)
@@ -182,6 +263,8 @@ void X11CursorMonitor::startMonitoring() {
     QObject::connect(m_notifier.get(), &QSocketNotifier::activated, m_notifier.get(),
                      [this] { readEvents(); });
     logLine("✅ CursorOverlayController: Mouse monitoring started");
+    m_magnifierStopped = false;
+    refreshMagnifier();
     if (m_useCustomCursor)
         setSystemCursorHidden(true);
     m_lastReported.reset();
@@ -232,6 +315,8 @@ bool X11CursorMonitor::selectRawEvents() {
 }
 
 void X11CursorMonitor::stopMonitoring() {
+    m_magnifierStopped = true;
+    refreshMagnifier();
     if (m_overlays)
         m_overlays->hideAll();
     // Closing the connection would show the cursor too; saying so keeps the state honest.

@@ -12,6 +12,7 @@
 class QSocketNotifier;
 class QTimer;
 class X11Connection;
+class X11MagnifierSource;
 
 // The pointer monitor of an X11 desktop. XInput2 raw button and motion events, selected on
 // the root window for all master devices, arrive for real devices and for XTEST input alike,
@@ -36,7 +37,9 @@ public:
                                std::optional<CodableColor> rippleColor) override;
     void setHighlightEnabled(bool enabled) override;
     bool isHighlightEnabled() const override { return m_highlightEnabled; }
-    void setMagnifierEnabled(bool enabled) override { m_magnifierEnabled = enabled; }
+    // The magnifier follows the pointer at the screen's rate from now on, whether clicks are
+    // watched or not; stopping the monitor puts it away until the next start.
+    void setMagnifierEnabled(bool enabled) override;
     bool isMagnifierEnabled() const override { return m_magnifierEnabled; }
     std::optional<Point> mouseLocation() const override;
     void startMonitoring() override;
@@ -45,6 +48,7 @@ public:
     // Keeps the pointer and magnifier overlays out of sight while true (a screenshot, say).
     void setHideOverlays(bool hide);
     bool isPointerOverlayVisible() const { return m_overlays && m_overlays->isPointerVisible(); }
+    bool isMagnifierVisible() const { return m_overlays && m_overlays->isMagnifierVisible(); }
 
 private:
     struct PointerState {
@@ -59,6 +63,10 @@ private:
     void handleButtonPress(uint32_t button);
     void reportMove();
     void updateOverlays(const PointerState& pointer);
+    bool ensureOverlays();
+    // Starts or stops the magnifier's own round after a change of what it depends on.
+    void refreshMagnifier();
+    void updateMagnifier();
     PointerLook pointerLook() const;
     void setSystemCursorHidden(bool hidden);
     void reportCompositing();
@@ -79,6 +87,13 @@ private:
     MoveHandler m_moveHandler;
 
     std::unique_ptr<CursorOverlayWindows> m_overlays; // made on first use, with a GUI only
+    // The magnifier's round: a connection of its own (whose redirection of the top-level
+    // windows ends with it), the source of the picture under the pointer, and the timer.
+    std::unique_ptr<X11Connection> m_magnifierConnection;
+    std::unique_ptr<X11MagnifierSource> m_magnifierSource;
+    std::unique_ptr<QTimer> m_magnifierTimer;
+    bool m_magnifierStopped = false; // by stopMonitoring, until the next start
+    bool m_reportedMagnifierFailure = false;
     bool m_hideMousePointer = false;
     bool m_hideMagnifier = false;
     bool m_systemCursorHidden = false;

@@ -339,6 +339,8 @@ public:
     void setHUDEnabled(bool on) override { call("setHUDEnabled", text(on)); }
     void setHUDIncludeInRecording(bool on) override { call("setHUDIncludeInRecording", text(on)); }
     void setDebugEnabled(bool on) override { call("setDebugEnabled", text(on)); }
+    void setMaxZoomScale(double scale) override { maxZoomScale = scale; }
+    double maxZoomScale = 0.0;
     void updateCursor(Point) override {}
     void triggerClickZoom(Point) override { call("triggerClickZoom"); }
     void endClickZoom() override { call("endClickZoom"); }

@@ -20,6 +20,9 @@ public:
     virtual void setHUDEnabled(bool enabled) = 0;
     virtual void setHUDIncludeInRecording(bool enabled) = 0;
     virtual void setDebugEnabled(bool enabled) = 0;
+    // The magnification a click zooms to, 1 to 3 (the recording's zoom level); a zoom under
+    // way keeps its course and the next one uses the new scale.
+    virtual void setMaxZoomScale(double scale) = 0;
 
     // A global screen point, origin bottom left; the anchor follows it while zoomed.
     virtual void updateCursor(Point screenPoint) = 0;
