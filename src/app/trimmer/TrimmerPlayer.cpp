@@ -1,23 +1,24 @@
 #include "app/trimmer/TrimmerPlayer.h"
 
+#include "app/trimmer/PlayableRanges.h"
 #include "app/trimmer/PreviewRenderer.h"
+#include "app/trimmer/TrimmerAudioOutput.h"
+#include "core/support/Log.h"
 
+#include <QAudioDevice>
+#include <QMediaDevices>
 #include <QPointer>
 
 #include <algorithm>
 #include <cmath>
 
-namespace {
-// The display's pace: the playhead and the frame follow the clock at about 60 a second.
-constexpr int displayIntervalMs = 16;
-} // namespace
-
 TrimmerPlayer::TrimmerPlayer(std::unique_ptr<PreviewRenderer> renderer, double duration,
                              QObject* parent)
-    : QObject(parent), m_renderer(std::move(renderer)), m_duration(duration) {
-    m_displayTimer.setTimerType(Qt::PreciseTimer);
-    m_displayTimer.setInterval(displayIntervalMs);
-    connect(&m_displayTimer, &QTimer::timeout, this, &TrimmerPlayer::tick);
+    : QObject(parent), m_renderer(std::move(renderer)), m_duration(duration),
+      m_ranges(std::make_unique<PlayableRanges>(duration, std::vector<VideoSegment>{})) {
+    // The playhead and the frame follow the clock at display rate while playing.
+    m_clock.attach([this] { return playbackTime(); });
+    connect(&m_clock, &EditorPlaybackClock::currentTimeChanged, this, &TrimmerPlayer::clockTicked);
     m_scrubTimer.setSingleShot(true);
     connect(&m_scrubTimer, &QTimer::timeout, this, &TrimmerPlayer::flushScrub);
     m_thread = std::thread([this] { decodeLoop(); });
@@ -25,6 +26,8 @@ TrimmerPlayer::TrimmerPlayer(std::unique_ptr<PreviewRenderer> renderer, double d
 }
 
 TrimmerPlayer::~TrimmerPlayer() {
+    m_clock.detach();
+    m_audio.reset();
     {
         std::lock_guard lock(m_mutex);
         m_stopping = true;
@@ -89,6 +92,19 @@ void TrimmerPlayer::decodeLoop() {
 void TrimmerPlayer::deliver(double seconds, QImage image, double start, double length) {
     if (image.isNull())
         return;
+    if (m_playing) {
+        ++m_statistics.shown;
+        if (length > 0 && playbackTime() > start + length + 0.5 * length)
+            ++m_statistics.late;
+        const double passed = start - m_lastPlayedStart;
+        // At normal speed or slower every frame is due; a jump (a removed part, a loop) is not
+        // a drop.
+        if (m_rate <= 1.0 && m_lastPlayedStart >= 0 && length > 0 && passed > 1.5 * length &&
+            passed < 1.0)
+            m_statistics.dropped += int(std::lround(passed / length)) - 1;
+        if (start > m_lastPlayedStart || passed < -1.0)
+            m_lastPlayedStart = start;
+    }
     m_frame = std::move(image);
     m_frameTime = seconds;
     m_frameStart = start;
@@ -111,41 +127,138 @@ void TrimmerPlayer::setCompositorSettings(const RoundedCameraCompositorSettings&
     requestFrame(m_position);
 }
 
+void TrimmerPlayer::openAudio(const std::filesystem::path& movie) {
+    openAudio(movie, QMediaDevices::defaultAudioOutput());
+}
+
+void TrimmerPlayer::openAudio(const std::filesystem::path& movie, const QAudioDevice& device) {
+    pause();
+    std::string error;
+    m_audio = TrimmerAudioOutput::open(movie, m_duration, device, error);
+    if (!error.empty())
+        logLine("⚠️ The trimmer plays without sound: {}", error);
+    if (!m_audio)
+        return;
+    m_audio->setVolume(m_volume);
+    m_audio->setMuted(m_muted);
+    connect(m_audio.get(), &TrimmerAudioOutput::failed, this, [this] {
+        // The picture goes on from where the sound stopped, by the steady clock.
+        if (m_followingAudio) {
+            m_followingAudio = false;
+            restartClocks(m_position);
+        }
+    });
+}
+
+void TrimmerPlayer::setVolume(double volume) {
+    m_volume = std::clamp(volume, 0.0, 1.0);
+    if (m_audio)
+        m_audio->setVolume(m_volume);
+    emit volumeChanged(m_volume, m_muted);
+}
+
+void TrimmerPlayer::setMuted(bool muted) {
+    m_muted = muted;
+    if (m_audio)
+        m_audio->setMuted(muted);
+    emit volumeChanged(m_volume, m_muted);
+}
+
+void TrimmerPlayer::setCutSegments(const std::vector<VideoSegment>& segments) {
+    PlayableRanges ranges(m_duration, segments);
+    if (ranges == *m_ranges)
+        return;
+    *m_ranges = std::move(ranges);
+    if (m_playing)
+        restartClocks(m_ranges->resolve(m_position));
+}
+
+void TrimmerPlayer::setLooping(bool looping) {
+    if (looping == m_looping)
+        return;
+    m_looping = looping;
+    if (m_playing && m_followingAudio)
+        restartClocks(m_position);
+}
+
+double TrimmerPlayer::playbackTime() const {
+    if (!m_playing)
+        return m_position;
+    if (m_followingAudio) {
+        if (const std::optional<double> heard = m_audio->position())
+            return *heard;
+    }
+    const std::chrono::duration<double> elapsed = std::chrono::steady_clock::now() - m_anchorTime;
+    return m_anchorPosition + elapsed.count() * m_rate;
+}
+
+void TrimmerPlayer::restartClocks(double seconds) {
+    m_anchorTime = std::chrono::steady_clock::now();
+    m_anchorPosition = seconds;
+    m_lastPlayedStart = -1.0;
+    m_followingAudio = m_playing && m_audio && !m_audio->hasFailed() &&
+                       m_audio->start(seconds, m_rate, *m_ranges, m_looping);
+}
+
 void TrimmerPlayer::play() {
     if (m_playing)
         return;
-    if (m_position >= m_duration)
-        setPosition(0.0);
-    m_anchorTime = std::chrono::steady_clock::now();
-    m_anchorPosition = m_position;
+    if (m_ranges->isEmpty())
+        return;
+    if (m_ranges->resolve(m_position) >= m_duration)
+        setPosition(m_ranges->first());
+    else
+        setPosition(m_ranges->resolve(m_position));
     m_playing = true;
-    m_displayTimer.start();
+    m_statistics = {};
+    restartClocks(m_position);
+    m_clock.start();
     emit playingChanged(true);
 }
 
 void TrimmerPlayer::pause() {
     if (!m_playing)
         return;
+    // The position heard last is where the pause leaves the playhead.
+    const double at = std::clamp(playbackTime(), 0.0, m_duration);
     m_playing = false;
-    m_displayTimer.stop();
+    m_followingAudio = false;
+    if (m_audio)
+        m_audio->stop();
+    m_clock.stop();
+    setPosition(at);
     emit playingChanged(false);
     requestFrame(m_position);
 }
 
-void TrimmerPlayer::tick() {
-    const std::chrono::duration<double> elapsed = std::chrono::steady_clock::now() - m_anchorTime;
-    double position = m_anchorPosition + elapsed.count() * m_rate;
-    if (position >= m_duration) {
-        if (m_looping) {
-            m_anchorTime = std::chrono::steady_clock::now();
-            m_anchorPosition = 0.0;
-            position = 0.0;
+void TrimmerPlayer::clockTicked(double position) {
+    if (!m_playing)
+        return;
+    const bool ended = m_followingAudio ? m_audio->isDrained() : position >= m_duration;
+    if (ended || (!m_followingAudio && m_ranges->resolve(position) >= m_duration)) {
+        if (m_looping && !m_followingAudio) {
+            restartClocks(m_ranges->first());
+            position = m_ranges->first();
         } else {
+            m_playing = false;
+            m_followingAudio = false;
+            if (m_audio)
+                m_audio->stop();
+            m_clock.stop();
             setPosition(m_duration);
-            pause();
+            emit playingChanged(false);
+            requestFrame(m_position);
             return;
         }
+    } else if (!m_followingAudio) {
+        // The sound leaves removed parts out by itself; the steady clock is moved over them.
+        const double resolved = m_ranges->resolve(position);
+        if (resolved != position) {
+            restartClocks(resolved);
+            position = resolved;
+        }
     }
+    position = std::min(position, m_duration);
     setPosition(position);
     requestFrame(position);
 }
@@ -154,19 +267,18 @@ void TrimmerPlayer::setRate(double rate) {
     rate = std::clamp(rate, 0.25, 4.0);
     if (rate == m_rate)
         return;
-    // The clock is re-anchored here, so the playhead does not jump.
-    m_anchorTime = std::chrono::steady_clock::now();
-    m_anchorPosition = m_position;
+    // Both clocks start again from here, so the playhead does not jump.
+    const double at = playbackTime();
     m_rate = rate;
+    if (m_playing)
+        restartClocks(at);
     emit rateChanged(rate);
 }
 
 void TrimmerPlayer::seek(double seconds) {
     setPosition(seconds);
-    if (m_playing) {
-        m_anchorTime = std::chrono::steady_clock::now();
-        m_anchorPosition = m_position;
-    }
+    if (m_playing)
+        restartClocks(m_ranges->resolve(m_position));
     requestFrame(m_position);
 }
 
