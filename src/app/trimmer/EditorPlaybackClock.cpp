@@ -5,7 +5,11 @@
 EditorPlaybackClock::EditorPlaybackClock(QObject* parent) : QObject(parent) {
     m_frameTimer.setTimerType(Qt::PreciseTimer);
     m_frameTimer.setInterval(frameIntervalMs);
-    connect(&m_frameTimer, &QTimer::timeout, this, [this] { refreshFromPlayer(false); });
+    connect(&m_frameTimer, &QTimer::timeout, this, [this] {
+        refreshFromPlayer(false);
+        if (m_frameTimer.isActive())
+            emit frameTicked();
+    });
 }
 
 void EditorPlaybackClock::attach(std::function<double()> source) {

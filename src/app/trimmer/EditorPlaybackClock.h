@@ -35,6 +35,9 @@ public:
 
 signals:
     void currentTimeChanged(double seconds);
+    // Every frame of the running frame clock, after any publication: for owners that watch the
+    // source itself (an end reached, a source that stalled).
+    void frameTicked();
 
 private:
     void publish(double seconds, bool force);

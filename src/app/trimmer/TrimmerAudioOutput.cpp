@@ -82,18 +82,24 @@ void TrimmerAudioOutput::fail(const std::string& reason) {
 
 bool TrimmerAudioOutput::start(double seconds, double rate, const PlayableRanges& ranges,
                                bool looping) {
-    stop();
+    // A sink that plays goes on playing: only what it has not taken yet is replaced. Stopping
+    // and starting it at once, as a quick run of seeks would, can leave it taking nothing more.
+    const bool running = isPlaying() && m_sink && m_sink->state() != QAudio::StoppedState;
+    if (running)
+        stopDecoding();
+    else
+        stop();
     if (m_failed)
         return false;
-    if (m_device->isNull()) {
-        fail("no sound output device");
-        return false;
-    }
     QAudioFormat format;
     format.setSampleRate(sampleRate);
     format.setChannelCount(channelCount);
     format.setSampleFormat(QAudioFormat::Float);
-    if (!m_sink) {
+    if (!running && !m_sink) {
+        if (m_device->isNull()) {
+            fail("no sound output device");
+            return false;
+        }
         if (!m_device->isFormatSupported(format)) {
             fail("the sound device " + m_device->description().toStdString() +
                  " cannot play 48 kHz stereo");
@@ -113,9 +119,13 @@ bool TrimmerAudioOutput::start(double seconds, double rate, const PlayableRanges
         std::lock_guard lock(m_mutex);
         m_queue.clear();
         m_markers.clear();
-        m_written = 0;
-        m_taken = 0;
-        m_lastHeard = 0;
+        if (!running) {
+            m_taken = 0;
+            m_lastHeard = 0;
+        }
+        // What the sink holds already is still heard before the new sound.
+        m_written = m_taken;
+        m_firstFrame = m_taken;
         m_finished = false;
         m_stopping = false;
     }
@@ -123,6 +133,8 @@ bool TrimmerAudioOutput::start(double seconds, double rate, const PlayableRanges
     m_pending.clear();
     m_phase = 0.0;
     m_worker = std::thread([this, seconds, ranges, looping] { decode(seconds, ranges, looping); });
+    if (running)
+        return true;
     {
         // Decoding is many times faster than playing: this wait is a few milliseconds.
         std::unique_lock lock(m_mutex);
@@ -141,6 +153,17 @@ bool TrimmerAudioOutput::start(double seconds, double rate, const PlayableRanges
     return true;
 }
 
+void TrimmerAudioOutput::stopDecoding() {
+    if (!m_worker.joinable())
+        return;
+    {
+        std::lock_guard lock(m_mutex);
+        m_stopping = true;
+    }
+    m_space.notify_all();
+    m_worker.join();
+}
+
 void TrimmerAudioOutput::stop() {
     if (!m_worker.joinable())
         return;
@@ -148,12 +171,7 @@ void TrimmerAudioOutput::stop() {
         const QSignalBlocker quiet(m_sink);
         m_sink->stop();
     }
-    {
-        std::lock_guard lock(m_mutex);
-        m_stopping = true;
-    }
-    m_space.notify_all();
-    m_worker.join();
+    stopDecoding();
     m_feed->close();
 }
 
@@ -200,6 +218,9 @@ std::optional<double> TrimmerAudioOutput::position() const {
         return std::nullopt;
     const int64_t heard = heardFrame();
     std::lock_guard lock(m_mutex);
+    // Sound from before the last start still plays out of the sink's buffer.
+    if (heard < m_firstFrame)
+        return std::nullopt;
     return secondsAt(heard);
 }
 
@@ -214,8 +235,10 @@ bool TrimmerAudioOutput::isDrained() const {
     if (!isPlaying())
         return false;
     const int64_t heard = heardFrame();
+    // A sink that ran dry has played all it held, whatever its buffer figures say.
+    const bool dry = m_sink && m_sink->state() == QAudio::IdleState;
     std::lock_guard lock(m_mutex);
-    return m_finished && heard >= m_written;
+    return m_finished && m_taken >= m_written && (heard >= m_written || dry);
 }
 
 // The decoding thread.

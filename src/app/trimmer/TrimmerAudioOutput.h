@@ -46,7 +46,8 @@ public:
     bool isPlaying() const { return m_worker.joinable(); }
     bool hasFailed() const { return m_failed; }
 
-    // The recording time being heard; nothing when not playing.
+    // The recording time being heard; nothing when not playing, or while what the sink held
+    // before the last start still plays.
     std::optional<double> position() const;
     // The recording time of the last sample the sink has taken (ahead of what is heard by the
     // sink's buffer); nothing when not playing.
@@ -73,6 +74,7 @@ private:
     TrimmerAudioOutput(std::unique_ptr<AudioTrackReader> reader, double duration,
                        const QAudioDevice& device);
     void fail(const std::string& reason);
+    void stopDecoding();
     void applyVolume();
     double secondsAt(int64_t frame) const; // with m_mutex held
     int64_t heardFrame() const;
@@ -103,8 +105,9 @@ private:
     std::condition_variable m_space;
     std::deque<float> m_queue; // interleaved output frames not yet taken by the sink
     std::deque<Marker> m_markers;
-    int64_t m_written = 0; // output frames queued so far
-    int64_t m_taken = 0;   // output frames the sink has taken
+    int64_t m_written = 0;    // output frames queued so far
+    int64_t m_taken = 0;      // output frames the sink has taken
+    int64_t m_firstFrame = 0; // the first output frame of the last start
     mutable int64_t m_lastHeard = 0;
     bool m_finished = false; // no more frames will come
     bool m_stopping = false;

@@ -19,6 +19,7 @@ TrimmerPlayer::TrimmerPlayer(std::unique_ptr<PreviewRenderer> renderer, double d
     // The playhead and the frame follow the clock at display rate while playing.
     m_clock.attach([this] { return playbackTime(); });
     connect(&m_clock, &EditorPlaybackClock::currentTimeChanged, this, &TrimmerPlayer::clockTicked);
+    connect(&m_clock, &EditorPlaybackClock::frameTicked, this, &TrimmerPlayer::frameTicked);
     m_scrubTimer.setSingleShot(true);
     connect(&m_scrubTimer, &QTimer::timeout, this, &TrimmerPlayer::flushScrub);
     m_thread = std::thread([this] { decodeLoop(); });
@@ -196,6 +197,8 @@ void TrimmerPlayer::restartClocks(double seconds) {
     m_anchorTime = std::chrono::steady_clock::now();
     m_anchorPosition = seconds;
     m_lastPlayedStart = -1.0;
+    m_audioMovedAt = m_anchorTime;
+    m_audioLastPosition = -1.0;
     m_followingAudio = m_playing && m_audio && !m_audio->hasFailed() &&
                        m_audio->start(seconds, m_rate, *m_ranges, m_looping);
 }
@@ -231,25 +234,51 @@ void TrimmerPlayer::pause() {
     requestFrame(m_position);
 }
 
+void TrimmerPlayer::finishPlayback() {
+    m_playing = false;
+    m_followingAudio = false;
+    if (m_audio)
+        m_audio->stop();
+    m_clock.stop();
+    setPosition(m_duration);
+    emit playingChanged(false);
+    requestFrame(m_position);
+}
+
+void TrimmerPlayer::frameTicked() {
+    if (!m_playing || !m_followingAudio)
+        return;
+    // The sound's clock stands still at the end, so its end is watched here.
+    if (m_audio->isDrained()) {
+        finishPlayback();
+        return;
+    }
+    const auto now = std::chrono::steady_clock::now();
+    const double heard = m_audio->position().value_or(-1.0);
+    if (heard != m_audioLastPosition) {
+        m_audioLastPosition = heard;
+        m_audioMovedAt = now;
+    } else if (now - m_audioMovedAt > std::chrono::seconds(1)) {
+        // A sink that takes nothing for a second is stuck: the picture goes on without it.
+        logLine("⚠️ The sound stopped playing; the trimmer goes on without it");
+        m_audio->stop();
+        m_followingAudio = false;
+        const double at = m_position;
+        m_anchorTime = now;
+        m_anchorPosition = at;
+    }
+}
+
 void TrimmerPlayer::clockTicked(double position) {
     if (!m_playing)
         return;
-    const bool ended = m_followingAudio ? m_audio->isDrained() : position >= m_duration;
-    if (ended || (!m_followingAudio && m_ranges->resolve(position) >= m_duration)) {
-        if (m_looping && !m_followingAudio) {
-            restartClocks(m_ranges->first());
-            position = m_ranges->first();
-        } else {
-            m_playing = false;
-            m_followingAudio = false;
-            if (m_audio)
-                m_audio->stop();
-            m_clock.stop();
-            setPosition(m_duration);
-            emit playingChanged(false);
-            requestFrame(m_position);
+    if (!m_followingAudio && m_ranges->resolve(position) >= m_duration) {
+        if (!m_looping) {
+            finishPlayback();
             return;
         }
+        restartClocks(m_ranges->first());
+        position = m_ranges->first();
     } else if (!m_followingAudio) {
         // The sound leaves removed parts out by itself; the steady clock is moved over them.
         const double resolved = m_ranges->resolve(position);

@@ -115,6 +115,8 @@ private:
     // The frame asked for at `seconds`, showing the source frame [start, start + length).
     void deliver(double seconds, QImage image, double start, double length);
     void clockTicked(double seconds);
+    void frameTicked();
+    void finishPlayback();
     void flushScrub();
     // Where the playhead is by the clock that leads now.
     double playbackTime() const;
@@ -135,6 +137,9 @@ private:
     std::unique_ptr<PlayableRanges> m_ranges;
     std::unique_ptr<TrimmerAudioOutput> m_audio;
     bool m_followingAudio = false;
+    // When the sound's clock last moved, to notice a sink that stopped playing without a word.
+    std::chrono::steady_clock::time_point m_audioMovedAt;
+    double m_audioLastPosition = -1.0;
     double m_volume = 1.0;
     bool m_muted = false;
     Statistics m_statistics;
