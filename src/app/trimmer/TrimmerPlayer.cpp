@@ -46,6 +46,7 @@ void TrimmerPlayer::setPosition(double seconds) {
 }
 
 void TrimmerPlayer::requestFrame(double seconds, bool rebuild) {
+    m_lastRequest = seconds;
     {
         std::lock_guard lock(m_mutex);
         Request request;
@@ -93,6 +94,18 @@ void TrimmerPlayer::decodeLoop() {
 void TrimmerPlayer::deliver(double seconds, QImage image, double start, double length) {
     if (image.isNull())
         return;
+    if (m_playing && start > playbackTime() + 0.001) {
+        // A frame made ahead of its time waits for it; one that is not the next (asked for
+        // before a seek) is of no use.
+        if (m_frameLength > 0 &&
+            std::abs(start - (m_frameStart + m_frameLength)) < m_frameLength / 2)
+            m_ahead = Ahead{std::move(image), seconds, start, length};
+        return;
+    }
+    show(seconds, std::move(image), start, length);
+}
+
+void TrimmerPlayer::show(double seconds, QImage image, double start, double length) {
     if (m_playing) {
         ++m_statistics.shown;
         if (length > 0 && playbackTime() > start + length + 0.5 * length)
@@ -111,6 +124,12 @@ void TrimmerPlayer::deliver(double seconds, QImage image, double start, double l
     m_frameStart = start;
     m_frameLength = length;
     emit frameShown(seconds);
+    // While playing, the next frame is made while this one is on screen.
+    if (m_playing && length > 0) {
+        const double next = start + length * 1.25;
+        if (next < m_duration && m_ranges->resolve(next) == next)
+            requestFrame(next);
+    }
 }
 
 void TrimmerPlayer::setStyled(bool styled) {
@@ -197,6 +216,8 @@ void TrimmerPlayer::restartClocks(double seconds) {
     m_anchorTime = std::chrono::steady_clock::now();
     m_anchorPosition = seconds;
     m_lastPlayedStart = -1.0;
+    m_lastRequest = -1.0;
+    m_ahead.reset();
     m_audioMovedAt = m_anchorTime;
     m_audioLastPosition = -1.0;
     m_followingAudio = m_playing && m_audio && !m_audio->hasFailed() &&
@@ -229,6 +250,7 @@ void TrimmerPlayer::pause() {
     if (m_audio)
         m_audio->stop();
     m_clock.stop();
+    m_ahead.reset();
     setPosition(at);
     emit playingChanged(false);
     requestFrame(m_position);
@@ -289,6 +311,24 @@ void TrimmerPlayer::clockTicked(double position) {
     }
     position = std::min(position, m_duration);
     setPosition(position);
+    if (m_ahead && position >= m_ahead->start) {
+        Ahead ahead = std::move(*m_ahead);
+        m_ahead.reset();
+        if (position < ahead.start + ahead.length) {
+            show(ahead.seconds, std::move(ahead.image), ahead.start, ahead.length);
+            return;
+        }
+    }
+    // The source frame on screen, or the one asked for last, still holds: composing it again
+    // would show the same picture and take the time the next one needs.
+    if (m_frameTime >= 0 && m_frameLength > 0) {
+        const auto frameOf = [this](double t) {
+            return std::floor((t - m_frameStart) / m_frameLength + 1e-6);
+        };
+        const double frame = frameOf(position);
+        if (frame == 0.0 || (m_lastRequest >= 0 && frame == frameOf(m_lastRequest)))
+            return;
+    }
     requestFrame(position);
 }
 

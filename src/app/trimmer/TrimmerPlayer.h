@@ -114,6 +114,7 @@ private:
     void decodeLoop();
     // The frame asked for at `seconds`, showing the source frame [start, start + length).
     void deliver(double seconds, QImage image, double start, double length);
+    void show(double seconds, QImage image, double start, double length);
     void clockTicked(double seconds);
     void frameTicked();
     void finishPlayback();
@@ -145,6 +146,16 @@ private:
     Statistics m_statistics;
     // The frame shown last while playing, to find frames passed over.
     double m_lastPlayedStart = -1.0;
+    // The position of the last frame asked for.
+    double m_lastRequest = -1.0;
+    // The next frame while playing, made before its time.
+    struct Ahead {
+        QImage image;
+        double seconds = 0.0;
+        double start = 0.0;
+        double length = 0.0;
+    };
+    std::optional<Ahead> m_ahead;
 
     // Playback: the position `m_anchorPosition` was at `m_anchorTime`.
     std::chrono::steady_clock::time_point m_anchorTime;
