@@ -1,5 +1,6 @@
 #include "app/trimmer/TrimmerVolumeControl.h"
 
+#include "app/AppIcons.h"
 #include "app/trimmer/TrimmerPlayer.h"
 #include "app/trimmer/TrimmerStyle.h"
 
@@ -46,7 +47,9 @@ void TrimmerVolumeControl::display(double volume, bool muted) {
     const QSignalBlocker blockButton(m_mute);
     const QSignalBlocker blockSlider(m_slider);
     m_mute->setChecked(muted);
-    m_mute->setText(muted || volume <= 0.0 ? QStringLiteral("🔇") : QStringLiteral("🔊"));
+    m_mute->setIcon(AppIcons::icon(muted || volume <= 0.0 ? QStringLiteral("speaker-off")
+                                                          : QStringLiteral("speaker"),
+                                   trimmer::text));
     m_mute->setToolTip(muted ? tr("Sound off: click to hear it (M)")
                              : tr("Sound on: click to mute it (M)"));
     m_slider->setValue(int(std::lround(volume * 100)));

@@ -2,6 +2,7 @@
 #include "app/trimmer/PreviewRenderer.h"
 #include "app/trimmer/TrimmerAudioOutput.h"
 #include "app/trimmer/TrimmerPlayer.h"
+#include "app/trimmer/TrimmerVolumeControl.h"
 #include "app/trimmer/TrimmerWindow.h"
 
 #include "support/ChildProcess.h"
@@ -11,6 +12,8 @@
 #include <QApplication>
 #include <QAudioDevice>
 #include <QDir>
+#include <QPushButton>
+#include <QSlider>
 #include <QTemporaryDir>
 
 #include <gtest/gtest.h>
@@ -236,7 +239,12 @@ TEST_F(TrimmerAudioTest, playsWithoutASoundDeviceOrASoundTrack) {
         player.openAudio(movie.toStdString(), QAudioDevice());
         EXPECT_EQ(player.hasAudio(), withSound);
         int frames = 0;
-        QObject::connect(&player, &TrimmerPlayer::frameShown, [&frames] { ++frames; });
+        std::vector<double> starts;
+        QObject::connect(&player, &TrimmerPlayer::frameShown, [&] {
+            ++frames;
+            if (player.isPlaying())
+                starts.push_back(player.currentFrameStart());
+        });
         const auto started = Clock::now();
         player.play();
         EXPECT_FALSE(player.isFollowingAudio());
@@ -246,12 +254,46 @@ TEST_F(TrimmerAudioTest, playsWithoutASoundDeviceOrASoundTrack) {
         EXPECT_GT(player.position(), wall - 0.15);
         EXPECT_LE(player.position(), wall + 0.02);
         EXPECT_GE(frames, 5);
+        // Frames made ahead of their time come in order, each once.
+        for (size_t i = 1; i < starts.size(); ++i)
+            EXPECT_GT(starts[i], starts[i - 1]) << "frame " << i << " of the playback";
         // A second start finds the device still missing and goes on the same way.
         player.pause();
         player.play();
         EXPECT_FALSE(player.isFollowingAudio());
         EXPECT_TRUE(player.isPlaying());
         player.pause();
+    }
+}
+// The volume control sets the player's volume and mute, shows what the player has (also when
+// a key changed it), and is off for a recording without sound.
+TEST_F(TrimmerAudioTest, volumeControlDrivesThePlayer) {
+    REQUIRE_TOOL("ffmpeg");
+    for (const bool withSound : {true, false}) {
+        const QString movie = makeRecording(withSound);
+        std::string error;
+        auto renderer = PreviewRenderer::open(movie.toStdString(), std::nullopt, error);
+        ASSERT_TRUE(renderer) << error;
+        TrimmerPlayer player(std::move(renderer), 4.0);
+        player.openAudio(movie.toStdString(), QAudioDevice());
+        TrimmerVolumeControl control(player);
+        EXPECT_EQ(control.isEnabled(), withSound);
+        if (!withSound)
+            continue;
+        control.slider().setValue(40);
+        EXPECT_DOUBLE_EQ(player.volume(), 0.4);
+        EXPECT_DOUBLE_EQ(player.audioOutput()->volume(), 0.4);
+        control.muteButton().click();
+        EXPECT_TRUE(player.isMuted());
+        EXPECT_TRUE(player.audioOutput()->isMuted());
+        EXPECT_EQ(control.slider().value(), 40) << "muting keeps the volume to come back to";
+        control.slider().setValue(60);
+        EXPECT_FALSE(player.isMuted()) << "raising the volume should make the sound heard";
+        player.setMuted(true);
+        EXPECT_TRUE(control.muteButton().isChecked());
+        player.setVolume(2.0);
+        EXPECT_DOUBLE_EQ(player.volume(), 1.0);
+        EXPECT_EQ(control.slider().value(), 100);
     }
 }
 } // namespace
