@@ -263,6 +263,33 @@ TEST_F(TrimmerAudioTest, playsWithoutASoundDeviceOrASoundTrack) {
         EXPECT_FALSE(player.isFollowingAudio());
         EXPECT_TRUE(player.isPlaying());
         player.pause();
+
+        // The steady clock, too, passes over a removed part and loops.
+        VideoSegment kept, removed, rest;
+        kept.endTime = MediaTime::fromSeconds(1.0, 600);
+        removed.startTime = kept.endTime;
+        removed.endTime = MediaTime::fromSeconds(2.0, 600);
+        removed.isMarkedForDeletion = true;
+        rest.startTime = removed.endTime;
+        rest.endTime = MediaTime::fromSeconds(4.0, 600);
+        player.setCutSegments({kept, removed, rest});
+        player.setLooping(true);
+        player.seek(0.8);
+        player.play();
+        bool passedTheEnd = false;
+        bool insideRemoved = false;
+        ASSERT_TRUE(processUntil(
+            [&] {
+                const double t = player.position();
+                insideRemoved = insideRemoved || (t > 1.01 && t < 1.99);
+                passedTheEnd = passedTheEnd || t > 3.8;
+                return passedTheEnd && t < 0.9;
+            },
+            8s))
+            << "the steady clock did not loop";
+        EXPECT_FALSE(insideRemoved);
+        EXPECT_TRUE(player.isPlaying());
+        player.pause();
     }
 }
 // The volume control sets the player's volume and mute, shows what the player has (also when
