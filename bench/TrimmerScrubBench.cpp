@@ -3,7 +3,9 @@
 // the decoder alone on the same positions in the same run. Wall time, median and 95th
 // percentile, because the figure is how long a person waits for the frame under the pointer.
 // Last, the same drag through the trimmer's player itself, paced at the 30 seeks a second it
-// allows: from the pointer's move to the frame for that position on screen.
+// allows: from the pointer's move to a frame for that position on screen (while dragging, the
+// player shows a frame near the position that is quick to decode, as loose seeks do), and from
+// letting go to the exact frame there.
 //
 //   trimmerscrubbench [SECONDS]   (the length of the generated recording; 20 by default)
 //
@@ -27,6 +29,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <map>
+#include <optional>
 #include <random>
 #include <string>
 #include <vector>
@@ -170,6 +173,34 @@ int main(int argc, char** argv) {
         fmt::print("❌ the player showed no frame of the drag\n");
         return 1;
     }
+    // Releases: the exact frame where the pointer lets go, after a short drag to it.
+    std::vector<double> released;
+    {
+        std::optional<double> waiting;
+        Clock::time_point asked;
+        const auto connection =
+            QObject::connect(&player, &TrimmerPlayer::frameShown, [&](double t) {
+                if (waiting && t == *waiting) {
+                    released.push_back(
+                        std::chrono::duration<double, std::milli>(Clock::now() - asked).count());
+                    waiting.reset();
+                }
+            });
+        for (size_t i = 0; i < positions.size(); i += 10) {
+            player.scrub(positions[i]);
+            const auto rest = Clock::now() + std::chrono::milliseconds(50);
+            while (Clock::now() < rest)
+                QApplication::processEvents(QEventLoop::AllEvents, 2);
+            const double at = positions[i] + 0.37;
+            asked = Clock::now();
+            waiting = at;
+            player.endScrub(at);
+            const auto bound = Clock::now() + std::chrono::seconds(5);
+            while (waiting && Clock::now() < bound)
+                QApplication::processEvents(QEventLoop::AllEvents, 2);
+        }
+        QObject::disconnect(connection);
+    }
     const Figures base = figuresOf(decoder);
     const Figures raw = figuresOf(plain);
     const Figures look = figuresOf(styled);
@@ -188,5 +219,12 @@ int main(int argc, char** argv) {
                "by newer ones first)\n",
                drag.median, drag.median / base.median, drag.p95, drag.p95 / base.p95,
                dragged.size(), positions.size());
+    if (!released.empty()) {
+        const Figures exact = figuresOf(released);
+        fmt::print("player, styled, release to exact frame on screen: median {:.1f} ms = {:.2f} x "
+                   "baseline, p95 {:.1f} ms = {:.2f} x baseline ({} releases)\n",
+                   exact.median, exact.median / base.median, exact.p95, exact.p95 / base.p95,
+                   released.size());
+    }
     return 0;
 }

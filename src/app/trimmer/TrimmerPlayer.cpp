@@ -22,6 +22,9 @@ TrimmerPlayer::TrimmerPlayer(std::unique_ptr<PreviewRenderer> renderer, double d
     connect(&m_clock, &EditorPlaybackClock::frameTicked, this, &TrimmerPlayer::frameTicked);
     m_scrubTimer.setSingleShot(true);
     connect(&m_scrubTimer, &QTimer::timeout, this, &TrimmerPlayer::flushScrub);
+    m_refineTimer.setSingleShot(true);
+    m_refineTimer.setInterval(150);
+    connect(&m_refineTimer, &QTimer::timeout, this, [this] { requestFrame(m_position); });
     m_thread = std::thread([this] { decodeLoop(); });
     requestFrame(0.0);
 }
@@ -45,13 +48,14 @@ void TrimmerPlayer::setPosition(double seconds) {
     emit positionChanged(seconds);
 }
 
-void TrimmerPlayer::requestFrame(double seconds, bool rebuild) {
+void TrimmerPlayer::requestFrame(double seconds, bool rebuild, bool exact) {
     m_lastRequest = seconds;
     {
         std::lock_guard lock(m_mutex);
         Request request;
         request.seconds = seconds;
         request.styled = m_styled;
+        request.exact = exact;
         // A rebuild asked for earlier and not yet done still happens.
         request.rebuild = rebuild || (m_request && m_request->rebuild);
         request.settings = std::move(m_pendingSettings);
@@ -78,7 +82,8 @@ void TrimmerPlayer::decodeLoop() {
             m_renderer->setSettings(*request.settings);
         if (request.rebuild)
             m_renderer->rebuild();
-        PreviewRenderer::Frame frame = m_renderer->render(request.seconds, request.styled);
+        PreviewRenderer::Frame frame =
+            m_renderer->render(request.seconds, request.styled, request.exact);
         QPointer<TrimmerPlayer> self(this);
         QMetaObject::invokeMethod(
             this,
@@ -353,8 +358,9 @@ void TrimmerPlayer::seek(double seconds) {
 
 void TrimmerPlayer::scrub(double seconds) {
     setPosition(seconds);
+    m_refineTimer.start();
     if (const auto now = m_coalescer.request(m_position)) {
-        requestFrame(*now, m_coalescer.rebuildDue());
+        requestFrame(*now, m_coalescer.rebuildDue(), false);
         return;
     }
     if (const auto wait = m_coalescer.timeUntilDue(); wait && !m_scrubTimer.isActive()) {
@@ -365,7 +371,7 @@ void TrimmerPlayer::scrub(double seconds) {
 
 void TrimmerPlayer::flushScrub() {
     if (const auto due = m_coalescer.takeDue()) {
-        requestFrame(*due, m_coalescer.rebuildDue());
+        requestFrame(*due, m_coalescer.rebuildDue(), false);
     } else if (const auto wait = m_coalescer.timeUntilDue()) {
         const auto ms = std::chrono::ceil<std::chrono::milliseconds>(*wait).count();
         m_scrubTimer.start(int(std::max<long long>(ms, 1)));
@@ -374,6 +380,7 @@ void TrimmerPlayer::flushScrub() {
 
 void TrimmerPlayer::endScrub(double seconds) {
     m_scrubTimer.stop();
+    m_refineTimer.stop();
     setPosition(seconds);
     requestFrame(m_coalescer.finish(m_position), m_coalescer.rebuildDue());
 }

@@ -107,10 +107,11 @@ private:
         double seconds = 0.0;
         bool styled = true;
         bool rebuild = false;
+        bool exact = true;
         std::shared_ptr<const RoundedCameraCompositorSettings> settings;
     };
     void setPosition(double seconds);
-    void requestFrame(double seconds, bool rebuild = false);
+    void requestFrame(double seconds, bool rebuild = false, bool exact = true);
     void decodeLoop();
     // The frame asked for at `seconds`, showing the source frame [start, start + length).
     void deliver(double seconds, QImage image, double start, double length);
@@ -163,6 +164,8 @@ private:
     EditorPlaybackClock m_clock;
     SeekCoalescer m_coalescer;
     QTimer m_scrubTimer;
+    // A scrubber that rests gets its exact frame in place of the one near it.
+    QTimer m_refineTimer;
 
     std::mutex m_mutex;
     std::condition_variable m_wake;
