@@ -245,6 +245,7 @@ TEST_F(TrimmerAudioTest, playsWithoutASoundDeviceOrASoundTrack) {
             if (player.isPlaying())
                 starts.push_back(player.currentFrameStart());
         });
+        ASSERT_TRUE(processUntil([&] { return frames > 0; }, 20s));
         const auto started = Clock::now();
         player.play();
         EXPECT_FALSE(player.isFollowingAudio());
@@ -253,7 +254,9 @@ TEST_F(TrimmerAudioTest, playsWithoutASoundDeviceOrASoundTrack) {
         EXPECT_TRUE(player.isPlaying());
         EXPECT_GT(player.position(), wall - 0.15);
         EXPECT_LE(player.position(), wall + 0.02);
-        EXPECT_GE(frames, 5);
+        // A loaded machine may decode slowly, but the picture moves on while the clock runs.
+        EXPECT_TRUE(processUntil([&] { return starts.size() >= 5; }, 2500ms))
+            << "playback showed " << starts.size() << " frames";
         // Frames made ahead of their time come in order, each once.
         for (size_t i = 1; i < starts.size(); ++i)
             EXPECT_GT(starts[i], starts[i - 1]) << "frame " << i << " of the playback";
