@@ -140,8 +140,9 @@ void playback(int rate, double seconds) {
     const double playCpu = cpuSeconds() - cpu;
     const double playWall = std::chrono::duration<double>(Clock::now() - wall).count();
     fmt::print("1080p{} styled playback: {:.1f} s played in {:.1f} s; {} frames shown of {} due, "
-               "{} dropped, {} late\n",
-               rate, played, playWall, stats.shown, int(played * rate), stats.dropped, stats.late);
+               "{} dropped, {} late, {} shown twice\n",
+               rate, played, playWall, stats.shown, int(played * rate), stats.dropped, stats.late,
+               stats.repeated);
     fmt::print("  decoder alone (baseline): {:.2f} cores ({:.1f} s of CPU for {:.1f} s of video, "
                "decoded in {:.1f} s)\n",
                decoderCpu / seconds, decoderCpu, seconds, decoderWall);

@@ -115,6 +115,8 @@ void TrimmerPlayer::show(double seconds, QImage image, double start, double leng
         ++m_statistics.shown;
         if (length > 0 && playbackTime() > start + length + 0.5 * length)
             ++m_statistics.late;
+        if (start == m_lastPlayedStart)
+            ++m_statistics.repeated;
         const double passed = start - m_lastPlayedStart;
         // At normal speed or slower every frame is due; a jump (a removed part, a loop) is not
         // a drop.

@@ -85,11 +85,13 @@ public:
     EditorPlaybackClock& playbackClock() { return m_clock; }
 
     // Since playback last began: frames shown, source frames never shown although playback
-    // passed them at normal speed or slower, and frames that arrived after their time was over.
+    // passed them at normal speed or slower, frames that arrived after their time was over, and
+    // frames shown again (composed twice).
     struct Statistics {
         int shown = 0;
         int dropped = 0;
         int late = 0;
+        int repeated = 0;
     };
     const Statistics& statistics() const { return m_statistics; }
     double currentFrameStart() const { return m_frameStart; }
