@@ -30,14 +30,22 @@ TrimmerPlayer::TrimmerPlayer(std::unique_ptr<PreviewRenderer> renderer, double d
 }
 
 TrimmerPlayer::~TrimmerPlayer() {
+    // Closing a sound device may run the event loop: frames delivered then reach no view (the
+    // owner's pointer to this player is already gone), and nothing starts again.
+    m_closing = true;
+    blockSignals(true);
+    m_playing = false;
+    m_followingAudio = false;
     m_clock.detach();
-    m_audio.reset();
     {
         std::lock_guard lock(m_mutex);
         m_stopping = true;
     }
     m_wake.notify_all();
     m_thread.join();
+    if (m_audio)
+        disconnect(m_audio.get(), nullptr, this, nullptr);
+    m_audio.reset();
 }
 
 void TrimmerPlayer::setPosition(double seconds) {
@@ -97,7 +105,7 @@ void TrimmerPlayer::decodeLoop() {
 }
 
 void TrimmerPlayer::deliver(double seconds, QImage image, double start, double length) {
-    if (image.isNull())
+    if (image.isNull() || m_closing)
         return;
     if (m_playing && start > playbackTime() + 0.001) {
         // A frame made ahead of its time waits for it; one that is not the next (asked for

@@ -174,6 +174,8 @@ private:
     std::optional<Request> m_request;
     std::shared_ptr<const RoundedCameraCompositorSettings> m_pendingSettings;
     bool m_stopping = false;
+    // Main thread: the player is being destroyed.
+    bool m_closing = false;
     // Last: started once everything it reads exists, joined before anything goes.
     std::thread m_thread;
 };

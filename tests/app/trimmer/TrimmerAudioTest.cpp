@@ -196,6 +196,16 @@ TEST_F(TrimmerAudioTest, speedCutsSeeksAndLoopsKeepPictureAndSoundTogether) {
     EXPECT_GT(played, 2 * wall - 0.7);
     EXPECT_LT(played, 2 * wall + 0.05);
 
+    // At half speed the sound is stretched, and the picture with it.
+    player.setRate(0.5);
+    EXPECT_TRUE(player.isFollowingAudio());
+    const double slowFrom = player.position();
+    const auto slowStarted = Clock::now();
+    followSound(player, 800ms);
+    const double slowWall = std::chrono::duration<double>(Clock::now() - slowStarted).count();
+    EXPECT_GT(player.position() - slowFrom, 0.5 * slowWall - 0.3);
+    EXPECT_LT(player.position() - slowFrom, 0.5 * slowWall + 0.05);
+
     player.setRate(1.0);
     player.seek(3.0);
     EXPECT_TRUE(player.isFollowingAudio());
