@@ -5,8 +5,8 @@
 #include <QString>
 
 // The program's icons: one outline set ("display", "area", "window", "windows", "application",
-// "audio", "device", "camera", "microphone", "speaker", "gear", "close", "pause", "stop"),
-// tinted from the palette and drawn from vectors at any scale.
+// "audio", "device", "camera", "microphone", "speaker", "speaker-off", "gear", "close", "pause",
+// "stop"), tinted from the palette and drawn from vectors at any scale.
 namespace AppIcons {
 QIcon icon(const QString& name, const QColor& color);
 // The program's own mark, for windows and the tray between recordings.

@@ -64,9 +64,11 @@ void PreviewRenderer::rebuild() {
     }
 }
 
-PreviewRenderer::Frame PreviewRenderer::render(double seconds, bool styled) {
+PreviewRenderer::Frame PreviewRenderer::render(double seconds, bool styled, bool exact) {
     const MediaTime time = MediaTime::fromSeconds(seconds, 600);
-    const VideoFrame screen = m_screen->frameAt(time);
+    // A dragged scrubber takes what is within a tenth of a second, as loose seeks do.
+    const VideoFrame screen =
+        exact ? m_screen->frameAt(time) : m_screen->frameNear(time, MediaTime::make(60, 600));
     Frame frame;
     if (screen.isNull())
         return frame;

@@ -38,8 +38,9 @@ public:
     // Opens the movies again: a long scrub leaves the decoder's buffers fragmented.
     void rebuild();
 
-    // The frame at `seconds`; a null image when nothing could be decoded.
-    Frame render(double seconds, bool styled);
+    // The frame at `seconds`; a null image when nothing could be decoded. Not `exact`: a frame
+    // near `seconds` that is quick to decode (see VideoTrackReader::frameNear), for scrubbing.
+    Frame render(double seconds, bool styled, bool exact = true);
 
     int width() const { return m_screen->width(); }
     int height() const { return m_screen->height(); }

@@ -8,6 +8,7 @@
 #include "app/trimmer/TrimmerInspector.h"
 #include "app/trimmer/TrimmerPlayer.h"
 #include "app/trimmer/TrimmerStyle.h"
+#include "app/trimmer/TrimmerVolumeControl.h"
 #include "core/editing/ZoomSegmentEditor.h"
 #include "core/support/Log.h"
 #include "exporter/AdvancedVideoExporter.h"
@@ -71,6 +72,7 @@ std::unique_ptr<TrimmerWindow> TrimmerWindow::open(const QString& path, QString&
     const Size cameraSize = renderer->cameraNaturalSize();
     auto player =
         std::make_unique<TrimmerPlayer>(std::move(renderer), session->videoDuration().seconds());
+    player->openAudio(session->fileURL()->toStdString());
     if (playhead)
         player->seek(*playhead);
     return std::unique_ptr<TrimmerWindow>(
@@ -179,6 +181,7 @@ void TrimmerWindow::buildInterface() {
     transport->addSpacing(trimmer::grid);
     transport->addWidget(m_timeLabel);
     transport->addStretch(1);
+    transport->addWidget(new TrimmerVolumeControl(*m_player, this));
     transport->addWidget(speed);
     transport->addWidget(loop);
     transport->addWidget(m_styledButton);
@@ -213,7 +216,7 @@ void TrimmerWindow::buildInterface() {
     connect(m_playButton, &QPushButton::clicked, this, [this] { m_player->togglePlay(); });
     connect(speed, &QPushButton::clicked, this, [this] {
         const double rate = m_player->rate();
-        m_player->setRate(rate >= 2.0 ? 0.5 : rate * 2.0);
+        m_player->setRate(rate >= 2.0 ? 0.5 : rate < 1.0 ? 1.0 : rate + 0.5);
     });
     connect(m_player.get(), &TrimmerPlayer::rateChanged, speed,
             [speed](double rate) { speed->setText(QStringLiteral("%1×").arg(rate)); });
@@ -295,6 +298,7 @@ void TrimmerWindow::bindShortcuts() {
     };
     bind(QKeySequence(Qt::Key_Space), [this] { m_player->togglePlay(); });
     bind(QKeySequence(Qt::Key_K), [this] { m_player->pause(); });
+    bind(QKeySequence(Qt::Key_M), [this] { m_player->setMuted(!m_player->isMuted()); });
     // L plays, and faster when pressed again while playing; J slows down, K stops.
     bind(QKeySequence(Qt::Key_L), [this] {
         if (m_player->isPlaying())
@@ -333,6 +337,7 @@ void TrimmerWindow::refreshSegments() {
     m_inspector->setHasRemovedParts(
         std::any_of(segments.begin(), segments.end(),
                     [](const VideoSegment& segment) { return segment.isMarkedForDeletion; }));
+    m_player->setCutSegments(segments);
 }
 
 void TrimmerWindow::refreshTime() {

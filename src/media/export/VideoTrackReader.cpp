@@ -141,6 +141,24 @@ VideoFrame VideoTrackReader::frameAt(MediaTime time) {
     return m_current.isNull() ? m_next : m_current;
 }
 
+VideoFrame VideoTrackReader::frameNear(MediaTime time, MediaTime tolerance) {
+    if (m_positioned && !m_current.isNull()) {
+        const MediaTime reached =
+            m_next.isNull() ? m_current.presentationTime : m_next.presentationTime;
+        if (time < m_current.presentationTime && m_current.presentationTime - time <= tolerance)
+            return m_current;
+        if (time >= m_current.presentationTime && time - reached <= tolerance)
+            return frameAt(time);
+    }
+    seekTo(time);
+    m_next = decodeNext();
+    if (m_next.isNull() || m_next.presentationTime > time)
+        return m_next;
+    m_current = std::move(m_next);
+    m_next = {};
+    return m_current;
+}
+
 VideoFrame VideoTrackReader::decodeNext() {
     Decoder& d = *m_decoder;
     while (true) {

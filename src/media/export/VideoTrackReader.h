@@ -37,6 +37,10 @@ public:
     // The frame shown at `time` (the first frame for earlier times, the last one after the end);
     // null only when nothing could be decoded. A decoding error is latched in `error`.
     VideoFrame frameAt(MediaTime time);
+    // For a dragged scrubber, where a frame now matters more than the exact one: the frame at
+    // `time` when it is within `tolerance` of where decoding stands, else the key frame before
+    // `time`, which costs one decoded frame instead of a run from that key frame.
+    VideoFrame frameNear(MediaTime time, MediaTime tolerance);
     const std::optional<std::string>& error() const { return m_error; }
 
 private:
