@@ -107,7 +107,7 @@ protected:
             }
             const double lag = *taken - *heard - removed;
             EXPECT_LE(lag, 0.5 * player.rate()) << "the clock lags the sound taken at " << *heard;
-            EXPECT_GE(lag, -0.05) << "the clock runs ahead of the sound taken at " << *heard;
+            EXPECT_GE(lag, -0.1) << "the clock runs ahead of the sound taken at " << *heard;
             seen.push_back(player.position());
         }
         return seen;
@@ -142,11 +142,11 @@ TEST_F(TrimmerAudioTest, picturePlaysByTheSoundItHears) {
     const double wall = std::chrono::duration<double>(Clock::now() - started).count();
     const double moved = player.position() - startedAt;
     EXPECT_GT(moved, wall - 0.35) << "the playhead fell behind the time that passed";
-    EXPECT_LT(moved, wall + 0.02) << "the playhead ran ahead of the time that passed";
+    EXPECT_LT(moved, wall + 0.1) << "the playhead ran ahead of the time that passed";
     ASSERT_GT(seen.size(), 20u);
     EXPECT_TRUE(std::is_sorted(seen.begin(), seen.end())) << "the clock went back";
     // The frame on screen is the one at the playhead, give or take a few frames of decoding.
-    EXPECT_NEAR(player.currentFrameTime(), player.position(), 0.15);
+    EXPECT_NEAR(player.currentFrameTime(), player.position(), 0.25);
     EXPECT_GT(rms(monitor.get()), 3000.0) << "the tone never reached the sound device";
 
     player.setMuted(true);
@@ -194,7 +194,7 @@ TEST_F(TrimmerAudioTest, speedCutsSeeksAndLoopsKeepPictureAndSoundTogether) {
     // 0.5 s played before the cut, the rest after it, at twice the speed.
     const double played = (player.position() - 2.0) + 0.5;
     EXPECT_GT(played, 2 * wall - 0.7);
-    EXPECT_LT(played, 2 * wall + 0.05);
+    EXPECT_LT(played, 2 * wall + 0.15);
 
     // At half speed the sound is stretched, and the picture with it.
     player.setRate(0.5);
@@ -204,7 +204,7 @@ TEST_F(TrimmerAudioTest, speedCutsSeeksAndLoopsKeepPictureAndSoundTogether) {
     followSound(player, 800ms);
     const double slowWall = std::chrono::duration<double>(Clock::now() - slowStarted).count();
     EXPECT_GT(player.position() - slowFrom, 0.5 * slowWall - 0.3);
-    EXPECT_LT(player.position() - slowFrom, 0.5 * slowWall + 0.05);
+    EXPECT_LT(player.position() - slowFrom, 0.5 * slowWall + 0.1);
 
     player.setRate(1.0);
     player.seek(3.0);
@@ -212,7 +212,7 @@ TEST_F(TrimmerAudioTest, speedCutsSeeksAndLoopsKeepPictureAndSoundTogether) {
     processUntil([] { return false; }, 300ms);
     EXPECT_GE(player.position(), 3.0);
     EXPECT_LT(player.position(), 3.35);
-    EXPECT_NEAR(player.currentFrameTime(), player.position(), 0.15);
+    EXPECT_NEAR(player.currentFrameTime(), player.position(), 0.25);
 
     player.setLooping(true);
     double lowest = 10.0;
@@ -263,7 +263,7 @@ TEST_F(TrimmerAudioTest, playsWithoutASoundDeviceOrASoundTrack) {
         const double wall = std::chrono::duration<double>(Clock::now() - started).count();
         EXPECT_TRUE(player.isPlaying());
         EXPECT_GT(player.position(), wall - 0.15);
-        EXPECT_LE(player.position(), wall + 0.02);
+        EXPECT_LE(player.position(), wall + 0.1);
         // A loaded machine may decode slowly, but the picture moves on while the clock runs.
         EXPECT_TRUE(processUntil([&] { return starts.size() >= 5; }, 2500ms))
             << "playback showed " << starts.size() << " frames";
