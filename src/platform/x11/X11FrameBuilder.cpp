@@ -13,7 +13,7 @@ X11FrameBuilder::X11FrameBuilder(const X11Connection& connection, const X11Captu
         m_compositor.emplace(connection, m_tracker, stream.source, stream.backgroundRGB,
                              stream.followsWindow);
     } else {
-        m_grabber.emplace(connection.get(), connection.root(), stream.source);
+        m_grabber.emplace(connection.get(), connection.root(), stream.source, stream.sharedMemory);
         m_damage.emplace(connection.get(), connection.root());
     }
     m_pool = std::make_unique<VideoFramePool>(stream.size.width, stream.size.height);
@@ -44,13 +44,20 @@ X11FrameBuilder::Built X11FrameBuilder::build(MediaTime duration,
                                               const X11CursorImage& cursor) {
     Built built;
     VideoFrame& frame = built.frame;
-    if (m_grabsIntoFrames)
+    if (m_grabsIntoFrames) {
         frame = m_grabber->grabFrame(MediaTime::hostTimeNow(), duration);
+        if (m_grabber->sharedMemoryLost()) {
+            built.sharedMemoryLost = true;
+            return built;
+        }
+    }
     const bool grabbedIntoFrame = !frame.isNull();
     if (!grabbedIntoFrame) {
         // Off screen for now, or the connection broke (reported at the next tick).
-        if (m_grabber && !m_grabber->grab())
+        if (m_grabber && !m_grabber->grab()) {
+            built.sharedMemoryLost = m_grabber->sharedMemoryLost();
             return built;
+        }
         if (size && (size->width != m_pool->width() || size->height != m_pool->height()))
             m_pool = std::make_unique<VideoFramePool>(size->width, size->height);
         frame = m_pool->makeFrame(MediaTime::hostTimeNow(), duration);

@@ -122,6 +122,7 @@ void X11ScreenCaptureEngine::configureStream(std::shared_ptr<SCContentFilter> an
                                              int frameRate, bool showCursor,
                                              BackgroundType backgroundColor, bool recordAudio) {
     m_recordsAudio = recordAudio;
+    m_sharedMemoryLost = false;
     auto filter = std::dynamic_pointer_cast<X11ContentFilter>(std::move(anyFilter));
     if (!filter)
         throw RecordingError::invalidConfiguration(QStringLiteral("No content filter"));
@@ -260,9 +261,14 @@ QCoro::Task<void> X11ScreenCaptureEngine::startCapture() {
     m_delivered = 0;
     m_idle = 0;
     m_isCapturing = true;
+    X11CaptureStream stream = *m_stream;
+    // Shared memory the server lost once in this recording is not trusted again: a restart on
+    // it could fail the same way and spend another of the few recovery attempts, while the
+    // plain path gives the same pixels for a copy through the socket.
+    stream.sharedMemory = !m_sharedMemoryLost.load();
     m_loop = std::make_unique<PacedLoop>(
         "X11Capture", PacedLoop::intervalAt(m_stream->frameRate),
-        PacedLoop::Callbacks{.start = [this, stream = *m_stream] { return beginRun(stream); },
+        PacedLoop::Callbacks{.start = [this, stream] { return beginRun(stream); },
                              .tick = [this] { return captureTick(); },
                              .finish = [this](bool stopped) { endRun(stopped); }});
     startSystemAudio();
@@ -415,6 +421,16 @@ void X11ScreenCaptureEngine::endRun(bool stopped) {
 bool X11ScreenCaptureEngine::deliver(X11CursorImage cursor) {
     Run& run = *m_run;
     X11FrameBuilder::Built built = run.builder.build(run.frameDuration, configuration(), cursor);
+    if (built.sharedMemoryLost) {
+        m_sharedMemoryLost = true;
+        m_usesSharedMemory = false;
+        reportStop({QStringLiteral("X11"),
+                    5,
+                    QStringLiteral("The X server lost the shared memory the screen is grabbed "
+                                   "through"),
+                    {}});
+        return false;
+    }
     if (built.missingWindow) {
         reportStop({QStringLiteral("X11"),
                     2,

@@ -12,6 +12,7 @@
 #include "support/EventLoop.h"
 #include "support/ScopedEnvironment.h"
 #include "support/ScreenAnimation.h"
+#include "support/SharedMemoryEviction.h"
 #include "support/TaskRunner.h"
 #include "support/XvfbSession.h"
 
@@ -322,6 +323,76 @@ TEST(X11ScreenCaptureEngineTest, ServerGoneReachesTheErrorHandler) {
     EXPECT_EQ(errors.load(), 1);
     std::lock_guard lock(errorMutex);
     EXPECT_EQ(reported.domain, QStringLiteral("X11"));
+}
+
+// The server drops the shared memory the screen is grabbed through, mid-stream (here another
+// client detaches it): the error handler hears of it once and capture ends, without a frame
+// made of stale memory. Started again, as the recovery does, the stream takes the plain path and
+// its frames show the screen; a new recording tries shared memory again.
+TEST(X11ScreenCaptureEngineTest, SharedMemoryLostMidStreamStopsOnceThenGoesOnWithoutIt) {
+    REQUIRE_XVFB(smallScreen());
+    REQUIRE_NOTHING_MISSING(sharedMemoryEvictionMissing());
+    XvfbSession session(smallScreen());
+    ASSERT_TRUE(session.isReady()) << session.error();
+    ScreenAnimation animation;
+    FrameLog log;
+    const RecordingMode mode = RecordingMode::screen(firstDisplay());
+    auto engine = prepared(mode, log);
+    std::vector<StreamError> reported;
+    std::mutex errorMutex;
+    engine->setErrorHandler([&](const StreamError& error) {
+        std::lock_guard lock(errorMutex);
+        reported.push_back(error);
+    });
+    const auto errorCount = [&] {
+        std::lock_guard lock(errorMutex);
+        return reported.size();
+    };
+    ASSERT_TRUE(runTask(engine->startCapture()).finished);
+    ASSERT_TRUE(waitUntil([&] { return log.count() >= 5; }, 5s));
+    ASSERT_TRUE(engine->usesSharedMemory());
+
+    const SharedMemoryEviction eviction = detachEverySharedMemorySegment();
+    ASSERT_TRUE(eviction.error.empty()) << eviction.error;
+    ASSERT_GE(eviction.detached, 1);
+    ASSERT_TRUE(waitUntil([&] { return errorCount() > 0; }, 5s)) << "the loss went unnoticed";
+    EXPECT_FALSE(engine->isCapturing());
+    const size_t atError = log.count();
+    std::this_thread::sleep_for(300ms);
+    EXPECT_EQ(log.count(), atError) << "frames after the stream reported its end";
+    EXPECT_EQ(errorCount(), 1u);
+    {
+        std::lock_guard lock(errorMutex);
+        EXPECT_EQ(reported.front().domain, QStringLiteral("X11"));
+        EXPECT_NE(reported.front().description.indexOf(QStringLiteral("shared memory")), -1);
+    }
+
+    // The restart of a recovery: the same engine, started again.
+    ASSERT_TRUE(runTask(engine->startCapture()).finished);
+    ASSERT_TRUE(waitUntil([&] { return log.count() >= atError + 10; }, 5s))
+        << "no frames after the restart";
+    EXPECT_FALSE(engine->usesSharedMemory());
+    // Every client's segments go again: the plain path has none, so nothing fails.
+    detachEverySharedMemorySegment();
+    const size_t beforeSecondEviction = log.count();
+    EXPECT_TRUE(waitUntil([&] { return log.count() >= beforeSecondEviction + 10; }, 5s));
+    EXPECT_EQ(errorCount(), 1u);
+    {
+        const VideoFrame frame = log.lastFrame();
+        ASSERT_EQ(frame.width(), 640);
+        // The animation paints the whole screen in one of two colours, never black.
+        EXPECT_NE(pixelAt(frame, 320, 240) & 0xffffffu, 0u);
+    }
+    ASSERT_TRUE(runTask(engine->stopCapture()).finished);
+
+    // A new recording on the same engine starts on shared memory again.
+    engine->configureStream(engine->createFilter(mode, configurationFor(mode)), mode,
+                            ResolutionMode::normal, 30, false, BackgroundType::black, false);
+    const size_t beforeNewRecording = log.count();
+    ASSERT_TRUE(runTask(engine->startCapture()).finished);
+    EXPECT_TRUE(waitUntil([&] { return log.count() >= beforeNewRecording + 3; }, 5s));
+    EXPECT_TRUE(engine->usesSharedMemory());
+    ASSERT_TRUE(runTask(engine->stopCapture()).finished);
 }
 
 // A captured window that closes stops the stream through the error handler.
