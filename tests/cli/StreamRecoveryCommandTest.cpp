@@ -159,7 +159,7 @@ TEST(StreamRecoveryCommandTest, LostSharedMemoryRecovers) {
     ASSERT_TRUE(recording.waitForOutput("🛑 SCStream error")) << recording.output();
     ASSERT_TRUE(recording.waitForOutput("✅ Stream recovery started")) << recording.output();
     ASSERT_TRUE(recording.waitForOutput("⏱️ Stream downtime")) << recording.output();
-    std::this_thread::sleep_for(1500ms);
+    std::this_thread::sleep_for(3000ms);
     kill(recording.process.pid(), SIGTERM);
     ASSERT_EQ(recording.process.waitForExit(20s), 0) << recording.errors();
     const double elapsed =

@@ -26,6 +26,4 @@ struct X11CaptureStream {
     // was set up, so that a rearranged screen stops the stream instead of recording elsewhere.
     std::optional<uint32_t> displayID;
     X11Rect displayPixels;
-    // Display and area modes: grabbed through shared memory when the server takes it.
-    bool sharedMemory = true;
 };

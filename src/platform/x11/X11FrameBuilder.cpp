@@ -13,7 +13,7 @@ X11FrameBuilder::X11FrameBuilder(const X11Connection& connection, const X11Captu
         m_compositor.emplace(connection, m_tracker, stream.source, stream.backgroundRGB,
                              stream.followsWindow);
     } else {
-        m_grabber.emplace(connection.get(), connection.root(), stream.source, stream.sharedMemory);
+        m_grabber.emplace(connection.get(), connection.root(), stream.source);
         m_damage.emplace(connection.get(), connection.root());
     }
     m_pool = std::make_unique<VideoFramePool>(stream.size.width, stream.size.height);

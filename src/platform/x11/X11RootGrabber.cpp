@@ -49,11 +49,10 @@ struct LentSegment {
 
 } // namespace
 
-X11RootGrabber::X11RootGrabber(xcb_connection_t* connection, xcb_window_t root, X11Rect source,
-                               bool sharedMemory)
+X11RootGrabber::X11RootGrabber(xcb_connection_t* connection, xcb_window_t root, X11Rect source)
     : m_connection(connection), m_root(root), m_source(source) {
     // TAVELQUISTON_NO_SHM forces the fallback, for tests of the path remote servers take.
-    if (sharedMemory && !std::getenv("TAVELQUISTON_NO_SHM"))
+    if (!std::getenv("TAVELQUISTON_NO_SHM"))
         attachSharedMemory();
 }
 

@@ -14,9 +14,7 @@
 // Used by one thread at a time.
 class X11RootGrabber final {
 public:
-    // `sharedMemory` false takes the plain path from the start.
-    X11RootGrabber(xcb_connection_t* connection, xcb_window_t root, X11Rect source,
-                   bool sharedMemory = true);
+    X11RootGrabber(xcb_connection_t* connection, xcb_window_t root, X11Rect source);
     ~X11RootGrabber();
     X11RootGrabber(const X11RootGrabber&) = delete;
     X11RootGrabber& operator=(const X11RootGrabber&) = delete;

@@ -122,7 +122,6 @@ void X11ScreenCaptureEngine::configureStream(std::shared_ptr<SCContentFilter> an
                                              int frameRate, bool showCursor,
                                              BackgroundType backgroundColor, bool recordAudio) {
     m_recordsAudio = recordAudio;
-    m_sharedMemoryLost = false;
     auto filter = std::dynamic_pointer_cast<X11ContentFilter>(std::move(anyFilter));
     if (!filter)
         throw RecordingError::invalidConfiguration(QStringLiteral("No content filter"));
@@ -261,11 +260,11 @@ QCoro::Task<void> X11ScreenCaptureEngine::startCapture() {
     m_delivered = 0;
     m_idle = 0;
     m_isCapturing = true;
-    X11CaptureStream stream = *m_stream;
-    // Shared memory the server lost once in this recording is not trusted again: a restart on
-    // it could fail the same way and spend another of the few recovery attempts, while the
-    // plain path gives the same pixels for a copy through the socket.
-    stream.sharedMemory = !m_sharedMemoryLost.load();
+    // A restart after the server lost the shared memory asks for new segments: they are what
+    // keeps a large display affordable, while the plain path copies every frame through the
+    // socket and falls behind on a busy screen. A server that refuses them gets the plain path,
+    // as at any start.
+    const X11CaptureStream stream = *m_stream;
     m_loop = std::make_unique<PacedLoop>(
         "X11Capture", PacedLoop::intervalAt(m_stream->frameRate),
         PacedLoop::Callbacks{.start = [this, stream] { return beginRun(stream); },
@@ -387,10 +386,9 @@ bool X11ScreenCaptureEngine::captureTick() {
     }
     Run& run = *m_run;
     if (run.display && !run.display->tick()) {
-        reportStop({QStringLiteral("X11"),
-                    4,
+        reportStop({QStringLiteral("X11"), 4,
                     QStringLiteral("The recorded display was removed, moved or resized"),
-                    {}});
+                    QString::fromStdString(run.display->change())});
         return false;
     }
     run.builder.readEvents(false);
@@ -422,7 +420,6 @@ bool X11ScreenCaptureEngine::deliver(X11CursorImage cursor) {
     Run& run = *m_run;
     X11FrameBuilder::Built built = run.builder.build(run.frameDuration, configuration(), cursor);
     if (built.sharedMemoryLost) {
-        m_sharedMemoryLost = true;
         m_usesSharedMemory = false;
         reportStop({QStringLiteral("X11"),
                     5,

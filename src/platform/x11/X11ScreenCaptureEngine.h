@@ -114,9 +114,6 @@ private:
     std::unique_ptr<PacedLoop> m_loop;
     std::atomic<bool> m_isCapturing{false};
     std::atomic<bool> m_usesSharedMemory{false};
-    // The server lost the shared memory mid-stream: the rest of this recording takes the plain
-    // path. Set by the capture thread, read at the next start; cleared by configureStream.
-    std::atomic<bool> m_sharedMemoryLost{false};
     std::atomic<int64_t> m_delivered{0};
     std::atomic<int64_t> m_idle{0};
 };
