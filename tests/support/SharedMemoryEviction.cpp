@@ -6,10 +6,12 @@
 #include <xcb/res.h>
 #endif
 
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
 #include <string>
+#include <vector>
 
 namespace {
 
@@ -44,7 +46,9 @@ std::string sharedMemoryEvictionMissing() {
 #endif
 }
 
-SharedMemoryEviction detachEverySharedMemorySegment() {
+namespace {
+
+SharedMemoryEviction detachSegments(bool largestClientOnly) {
     SharedMemoryEviction result;
 #ifdef TAVELQUISTON_HAS_XCB_RES
     Connection connection;
@@ -65,6 +69,8 @@ SharedMemoryEviction detachEverySharedMemorySegment() {
         return result;
     }
     // Each client's segments (client 0 would be the server itself).
+    std::vector<std::vector<uint32_t>> segments;
+    std::vector<uint64_t> bytes;
     for (auto client = xcb_res_query_clients_clients_iterator(clients.get()); client.rem;
          xcb_res_client_next(&client)) {
         // Every resource of the client; asking for one type by its atom finds nothing on Xorg.
@@ -73,11 +79,21 @@ SharedMemoryEviction detachEverySharedMemorySegment() {
             c, xcb_res_query_resource_bytes(c, client.data->resource_base, 1, &spec), nullptr));
         if (!reply)
             continue; // the client left meanwhile
+        segments.emplace_back();
+        bytes.push_back(0);
         for (auto it = xcb_res_query_resource_bytes_sizes_iterator(reply.get()); it.rem;
              xcb_res_resource_size_value_next(&it)) {
             if (!isSegmentType(c, it.data->size.spec.type))
                 continue;
-            const uint32_t segment = it.data->size.spec.resource;
+            segments.back().push_back(it.data->size.spec.resource);
+            bytes.back() += it.data->size.bytes;
+        }
+    }
+    const size_t largest = size_t(std::max_element(bytes.begin(), bytes.end()) - bytes.begin());
+    for (size_t client = 0; client < segments.size(); ++client) {
+        if (largestClientOnly && client != largest)
+            continue;
+        for (const uint32_t segment : segments[client]) {
             if (auto* error = xcb_request_check(c, xcb_shm_detach_checked(c, segment)))
                 std::free(error);
             else
@@ -85,7 +101,18 @@ SharedMemoryEviction detachEverySharedMemorySegment() {
         }
     }
 #else
+    (void)largestClientOnly;
     result.error = "built without libxcb-res0-dev";
 #endif
     return result;
+}
+
+} // namespace
+
+SharedMemoryEviction detachEverySharedMemorySegment() {
+    return detachSegments(false);
+}
+
+SharedMemoryEviction detachLargestClientsSharedMemory() {
+    return detachSegments(true);
 }

@@ -11,6 +11,9 @@ struct SharedMemoryEviction {
     std::string error; // why nothing could be done; empty on success
 };
 SharedMemoryEviction detachEverySharedMemorySegment();
+// The same for the one client that holds the most shared memory (a screen recorder's frame
+// buffers outweigh any toolkit's), leaving the others alone.
+SharedMemoryEviction detachLargestClientsSharedMemory();
 
 // Empty when detachEverySharedMemorySegment can work here, else what is missing (for
 // REQUIRE_NOTHING_MISSING).
