@@ -399,6 +399,10 @@ SalvagedRecording salvageRecording(const std::filesystem::path& movie,
     return salvaged;
 }
 
+RecordingMetadata cutMetadataTo(RecordingMetadata metadata, double duration) {
+    return cutTo(std::move(metadata), duration);
+}
+
 std::vector<std::filesystem::path> findUnfinishedRecordings(const std::filesystem::path& folder) {
     return UnfinishedRecordingMarker::abandonedMovies(folder);
 }

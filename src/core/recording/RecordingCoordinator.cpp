@@ -650,8 +650,24 @@ QCoro::Task<void> RecordingCoordinator::salvageOutputs() {
     QPointer<RecordingCoordinator> self(this);
     m_salvagedURL.reset();
     MediaWriterEngine* writer = m_mediaWriter.load();
-    // Layer packages and writers that never received a frame have nothing to keep.
-    if (m_layerRecordingManager || !writer || !writer->isWriting())
+    if (m_layerRecordingManager) {
+        // A package keeps its metadata inside, where a finished one has it.
+        const std::optional<RecordingPackage> package = m_layerRecordingManager->recordingPackage();
+        if (!package || !writer || !writer->isWriting())
+            co_return;
+        if (m_metadataRecorder)
+            RecordingOutputFinisher::saveMetadata(*m_metadataRecorder,
+                                                  currentVideoTimelineTimestamp().value_or(0.0),
+                                                  package->metadataURL);
+        const std::optional<QString> kept = co_await m_layerRecordingManager->salvage();
+        if (!self || !kept)
+            co_return;
+        m_salvagedURL = kept;
+        logLine("💾 Saved what was recorded before the failure: {}", kept->toStdString());
+        co_return;
+    }
+    // Writers that never received a frame have nothing to keep.
+    if (!writer || !writer->isWriting())
         co_return;
     const std::optional<QString> movie = writer->outputURL();
     if (!movie)
