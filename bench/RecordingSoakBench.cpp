@@ -242,6 +242,7 @@ int main() {
         medianOffset(video->endSeconds - 10, video->endSeconds + 1);
     const double drift = startOffset && endOffset ? *endOffset - *startOffset : 1e9;
     const long writerDropped = sumOf(log, "Writer fell behind: (\\d+) video frames");
+    const long audioDropped = sumOf(log, "video frames and (\\d+) audio buffers dropped");
     const long ticksMissed = sumOf(log, "idle ticks, (\\d+) ticks missed");
     const long cameraDropped = countOf(log, "Camera frame dropped");
     const long recoveries = countOf(log, "✅ Stream recovery started");
@@ -255,9 +256,9 @@ int main() {
     fmt::print("resident       {:.1f} MB at {:.0f} s, {:.1f} MB at the end: growth {:.1f} MB "
                "(target < 20)\n",
                startMB, warmUp, endMB, endMB - startMB);
-    fmt::print("dropped        {} video frames by the writer, {} capture ticks missed, {} camera "
-               "frames\n",
-               writerDropped, ticksMissed, cameraDropped);
+    fmt::print("dropped        {} video frames and {} audio buffers by the writer, {} capture "
+               "ticks missed, {} camera frames\n",
+               writerDropped, audioDropped, ticksMissed, cameraDropped);
     fmt::print("A/V offset     {:+.1f} ms at the end, {:+.1f} ms at the start: moved by {:+.1f} ms "
                "(target within {:.1f}; {} flashes, {} clicks)\n",
                endOffset.value_or(NAN) * 1000, startOffset.value_or(NAN) * 1000, drift * 1000,
