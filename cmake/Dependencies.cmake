@@ -10,6 +10,8 @@ pkg_check_modules(FFMPEG REQUIRED IMPORTED_TARGET
 pkg_check_modules(XCB REQUIRED IMPORTED_TARGET
   xcb xcb-shm xcb-composite xcb-damage xcb-xfixes xcb-randr xcb-xinput xcb-xtest xcb-image
   xcb-icccm xcb-ewmh)
+# Tests find other clients' shared memory segments through the X-Resource extension.
+pkg_check_modules(XCB_RES IMPORTED_TARGET xcb-res)
 pkg_check_modules(PULSE REQUIRED IMPORTED_TARGET libpulse)
 # Echo cancellation for the microphone; without it the flag falls back to plain recording.
 pkg_check_modules(WEBRTC_APM IMPORTED_TARGET webrtc-audio-processing)

@@ -15,7 +15,7 @@ packages=(
   # X11, audio, JSON, formatting
   libxcb1-dev libxcb-shm0-dev libxcb-composite0-dev libxcb-damage0-dev libxcb-xfixes0-dev
   libxcb-randr0-dev libxcb-xinput-dev libxcb-xtest0-dev libxcb-image0-dev libxcb-icccm4-dev
-  libxcb-ewmh-dev
+  libxcb-ewmh-dev libxcb-res0-dev
   libpulse-dev libwebrtc-audio-processing-dev libebur128-dev nlohmann-json3-dev libfmt-dev
   # Wayland capture through PipeWire
   libpipewire-0.3-dev

@@ -5,6 +5,7 @@
 #include "core/support/Log.h"
 #include "core/support/NotificationManager.h"
 #include "media/RecordingSalvage.h"
+#include "media/layers/RecordingPackageSalvage.h"
 
 #include <QCoreApplication>
 #include <QFileInfo>
@@ -15,6 +16,13 @@ QStringList salvageAll(const QString& folder) {
     for (const auto& movie : findUnfinishedRecordings(folder.toStdString())) {
         try {
             recovered << QString::fromStdString(salvageRecording(movie).movie.string());
+        } catch (const std::exception& error) {
+            logLine("❌ Could not recover {}", error.what());
+        }
+    }
+    for (const auto& package : findUnfinishedPackages(folder.toStdString())) {
+        try {
+            recovered << QString::fromStdString(salvageRecordingPackage(package).string());
         } catch (const std::exception& error) {
             logLine("❌ Could not recover {}", error.what());
         }

@@ -51,16 +51,19 @@ int runCli(int argc, char** argv) {
                          !qEnvironmentVariableIsEmpty("DISPLAY");
     if (windows)
         qputenv("QT_QPA_PLATFORM", "xcb");
+    // Qt sees the program's name alone: it would take options of ours that are also its own
+    // ("--display ID" is an X display to QApplication) and leave them out of the arguments.
+    static int qtArgc = 1;
     const std::unique_ptr<QCoreApplication> app =
-        windows ? std::make_unique<QApplication>(argc, argv)
-                : std::make_unique<QCoreApplication>(argc, argv);
+        windows ? std::make_unique<QApplication>(qtArgc, argv)
+                : std::make_unique<QCoreApplication>(qtArgc, argv);
     QCoreApplication::setOrganizationName(QStringLiteral("tavelquiston"));
     QCoreApplication::setApplicationName(QStringLiteral("tavelquiston"));
     QCoreApplication::setApplicationVersion(QStringLiteral(TAVELQUISTON_VERSION));
     // Alerts of a command-line run go to standard error; there is no window to show them in.
     ErrorReporter::shared().setAlertPresenter(std::make_unique<StandardErrorAlertPresenter>());
 
-    QStringList arguments = QCoreApplication::arguments().mid(1);
+    QStringList arguments = given;
     if (arguments.isEmpty()) {
         printUsage(stderr);
         return 2;

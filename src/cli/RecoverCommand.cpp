@@ -3,6 +3,7 @@
 #include "core/settings/RecordingConfigurationBuilder.h"
 #include "core/settings/UserDefaults.h"
 #include "media/RecordingSalvage.h"
+#include "media/layers/RecordingPackageSalvage.h"
 
 #include <QFileInfo>
 
@@ -32,7 +33,8 @@ int runRecover(const QStringList& arguments, FILE* out, FILE* err) {
     }
 
     const auto movies = findUnfinishedRecordings(folder.toStdString());
-    if (movies.empty()) {
+    const auto packages = findUnfinishedPackages(folder.toStdString());
+    if (movies.empty() && packages.empty()) {
         fmt::print(err, "✅ No unfinished recordings in {}\n", folder.toStdString());
         return 0;
     }
@@ -41,6 +43,14 @@ int runRecover(const QStringList& arguments, FILE* out, FILE* err) {
     for (const auto& movie : movies) {
         try {
             recovered.push_back(salvageRecording(movie).movie);
+        } catch (const std::exception& error) {
+            fmt::print(err, "❌ Could not recover {}\n", error.what());
+            status = 1;
+        }
+    }
+    for (const auto& package : packages) {
+        try {
+            recovered.push_back(salvageRecordingPackage(package));
         } catch (const std::exception& error) {
             fmt::print(err, "❌ Could not recover {}\n", error.what());
             status = 1;

@@ -151,7 +151,7 @@ CopyResult copyCompleteSamples(const std::filesystem::path& movie) {
     std::string error;
     std::unique_ptr<FileOutput> output = FileOutput::create(recoveredName(movie), error);
     if (!output)
-        fail(recoveredName(movie), error);
+        throw CopyWriteError(recoveredName(movie).string() + ": " + error);
     CopyResult copied{output->path()};
     auto discard = [&](const std::string& reason, bool writing = false) {
         output.reset();
@@ -179,7 +179,7 @@ CopyResult copyCompleteSamples(const std::filesystem::path& movie) {
         stream->avg_frame_rate = input->streams[i]->avg_frame_rate;
     }
     if (int result = avformat_write_header(muxer.get(), nullptr); result < 0)
-        discard(ffmpegErrorText(result));
+        discard(output->systemError().value_or(ffmpegErrorText(result)), true);
 
     // Each track's newest sample waits for the next one: a fragmented file gives no sample a
     // duration of its own, the distance to the next sample is its duration.
@@ -364,6 +364,8 @@ RecordingMetadata metadataFromDisk(const std::filesystem::path& movie,
 
 SalvagedRecording salvageRecording(const std::filesystem::path& movie,
                                    const SalvageOptions& options) {
+    // On a full disk the room the marker holds is what the copy, or else the metadata, needs.
+    UnfinishedRecordingMarker::releaseReserveFor(movie);
     // Read before the movie moves: the marker and the movie's own times lead to the spill file.
     std::optional<std::filesystem::path> spillUsed;
     RecordingMetadata metadata =
@@ -395,6 +397,10 @@ SalvagedRecording salvageRecording(const std::filesystem::path& movie,
         std::filesystem::remove(*spillUsed, ignored);
     logLine("✅ Recovered {} ({:.1f} s)", salvaged.movie.string(), copied.duration);
     return salvaged;
+}
+
+RecordingMetadata cutMetadataTo(RecordingMetadata metadata, double duration) {
+    return cutTo(std::move(metadata), duration);
 }
 
 std::vector<std::filesystem::path> findUnfinishedRecordings(const std::filesystem::path& folder) {

@@ -41,5 +41,9 @@ struct SalvageOptions {
 SalvagedRecording salvageRecording(const std::filesystem::path& movie,
                                    const SalvageOptions& options = {});
 
+// The metadata without anything after `duration` seconds (clicks, zooms, cursor samples), its
+// duration set to it.
+RecordingMetadata cutMetadataTo(RecordingMetadata metadata, double duration);
+
 // The movies in `folder` left unfinished by a writer that is no longer alive, oldest name first.
 std::vector<std::filesystem::path> findUnfinishedRecordings(const std::filesystem::path& folder);

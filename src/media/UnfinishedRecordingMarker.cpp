@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <sys/file.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <fmt/format.h>
@@ -51,6 +52,10 @@ UnfinishedRecordingMarker::create(const std::filesystem::path& movie, const Deta
         ::unlink(building.c_str());
         return nullptr; // the destructor closes the descriptor
     }
+    marker->m_detailsSize = off_t(text.size());
+    // Held past the end of the file, which still reads as the details alone.
+    marker->m_reserved = ::fallocate(marker->m_fd, FALLOC_FL_KEEP_SIZE, 0,
+                                     marker->m_detailsSize + reserveBytes) == 0;
     return marker;
 }
 
@@ -81,6 +86,23 @@ UnfinishedRecordingMarker::readDetails(const std::filesystem::path& movie) {
 UnfinishedRecordingMarker::~UnfinishedRecordingMarker() {
     if (m_fd >= 0)
         ::close(m_fd);
+}
+
+void UnfinishedRecordingMarker::releaseReserve() {
+    // Cutting the file to its own length lets go of what was held past its end.
+    if (m_fd >= 0 && m_reserved.exchange(false))
+        (void)::ftruncate(m_fd, m_detailsSize);
+}
+
+void UnfinishedRecordingMarker::releaseReserveFor(const std::filesystem::path& movie) {
+    const std::filesystem::path path = markerPath(movie);
+    const int fd = ::open(path.c_str(), O_WRONLY | O_CLOEXEC);
+    if (fd < 0)
+        return;
+    struct stat info {};
+    if (::fstat(fd, &info) == 0)
+        (void)::ftruncate(fd, info.st_size);
+    ::close(fd);
 }
 
 void UnfinishedRecordingMarker::remove() {

@@ -1,5 +1,8 @@
 #pragma once
 
+#include <sys/types.h>
+
+#include <atomic>
 #include <filesystem>
 #include <memory>
 #include <optional>
@@ -34,6 +37,17 @@ public:
 
     // The movie is complete (or gone): the marker goes.
     void remove();
+    // Gives the disk back the room the marker holds for the salvage (see reserveBytes): called
+    // when the writer fails, so that the metadata and the salvage find room on a full disk.
+    // Thread: any; once is enough, more do nothing.
+    void releaseReserve();
+
+    // Room a marker takes on the disk beyond its few bytes of details, for as long as the
+    // recording runs: when the disk fills up, giving it back makes room for the metadata and
+    // for closing the movie. Best effort (a file system without preallocation holds none).
+    static constexpr off_t reserveBytes = off_t(4) << 20;
+    // The same for a marker left behind, before its movie is salvaged.
+    static void releaseReserveFor(const std::filesystem::path& movie);
 
     static std::filesystem::path markerPath(const std::filesystem::path& movie);
     // The movies in `folder` whose marker is left and whose writer is no longer alive.
@@ -48,4 +62,6 @@ private:
 
     std::filesystem::path m_path;
     int m_fd = -1;
+    off_t m_detailsSize = 0;
+    std::atomic<bool> m_reserved{false};
 };

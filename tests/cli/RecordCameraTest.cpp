@@ -4,6 +4,8 @@
 #include "media/layers/MediaLayerRecordingManager.h"
 
 #include "media/MovieProbe.h"
+#include "platform/x11/X11Connection.h"
+#include "platform/x11/X11ShareableContent.h"
 #include "support/ChildProcess.h"
 #include "support/EventLoop.h"
 #include "support/ScopedEnvironment.h"
@@ -211,8 +213,14 @@ TEST(RecordCameraTest, OverlayIsRecordedWithTheScreen) {
     for (const bool mirrored : {false, true}) {
         QStringList arguments = {"--duration",        "1",       "--camera", "Test Camera",
                                  "--camera-position", "top-left"};
+        // The display named as well: the overlay's window toolkit must not take "--display"
+        // for its own option.
         if (mirrored)
-            arguments << "--mirror";
+            arguments
+                << "--mirror"
+                << "--display"
+                << QString::number(
+                       X11ShareableContent::fetch(X11Connection()).displays.front().displayID);
         CameraRecording recording(arguments, true);
         ASSERT_EQ(recording.process.waitForExit(30s), 0) << recording.errors();
         const QStringList lines = QString::fromStdString(recording.stdoutText())

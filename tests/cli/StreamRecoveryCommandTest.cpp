@@ -3,6 +3,7 @@
 #include "support/ChildProcess.h"
 #include "support/EventLoop.h"
 #include "support/ScreenAnimation.h"
+#include "support/SharedMemoryEviction.h"
 #include "support/XvfbSession.h"
 
 #include <QTemporaryDir>
@@ -137,4 +138,48 @@ TEST(StreamRecoveryCommandTest, MonitorGoneForGoodEndsTheRecording) {
     ASSERT_NE(video, nullptr);
     EXPECT_GT(video->endSeconds, 1.5);
     EXPECT_LT(video->endSeconds, 4.5);
+}
+
+// The X server drops the shared memory the screen is grabbed through: the stream error takes the
+// recovery path, the recording goes on (without shared memory) and the file has no hole.
+TEST(StreamRecoveryCommandTest, LostSharedMemoryRecovers) {
+    REQUIRE_XVFB(twoMonitors());
+    REQUIRE_NOTHING_MISSING(sharedMemoryEvictionMissing());
+    XvfbSession session(twoMonitors());
+    ASSERT_TRUE(session.isReady()) << session.error();
+    ScreenAnimation animation;
+    MonitorRecording recording;
+    ASSERT_TRUE(recording.waitForOutput("Successfully appended video frame #1"))
+        << recording.errors();
+    const auto started = std::chrono::steady_clock::now();
+    std::this_thread::sleep_for(1500ms);
+    const SharedMemoryEviction eviction = detachEverySharedMemorySegment();
+    ASSERT_TRUE(eviction.error.empty()) << eviction.error;
+    ASSERT_GE(eviction.detached, 1);
+    ASSERT_TRUE(recording.waitForOutput("🛑 SCStream error")) << recording.output();
+    ASSERT_TRUE(recording.waitForOutput("✅ Stream recovery started")) << recording.output();
+    ASSERT_TRUE(recording.waitForOutput("⏱️ Stream downtime")) << recording.output();
+    std::this_thread::sleep_for(3000ms);
+    kill(recording.process.pid(), SIGTERM);
+    ASSERT_EQ(recording.process.waitForExit(20s), 0) << recording.errors();
+    const double elapsed =
+        std::chrono::duration<double>(std::chrono::steady_clock::now() - started).count();
+    // One loss, one recovery: the restarted stream does not fail again.
+    const std::string output = recording.output();
+    EXPECT_EQ(output.find("🛑 SCStream error"), output.rfind("🛑 SCStream error"));
+
+    std::istringstream lines(output);
+    std::string movie;
+    for (std::string line; std::getline(lines, line);)
+        if (line.size() > 4 && line.compare(line.size() - 4, 4, ".mov") == 0)
+            movie = line;
+    const auto probed = probeMovie(movie);
+    ASSERT_TRUE(probed.has_value()) << movie;
+    const ProbedStream* video = probed->first(AVMEDIA_TYPE_VIDEO);
+    ASSERT_NE(video, nullptr);
+    EXPECT_EQ(video->width, 1920);
+    // The outage (at least the first attempt's half second) is not in the file, the rest is.
+    EXPECT_LT(video->endSeconds, elapsed - 0.4);
+    EXPECT_GT(video->endSeconds, elapsed - 2.5);
+    EXPECT_LT(maxGapOf(video->packetTimes), 0.5) << "the outage left a hole in the file";
 }

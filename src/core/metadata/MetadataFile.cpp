@@ -28,7 +28,9 @@ qint64 writeMetadataFile(const RecordingMetadata& metadata, const QString& path)
         throw MetadataFileError(fmt::format("cannot write {}: {}", path.toStdString(),
                                             file.errorString().toStdString()));
     const qint64 written = file.write(text.data(), qint64(text.size()));
-    if (written != qint64(text.size()) || !file.commit())
+    // The bytes reach the file only at the flush, and a commit after a failed one (no room
+    // on the disk) would still put the empty file in place.
+    if (written != qint64(text.size()) || !file.flush() || !file.commit())
         throw MetadataFileError(fmt::format("cannot write {}: {}", path.toStdString(),
                                             file.errorString().toStdString()));
     return written;

@@ -144,8 +144,23 @@ QCoro::Task<std::optional<QString>>
 RecordingOutputFinisher::salvage(Outputs outputs, MetadataRecorderEngine* metadata,
                                  double timelineSeconds, std::function<bool()> isAlive) {
     MediaWriterEngine* writer = outputs.mediaWriter;
-    if (outputs.layerRecordingManager || !writer || !writer->isWriting())
+    // Writers that never received a frame have nothing to keep.
+    if (!writer || !writer->isWriting())
         co_return std::nullopt;
+    if (LayerRecordingManager* layers = outputs.layerRecordingManager) {
+        // A package keeps its metadata inside, where a finished one has it.
+        const std::optional<RecordingPackage> package = layers->recordingPackage();
+        if (!package)
+            co_return std::nullopt;
+        if (metadata)
+            saveMetadata(*metadata, timelineSeconds, package->metadataURL);
+        const std::optional<QString> kept = co_await layers->salvage();
+        if (!isAlive())
+            co_return std::nullopt;
+        if (kept)
+            logLine("💾 Saved what was recorded before the failure: {}", kept->toStdString());
+        co_return kept;
+    }
     const std::optional<QString> movie = writer->outputURL();
     if (!movie)
         co_return std::nullopt;

@@ -63,9 +63,9 @@ public:
                                  const std::optional<RecordingConfiguration>& configuration,
                                  bool hasLayers, bool hasMetadata, const UserDefaults& defaults);
 
-    // Keeps what the writer already wrote of a recording that ends on an error: its metadata
-    // cut to `timelineSeconds` and its file closed into "<name> (Recovered).<ext>". Layer
-    // packages and writers that never received a frame keep nothing. `isAlive` as above.
+    // Keeps what the writers already wrote of a recording that ends on an error: its metadata
+    // cut to `timelineSeconds` and its file (or each layer of its package) closed into
+    // "<name> (Recovered)". Writers that never received a frame keep nothing. `isAlive` as above.
     static QCoro::Task<std::optional<QString>> salvage(Outputs outputs,
                                                        MetadataRecorderEngine* metadata,
                                                        double timelineSeconds,

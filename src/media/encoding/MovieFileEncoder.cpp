@@ -302,6 +302,10 @@ void MovieFileEncoder::fail(int code) {
         }
     }
     m_status = Status::failed;
+    // Most failures are a full disk: the room held for this moment goes back now, before the
+    // metadata is saved and the movie closed.
+    if (m_marker)
+        m_marker->releaseReserve();
 }
 
 std::optional<std::string> MovieFileEncoder::error() const {

@@ -6,6 +6,7 @@
 #include "core/support/Log.h"
 #include "media/layers/LayerRecordingError.h"
 #include "media/layers/RecordingPackageManifest.h"
+#include "media/layers/RecordingPackageSalvage.h"
 
 #include <QDir>
 #include <QFile>
@@ -178,7 +179,36 @@ void MediaLayerRecordingManager::logSummary(const RecordingPackage& package) con
     logLine("   Duration: {}", formattedDuration(package.configuration.duration).toStdString());
 }
 
+QCoro::Task<std::optional<QString>> MediaLayerRecordingManager::salvage() {
+    if (!m_package || !m_screenWriter)
+        co_return std::nullopt;
+    // Each layer is closed by its writer's own salvage into a "(Recovered)" file beside it.
+    SalvagedLayers layers;
+    if (const std::optional<QString> screen = co_await m_screenWriter->salvage())
+        layers.screen = screen->toStdString();
+    if (m_cameraWriter)
+        if (const std::optional<QString> camera = co_await m_cameraWriter->salvage())
+            layers.camera = camera->toStdString();
+    if (!layers.screen)
+        co_return std::nullopt;
+    m_salvaged = true;
+    try {
+        const std::filesystem::path kept =
+            settleSalvagedPackage(m_package->packageURL.toStdString(), layers);
+        m_isRecording = false;
+        co_return QString::fromStdString(kept.string());
+    } catch (const std::exception& error) {
+        logLine("⚠️ The package could not be made whole: {}", error.what());
+        co_return std::nullopt;
+    }
+}
+
 void MediaLayerRecordingManager::cancel() {
+    if (m_salvaged) {
+        m_package.reset();
+        m_isRecording = false;
+        return;
+    }
     if (m_screenWriter)
         m_screenWriter->cancel();
     if (m_cameraWriter)

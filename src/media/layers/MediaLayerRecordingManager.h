@@ -28,6 +28,7 @@ public:
     QCoro::Task<RecordingPackage> finalizeLayers(PackageConfiguration configuration) override;
     std::optional<RecordingPackage> recordingPackage() const override { return m_package; }
     void cancel() override;
+    QCoro::Task<std::optional<QString>> salvage() override;
 
     bool isRecording() const { return m_isRecording; }
 
@@ -47,4 +48,5 @@ private:
     std::unique_ptr<MediaWriterEngine> m_screenWriter;
     std::unique_ptr<MediaWriterEngine> m_cameraWriter;
     bool m_isRecording = false;
+    bool m_salvaged = false; // the files are the user's now: a cancel leaves them
 };

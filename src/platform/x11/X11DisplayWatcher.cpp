@@ -5,17 +5,28 @@
 
 #include <xcb/randr.h>
 
-std::optional<X11Rect> currentMonitorPixels(const X11Connection& connection, uint32_t displayID) {
+namespace {
+
+// The server's list of monitors; null when it did not answer.
+X11Reply<xcb_randr_get_monitors_reply_t> monitorsOf(const X11Connection& connection) {
     xcb_connection_t* c = connection.get();
-    X11Reply<xcb_randr_get_monitors_reply_t> reply(
+    return X11Reply<xcb_randr_get_monitors_reply_t>(
         xcb_randr_get_monitors_reply(c, xcb_randr_get_monitors(c, connection.root(), 1), nullptr));
-    if (!reply)
-        return std::nullopt;
-    for (auto it = xcb_randr_get_monitors_monitors_iterator(reply.get()); it.rem;
+}
+
+std::optional<X11Rect> monitorIn(const xcb_randr_get_monitors_reply_t* reply, uint32_t displayID) {
+    for (auto it = xcb_randr_get_monitors_monitors_iterator(reply); it.rem;
          xcb_randr_monitor_info_next(&it))
         if (it.data->name == displayID)
             return X11Rect{it.data->x, it.data->y, it.data->width, it.data->height};
     return std::nullopt;
+}
+
+} // namespace
+
+std::optional<X11Rect> currentMonitorPixels(const X11Connection& connection, uint32_t displayID) {
+    const auto reply = monitorsOf(connection);
+    return reply ? monitorIn(reply.get(), displayID) : std::nullopt;
 }
 
 X11DisplayWatcher::X11DisplayWatcher(const X11Connection& connection, uint32_t displayID,
@@ -29,8 +40,24 @@ bool X11DisplayWatcher::tick() {
     if (++m_ticks < m_ticksBetweenChecks)
         return true;
     m_ticks = 0;
-    const std::optional<X11Rect> now = currentMonitorPixels(m_connection, m_displayID);
-    m_changed = !now || now->x != m_expected.x || now->y != m_expected.y ||
-                now->width != m_expected.width || now->height != m_expected.height;
+    const auto reply = monitorsOf(m_connection);
+    // No answer says nothing about the monitor: a broken connection is noticed on its own, and
+    // anything else is asked again at the next interval.
+    if (!reply)
+        return true;
+    m_seen = monitorIn(reply.get(), m_displayID);
+    m_changed = !m_seen || m_seen->x != m_expected.x || m_seen->y != m_expected.y ||
+                m_seen->width != m_expected.width || m_seen->height != m_expected.height;
     return !m_changed;
+}
+
+std::string X11DisplayWatcher::change() const {
+    const auto place = [](const X11Rect& r) {
+        return std::to_string(r.width) + "x" + std::to_string(r.height) + "+" +
+               std::to_string(r.x) + "+" + std::to_string(r.y);
+    };
+    if (!m_changed)
+        return {};
+    return m_seen ? "now " + place(*m_seen) + ", was " + place(m_expected)
+                  : "the monitor is gone, was " + place(m_expected);
 }

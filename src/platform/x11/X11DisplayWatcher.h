@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <optional>
+#include <string>
 
 class X11Connection;
 
@@ -21,6 +22,8 @@ public:
 
     // False once the monitor is gone or elsewhere; stays false.
     bool tick();
+    // What was seen when tick() said so, for the log: where the monitor went, or that it is gone.
+    std::string change() const;
 
 private:
     const X11Connection& m_connection;
@@ -29,4 +32,5 @@ private:
     int m_ticksBetweenChecks;
     int m_ticks = 0;
     bool m_changed = false;
+    std::optional<X11Rect> m_seen;
 };

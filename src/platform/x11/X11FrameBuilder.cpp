@@ -44,13 +44,20 @@ X11FrameBuilder::Built X11FrameBuilder::build(MediaTime duration,
                                               const X11CursorImage& cursor) {
     Built built;
     VideoFrame& frame = built.frame;
-    if (m_grabsIntoFrames)
+    if (m_grabsIntoFrames) {
         frame = m_grabber->grabFrame(MediaTime::hostTimeNow(), duration);
+        if (m_grabber->sharedMemoryLost()) {
+            built.sharedMemoryLost = true;
+            return built;
+        }
+    }
     const bool grabbedIntoFrame = !frame.isNull();
     if (!grabbedIntoFrame) {
         // Off screen for now, or the connection broke (reported at the next tick).
-        if (m_grabber && !m_grabber->grab())
+        if (m_grabber && !m_grabber->grab()) {
+            built.sharedMemoryLost = m_grabber->sharedMemoryLost();
             return built;
+        }
         if (size && (size->width != m_pool->width() || size->height != m_pool->height()))
             m_pool = std::make_unique<VideoFramePool>(size->width, size->height);
         frame = m_pool->makeFrame(MediaTime::hostTimeNow(), duration);

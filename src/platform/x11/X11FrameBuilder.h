@@ -25,6 +25,8 @@ public:
         VideoFrame frame;
         // A window named by id that no longer exists; no frame then.
         std::optional<xcb_window_t> missingWindow;
+        // The server lost the shared memory the grabs go through; no frame then.
+        bool sharedMemoryLost = false;
     };
 
     // Asks the server for what the stream needs: a few round trips before the first frame.

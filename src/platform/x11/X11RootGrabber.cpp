@@ -100,8 +100,10 @@ VideoFrame X11RootGrabber::grabFrame(MediaTime presentationTime, MediaTime durat
         xcb_shm_get_image(m_connection, m_root, int16_t(m_source.x), int16_t(m_source.y),
                           uint16_t(m_source.width), uint16_t(m_source.height), ~0u,
                           XCB_IMAGE_FORMAT_Z_PIXMAP, m_frameAttachments[size_t(index)].id(), 0);
+    xcb_generic_error_t* failure = nullptr;
     const X11Reply<xcb_shm_get_image_reply_t> reply(
-        xcb_shm_get_image_reply(m_connection, cookie, nullptr));
+        xcb_shm_get_image_reply(m_connection, cookie, &failure));
+    noteSharedMemoryError(X11Error(failure).get());
     AVFramePtr frame(reply ? av_frame_alloc() : nullptr);
     auto* lent = frame ? new LentSegment{m_frameSegments, index} : nullptr;
     if (lent) {
@@ -132,6 +134,7 @@ bool X11RootGrabber::attachSharedMemory() {
         xcb_get_extension_data(m_connection, &xcb_shm_id);
     if (!extension || !extension->present)
         return false;
+    m_shmFirstError = extension->first_error;
     m_shared = attachSegment(size_t(m_source.width) * size_t(m_source.height) * 4);
     return m_shared.has_value();
 }
@@ -142,8 +145,11 @@ bool X11RootGrabber::grab() {
             xcb_shm_get_image(m_connection, m_root, int16_t(m_source.x), int16_t(m_source.y),
                               uint16_t(m_source.width), uint16_t(m_source.height), ~0u,
                               XCB_IMAGE_FORMAT_Z_PIXMAP, m_shared->attachment.id(), 0);
-        if (!X11Reply<xcb_shm_get_image_reply_t>(
-                xcb_shm_get_image_reply(m_connection, cookie, nullptr)))
+        xcb_generic_error_t* failure = nullptr;
+        const X11Reply<xcb_shm_get_image_reply_t> reply(
+            xcb_shm_get_image_reply(m_connection, cookie, &failure));
+        noteSharedMemoryError(X11Error(failure).get());
+        if (!reply)
             return false;
         m_pixels = m_shared->memory.get();
         return true;
@@ -159,4 +165,11 @@ bool X11RootGrabber::grab() {
     m_reply = std::move(reply);
     m_pixels = xcb_get_image_data(m_reply.get());
     return true;
+}
+
+void X11RootGrabber::noteSharedMemoryError(const xcb_generic_error_t* error) {
+    // BadMatch is a source off the screen for now, which passes; BadShmSeg is the server
+    // saying the segment is gone, which does not.
+    if (error && error->error_code == m_shmFirstError + XCB_SHM_BAD_SEG)
+        m_sharedMemoryLost = true;
 }

@@ -20,6 +20,10 @@ public:
     X11RootGrabber& operator=(const X11RootGrabber&) = delete;
 
     bool usesSharedMemory() const { return m_shared.has_value(); }
+    // The server no longer knows a segment it was writing into (it dropped it, or another
+    // client detached it): nothing more comes through shared memory. Latched; a new grabber
+    // may try again.
+    bool sharedMemoryLost() const { return m_sharedMemoryLost; }
     // Grabs the source now; the pixels stay valid until the next grab. False when the server
     // refused (the rectangle left the screen, the connection broke).
     bool grab();
@@ -48,12 +52,16 @@ private:
     // A new shared memory segment attached to the server; nothing when the server refuses
     // (it runs on another machine) or memory is short.
     std::optional<SharedSegment> attachSegment(size_t size);
+    // Notes a failed shared memory grab whose error says the segment is gone.
+    void noteSharedMemoryError(const xcb_generic_error_t* error);
 
     xcb_connection_t* m_connection;
     xcb_window_t m_root;
     X11Rect m_source;
     std::optional<SharedSegment> m_shared; // what `grab` reads into
     const uint8_t* m_pixels = nullptr;
+    uint8_t m_shmFirstError = 0; // the extension's first error code, BadShmSeg
+    bool m_sharedMemoryLost = false;
     X11Reply<xcb_get_image_reply_t> m_reply; // the fallback's last image
     // The frame buffers' memory, shared with the frames lent out, which may outlive the
     // grabber; the server's attachments of the same segments, index for index, are the

@@ -260,9 +260,14 @@ QCoro::Task<void> X11ScreenCaptureEngine::startCapture() {
     m_delivered = 0;
     m_idle = 0;
     m_isCapturing = true;
+    // A restart after the server lost the shared memory asks for new segments: they are what
+    // keeps a large display affordable, while the plain path copies every frame through the
+    // socket and falls behind on a busy screen. A server that refuses them gets the plain path,
+    // as at any start.
+    const X11CaptureStream stream = *m_stream;
     m_loop = std::make_unique<PacedLoop>(
         "X11Capture", PacedLoop::intervalAt(m_stream->frameRate),
-        PacedLoop::Callbacks{.start = [this, stream = *m_stream] { return beginRun(stream); },
+        PacedLoop::Callbacks{.start = [this, stream] { return beginRun(stream); },
                              .tick = [this] { return captureTick(); },
                              .finish = [this](bool stopped) { endRun(stopped); }});
     startSystemAudio();
@@ -381,10 +386,9 @@ bool X11ScreenCaptureEngine::captureTick() {
     }
     Run& run = *m_run;
     if (run.display && !run.display->tick()) {
-        reportStop({QStringLiteral("X11"),
-                    4,
+        reportStop({QStringLiteral("X11"), 4,
                     QStringLiteral("The recorded display was removed, moved or resized"),
-                    {}});
+                    QString::fromStdString(run.display->change())});
         return false;
     }
     run.builder.readEvents(false);
@@ -415,6 +419,15 @@ void X11ScreenCaptureEngine::endRun(bool stopped) {
 bool X11ScreenCaptureEngine::deliver(X11CursorImage cursor) {
     Run& run = *m_run;
     X11FrameBuilder::Built built = run.builder.build(run.frameDuration, configuration(), cursor);
+    if (built.sharedMemoryLost) {
+        m_usesSharedMemory = false;
+        reportStop({QStringLiteral("X11"),
+                    5,
+                    QStringLiteral("The X server lost the shared memory the screen is grabbed "
+                                   "through"),
+                    {}});
+        return false;
+    }
     if (built.missingWindow) {
         reportStop({QStringLiteral("X11"),
                     2,

@@ -249,6 +249,7 @@ TEST_F(MetadataRecorderTest, SavesOnlyAfterStoppingAndLoadsWhatItSaved) {
 
 // A save that fails half-way (here the file size limit stops the write after a few kilobytes)
 // reports the failure and leaves the document saved before it whole; nothing else stays behind.
+// A small document fails only when its buffered bytes are flushed at the end, as on a full disk.
 TEST_F(MetadataRecorderTest, AFailedSaveLeavesThePreviousDocumentIntact) {
     const QString path = folder.filePath(QStringLiteral(".movie.metadata.json"));
     start();
@@ -260,27 +261,37 @@ TEST_F(MetadataRecorderTest, AFailedSaveLeavesThePreviousDocumentIntact) {
     const QByteArray before = saved.readAll();
     saved.close();
 
-    start();
-    record(5000); // about 300 kB of document
-    recorder.stopRecording(200);
-    const pid_t child = fork();
-    if (child == 0) {
-        // The limit makes write() fail with EFBIG instead of killing the process.
-        signal(SIGXFSZ, SIG_IGN);
-        const rlimit limit{4096, 4096};
-        setrlimit(RLIMIT_FSIZE, &limit);
-        try {
-            recorder.saveMetadata(path);
-        } catch (const MetadataFileError&) {
-            _exit(0);
+    struct Case {
+        int samples;
+        rlim_t limit;
+    };
+    // About 300 kB against 4 kB; a few hundred bytes against 64.
+    for (const Case& failing : {Case{5000, 4096}, Case{2, 64}}) {
+        SCOPED_TRACE(failing.samples);
+        start();
+        record(failing.samples);
+        recorder.stopRecording(200);
+        const pid_t child = fork();
+        if (child == 0) {
+            // The limit makes write() fail with EFBIG instead of killing the process.
+            signal(SIGXFSZ, SIG_IGN);
+            const rlimit limit{failing.limit, failing.limit};
+            setrlimit(RLIMIT_FSIZE, &limit);
+            try {
+                recorder.saveMetadata(path);
+            } catch (const MetadataFileError&) {
+                _exit(0);
+            }
+            _exit(1);
         }
-        _exit(1);
+        int status = -1;
+        waitpid(child, &status, 0);
+        EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0)
+            << "the failure must be reported";
+        ASSERT_TRUE(saved.open(QIODevice::ReadOnly));
+        EXPECT_EQ(saved.readAll(), before);
+        saved.close();
+        EXPECT_EQ(QDir(folder.path()).entryList(QDir::Files | QDir::Hidden),
+                  QStringList{QStringLiteral(".movie.metadata.json")});
     }
-    int status = -1;
-    waitpid(child, &status, 0);
-    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << "the failure must be reported";
-    ASSERT_TRUE(saved.open(QIODevice::ReadOnly));
-    EXPECT_EQ(saved.readAll(), before);
-    EXPECT_EQ(QDir(folder.path()).entryList(QDir::Files | QDir::Hidden),
-              QStringList{QStringLiteral(".movie.metadata.json")});
 }

@@ -12,6 +12,7 @@
 #include "support/EventLoop.h"
 #include "support/ScopedEnvironment.h"
 #include "support/ScreenAnimation.h"
+#include "support/SharedMemoryEviction.h"
 #include "support/TaskRunner.h"
 #include "support/XvfbSession.h"
 
@@ -322,6 +323,65 @@ TEST(X11ScreenCaptureEngineTest, ServerGoneReachesTheErrorHandler) {
     EXPECT_EQ(errors.load(), 1);
     std::lock_guard lock(errorMutex);
     EXPECT_EQ(reported.domain, QStringLiteral("X11"));
+}
+
+// The server drops the shared memory the screen is grabbed through, mid-stream (here another
+// client detaches it): the error handler hears of it once and capture ends, without a frame
+// made of stale memory. Started again, as the recovery does, the stream attaches new segments
+// and its frames show the screen; each loss is its own interruption.
+TEST(X11ScreenCaptureEngineTest, SharedMemoryLostMidStreamStopsOnceAndRestarts) {
+    REQUIRE_XVFB(smallScreen());
+    REQUIRE_NOTHING_MISSING(sharedMemoryEvictionMissing());
+    XvfbSession session(smallScreen());
+    ASSERT_TRUE(session.isReady()) << session.error();
+    ScreenAnimation animation;
+    FrameLog log;
+    auto engine = prepared(RecordingMode::screen(firstDisplay()), log);
+    std::vector<StreamError> reported;
+    std::mutex errorMutex;
+    engine->setErrorHandler([&](const StreamError& error) {
+        std::lock_guard lock(errorMutex);
+        reported.push_back(error);
+    });
+    const auto errorCount = [&] {
+        std::lock_guard lock(errorMutex);
+        return reported.size();
+    };
+
+    for (size_t loss = 1; loss <= 2; ++loss) {
+        SCOPED_TRACE(loss);
+        ASSERT_TRUE(runTask(engine->startCapture()).finished);
+        const size_t started = log.count();
+        ASSERT_TRUE(waitUntil([&] { return log.count() >= started + 5; }, 5s))
+            << "no frames after the start";
+        ASSERT_TRUE(engine->usesSharedMemory());
+
+        const SharedMemoryEviction eviction = detachEverySharedMemorySegment();
+        ASSERT_TRUE(eviction.error.empty()) << eviction.error;
+        ASSERT_GE(eviction.detached, 1);
+        ASSERT_TRUE(waitUntil([&] { return errorCount() >= loss; }, 5s))
+            << "the loss went unnoticed";
+        EXPECT_FALSE(engine->isCapturing());
+        const size_t atError = log.count();
+        std::this_thread::sleep_for(300ms);
+        EXPECT_EQ(log.count(), atError) << "frames after the stream reported its end";
+        EXPECT_EQ(errorCount(), loss);
+        std::lock_guard lock(errorMutex);
+        EXPECT_EQ(reported.back().domain, QStringLiteral("X11"));
+        EXPECT_NE(reported.back().description.indexOf(QStringLiteral("shared memory")), -1);
+    }
+    // Once more, and it keeps going.
+    ASSERT_TRUE(runTask(engine->startCapture()).finished);
+    const size_t restarted = log.count();
+    ASSERT_TRUE(waitUntil([&] { return log.count() >= restarted + 10; }, 5s));
+    {
+        const VideoFrame frame = log.lastFrame();
+        ASSERT_EQ(frame.width(), 640);
+        // The animation paints the whole screen in one of two colours, never black.
+        EXPECT_NE(pixelAt(frame, 320, 240) & 0xffffffu, 0u);
+    }
+    ASSERT_TRUE(runTask(engine->stopCapture()).finished);
+    EXPECT_EQ(errorCount(), 2u);
 }
 
 // A captured window that closes stops the stream through the error handler.

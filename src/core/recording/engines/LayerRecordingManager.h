@@ -29,5 +29,11 @@ public:
     // Finishes the writers and writes the manifest. Throws.
     virtual QCoro::Task<RecordingPackage> finalizeLayers(PackageConfiguration configuration) = 0;
     virtual std::optional<RecordingPackage> recordingPackage() const = 0;
+    // Cancels, and removes the package folder, unless the package was salvaged.
     virtual void cancel() = 0;
+    // For a recording that must end on an error: stops the writers and keeps what reached the
+    // disk as a package "<name> (Recovered)" that opens like a finished one, with the metadata
+    // saved in the package folder cut to the same length. Returns the new folder; absent when
+    // the screen layer kept nothing or the manager cannot salvage. Never throws.
+    virtual QCoro::Task<std::optional<QString>> salvage() { co_return std::nullopt; }
 };
