@@ -36,6 +36,9 @@ struct EncoderTuning {
     // busy cores: 4 refused 3% of the frames, 8 refused none to 0.7% depending on the other load,
     // 16 none; each queued frame holds one capture buffer (8 MB at 1080p), so 12 is the middle.
     size_t videoQueueDepth = 12;
-    // Audio blocks are small and frequent (10-20 ms each); a second of them.
-    size_t audioQueueDepth = 96;
+    // Audio blocks are small (8 KB for 20 ms) and frequent, and with the microphone and the
+    // system's sound on one track they come twice as often. A gap in the sound is worse than a
+    // repeated picture: four seconds of both sources, 3 MB, ride out a writer starved by other
+    // work (a 20-minute recording beside busy builds lost a second at a time with one second).
+    size_t audioQueueDepth = 400;
 };
