@@ -66,7 +66,9 @@ if command -v pulseaudio >/dev/null && command -v pacat >/dev/null && command -v
   fi
 fi
 
-"$cli" record --duration 5 --fps 30 --show-cursor --click-to-zoom "${audio_args[@]}" --output "$out" >"$out/record.log" 2>"$out/record.err" &
+# The pointer is left out of the picture: the styled export draws its own, smoothed, from the
+# recorded positions.
+"$cli" record --duration 5 --fps 30 --click-to-zoom "${audio_args[@]}" --output "$out" >"$out/record.log" 2>"$out/record.err" &
 recorder=$!
 
 # The scene: the pointer glides between the windows and clicks in each.
