@@ -35,15 +35,18 @@ std::string readText(const QString& path) {
 }
 
 // One `record` run with click-to-zoom on (which turns the pointer monitor on) and the smart
-// decision off, so the picture is never zoomed; clicks pass a 0.1 s threshold.
+// decision off, so the picture is never zoomed; clicks pass a 0.1 s threshold. A plain run has
+// only the options it is given.
 class CursorRecording {
 public:
     explicit CursorRecording(const std::vector<std::string>& extra,
-                             std::map<std::string, std::string> environment = {}) {
-        std::vector<std::string> argv = {TAVELQUISTON_CLI_PATH,       "record",       "--output",
-                                         folder.path().toStdString(), "--fps",        "30",
-                                         "--click-to-zoom",           "--smart-zoom", "off",
-                                         "--click-threshold",         "0.1"};
+                             std::map<std::string, std::string> environment = {},
+                             bool plain = false) {
+        std::vector<std::string> argv = {TAVELQUISTON_CLI_PATH,       "record", "--output",
+                                         folder.path().toStdString(), "--fps",  "30"};
+        if (!plain)
+            argv.insert(argv.end(),
+                        {"--click-to-zoom", "--smart-zoom", "off", "--click-threshold", "0.1"});
         argv.insert(argv.end(), extra.begin(), extra.end());
         ChildProcess::Options options;
         options.environment = std::move(environment);
@@ -529,27 +532,13 @@ TEST(RecordCursorTest, TheHighlightFollowsThePointerInTheFrames) {
     ASSERT_TRUE(session.isReady()) << session.error();
     ASSERT_TRUE(session.moveTo(320, 240));
 
-    QTemporaryDir folder;
-    ChildProcess::Options options;
-    options.stdoutPath = (folder.path() + "/stdout.txt").toStdString();
-    options.stderrPath = (folder.path() + "/stderr.txt").toStdString();
-    ChildProcess process({TAVELQUISTON_CLI_PATH, "record", "--output", folder.path().toStdString(),
-                          "--fps", "30", "--highlight", "--duration", "2"},
-                         options);
-    auto output = [&] { return readText(folder.path() + "/stdout.txt"); };
-    ASSERT_TRUE(waitUntil(
-        [&] { return output().find("Successfully appended video frame #1") != std::string::npos; },
-        10s))
-        << readText(folder.path() + "/stderr.txt");
+    CursorRecording recording({"--highlight", "--duration", "2"}, {}, true);
+    ASSERT_TRUE(recording.waitFor("Successfully appended video frame #1")) << recording.errors();
     std::this_thread::sleep_for(300ms);
     ASSERT_TRUE(session.moveTo(200, 150));
-    ASSERT_EQ(process.waitForExit(20s), 0) << readText(folder.path() + "/stderr.txt");
-
-    std::istringstream lines(output());
-    std::vector<std::string> printed;
-    for (std::string line; std::getline(lines, line);)
-        printed.push_back(line);
-    ASSERT_GE(printed.size(), 2u);
+    ASSERT_EQ(recording.process.waitForExit(20s), 0) << recording.errors();
+    const std::string movie = recording.moviePath();
+    ASSERT_FALSE(movie.empty()) << recording.output();
     // The highlight is yellow: a low Cb where it is, neutral grey chroma elsewhere.
     auto blueChroma = [](const AVFrame& picture, int x, int y) {
         return int(picture.data[1][(y / 2) * picture.linesize[1] + x / 2]);
@@ -557,7 +546,7 @@ TEST(RecordCursorTest, TheHighlightFollowsThePointerInTheFrames) {
     // The monitor stops (and its windows go) before capture does, so the very last frame may
     // be without it.
     int atStart = 0, followed = 0, both = 0;
-    forEachPicture(printed[printed.size() - 2], [&](const AVFrame& picture, double) {
+    forEachPicture(movie, [&](const AVFrame& picture, double) {
         const bool start = blueChroma(picture, 320, 240) < 110;
         const bool moved = blueChroma(picture, 200, 150) < 110;
         atStart += start;
@@ -727,31 +716,17 @@ TEST(RecordCursorTest, TheMagnifierShowsTheScreenAroundThePointer) {
     std::this_thread::sleep_for(300ms);
     ASSERT_TRUE(session.moveTo(260, 220));
 
-    QTemporaryDir folder;
-    ChildProcess::Options options;
-    options.stdoutPath = (folder.path() + "/stdout.txt").toStdString();
-    options.stderrPath = (folder.path() + "/stderr.txt").toStdString();
-    ChildProcess process({TAVELQUISTON_CLI_PATH, "record", "--output", folder.path().toStdString(),
-                          "--fps", "30", "--magnifier", "--duration", "3"},
-                         options);
-    auto output = [&] { return readText(folder.path() + "/stdout.txt"); };
-    ASSERT_TRUE(waitUntil(
-        [&] { return output().find("Successfully appended video frame #1") != std::string::npos; },
-        10s))
-        << readText(folder.path() + "/stderr.txt");
+    CursorRecording recording({"--magnifier", "--duration", "3"}, {}, true);
+    ASSERT_TRUE(recording.waitFor("Successfully appended video frame #1")) << recording.errors();
     std::this_thread::sleep_for(1200ms);
     ASSERT_TRUE(session.moveTo(520, 400));
-    ASSERT_EQ(process.waitForExit(20s), 0) << readText(folder.path() + "/stderr.txt");
-
-    std::istringstream lines(output());
-    std::vector<std::string> printed;
-    for (std::string line; std::getline(lines, line);)
-        printed.push_back(line);
-    ASSERT_GE(printed.size(), 2u);
+    ASSERT_EQ(recording.process.waitForExit(20s), 0) << recording.errors();
+    const std::string movie = recording.moviePath();
+    ASSERT_FALSE(movie.empty()) << recording.output();
     // Each frame is magnified at the square, or plain with the magnifier elsewhere once it
     // moved; all the first kind come before all the second, but for a frame or two on the way.
     int magnified = 0, plain = 0, other = 0, magnifiedAfterPlain = 0;
-    forEachPicture(printed[printed.size() - 2], [&](const AVFrame& picture, double) {
+    forEachPicture(movie, [&](const AVFrame& picture, double) {
         const int red = widestRed(picture);
         const auto [x, y] = redCentre(picture);
         const bool atPointer =
