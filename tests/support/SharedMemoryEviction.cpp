@@ -74,19 +74,21 @@ SharedMemoryEviction detachSegments(bool largestClientOnly) {
     for (auto client = xcb_res_query_clients_clients_iterator(clients.get()); client.rem;
          xcb_res_client_next(&client)) {
         // Every resource of the client; asking for one type by its atom finds nothing on Xorg.
-        const xcb_res_resource_id_spec_t spec{0, 0};
+        const xcb_res_resource_id_spec_t anyResource{0, 0};
         const auto reply = owned(xcb_res_query_resource_bytes_reply(
-            c, xcb_res_query_resource_bytes(c, client.data->resource_base, 1, &spec), nullptr));
+            c, xcb_res_query_resource_bytes(c, client.data->resource_base, 1, &anyResource),
+            nullptr));
         if (!reply)
             continue; // the client left meanwhile
         segments.emplace_back();
         bytes.push_back(0);
         for (auto it = xcb_res_query_resource_bytes_sizes_iterator(reply.get()); it.rem;
              xcb_res_resource_size_value_next(&it)) {
-            if (!isSegmentType(c, it.data->size.spec.type))
+            const auto& [resource, size, references, uses] = it.data->size;
+            if (!isSegmentType(c, resource.type))
                 continue;
-            segments.back().push_back(it.data->size.spec.resource);
-            bytes.back() += it.data->size.bytes;
+            segments.back().push_back(resource.resource);
+            bytes.back() += size;
         }
     }
     const size_t largest = size_t(std::max_element(bytes.begin(), bytes.end()) - bytes.begin());
