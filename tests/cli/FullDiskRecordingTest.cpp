@@ -1,3 +1,4 @@
+#include "TextFiles.h"
 #include "core/metadata/MetadataFile.h"
 #include "media/MovieProbe.h"
 #include "support/ChildProcess.h"
@@ -17,22 +18,6 @@
 using namespace std::chrono_literals;
 
 namespace {
-
-std::string readText(const std::string& path) {
-    std::ifstream in(path);
-    std::stringstream text;
-    text << in.rdbuf();
-    return text.str();
-}
-
-std::vector<std::string> linesOf(const std::string& text) {
-    std::vector<std::string> result;
-    std::istringstream in(text);
-    for (std::string line; std::getline(in, line);)
-        if (!line.empty())
-            result.push_back(line);
-    return result;
-}
 
 size_t occurrences(const std::string& text, const std::string& needle) {
     size_t count = 0;

@@ -1,3 +1,4 @@
+#include "TextFiles.h"
 #include "core/metadata/MetadataFile.h"
 #include "media/MovieProbe.h"
 #include "media/layers/MediaLayerRecordingManager.h"
@@ -19,22 +20,6 @@
 using namespace std::chrono_literals;
 
 namespace {
-
-std::string readText(const std::string& path) {
-    std::ifstream in(path);
-    std::stringstream text;
-    text << in.rdbuf();
-    return text.str();
-}
-
-std::vector<std::string> linesOf(const std::string& text) {
-    std::vector<std::string> result;
-    std::istringstream in(text);
-    for (std::string line; std::getline(in, line);)
-        if (!line.empty())
-            result.push_back(line);
-    return result;
-}
 
 // One tavelquiston-cli run with the test camera, its output in files of the test's own.
 struct Command {
