@@ -68,6 +68,7 @@ void MetadataRecorder::startRecording(Clock::time_point at) {
     m_metadata.cursorClicks.clear();
     m_metadata.cursorPositions.clear();
     m_cursorBuffer.clear();
+    m_lastCursorPosition.reset();
     // Exactly one flush's worth, so that the buffer never grows past it while a file takes the
     // rest.
     m_cursorBuffer.reserve(cursorFlushThreshold);
@@ -98,17 +99,21 @@ void MetadataRecorder::recordCursorPosition(Point atTopLeft) {
     const std::optional<double> timestamp = currentTimestamp();
     if (!timestamp)
         return;
-    const CursorPosition* last = nullptr;
-    if (!m_cursorBuffer.empty())
-        last = &m_cursorBuffer.back();
-    else if (!m_metadata.cursorPositions.empty())
-        last = &m_metadata.cursorPositions.back();
-    // A resting cursor still yields a sample every 0.02 s; any move of a thousandth always does.
-    // The time difference is signed, so a time that went backwards counts as close.
-    if (last && std::abs(atTopLeft.x - last->position.x) < 0.001 &&
-        std::abs(atTopLeft.y - last->position.y) < 0.001 && *timestamp - last->timestamp < 0.02)
-        return;
-    m_cursorBuffer.push_back(CursorPosition{.timestamp = *timestamp, .position = atTopLeft});
+    // The time line can step back for a moment (at the first frame, right after a resume);
+    // positions stay in time order, so a sample from before the last one is dropped. The last
+    // one may already be on disk, hence its own record here.
+    if (m_lastCursorPosition) {
+        const CursorPosition& last = *m_lastCursorPosition;
+        if (*timestamp < last.timestamp)
+            return;
+        // A resting cursor still yields a sample every 0.02 s; a move of a thousandth always
+        // does.
+        if (std::abs(atTopLeft.x - last.position.x) < 0.001 &&
+            std::abs(atTopLeft.y - last.position.y) < 0.001 && *timestamp - last.timestamp < 0.02)
+            return;
+    }
+    m_lastCursorPosition = CursorPosition{.timestamp = *timestamp, .position = atTopLeft};
+    m_cursorBuffer.push_back(*m_lastCursorPosition);
     if (m_cursorBuffer.size() >= cursorFlushThreshold)
         flushCursorBufferToDisk();
     const std::size_t total = m_cursorPositionsOnDisk + m_cursorBuffer.size();

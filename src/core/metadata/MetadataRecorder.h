@@ -88,7 +88,8 @@ private:
     std::optional<Clock::time_point> m_recordingStartTime;
     bool m_isRecording = false;
     std::vector<CursorPosition> m_cursorBuffer;
-    std::unique_ptr<QFile> m_cursorTempFile; // open for writing during a recording
+    std::optional<CursorPosition> m_lastCursorPosition; // the newest kept, buffered or on disk
+    std::unique_ptr<QFile> m_cursorTempFile;            // open for writing during a recording
     std::optional<QString> m_cursorTempFilePath;
     std::size_t m_cursorPositionsOnDisk = 0;
 };

@@ -71,7 +71,8 @@ TEST_F(MetadataRecorderTest, NothingIsRecordedOutsideARecording) {
     EXPECT_TRUE(m.cameraPositions.empty());
 }
 
-// Duplicates: all three of |dx| < 0.001, |dy| < 0.001 and dt < 0.02 must hold.
+// Duplicates: all three of |dx| < 0.001, |dy| < 0.001 and dt < 0.02 must hold; a time from
+// before the last sample is never kept.
 TEST_F(MetadataRecorderTest, DropsOnlyTrueDuplicates) {
     start();
     now = 1.0;
@@ -85,8 +86,20 @@ TEST_F(MetadataRecorderTest, DropsOnlyTrueDuplicates) {
     recorder.recordCursorPosition({0.501, 0.5}); // moved by 0.001 at the same time: kept
     EXPECT_EQ(recorder.bufferedCursorPositions(), 3u);
     now = 0.5;
-    recorder.recordCursorPosition({0.501, 0.5}); // time went backwards: counts as close
+    recorder.recordCursorPosition({0.501, 0.5}); // time went backwards: dropped
+    recorder.recordCursorPosition({0.9, 0.9});   // also when the pointer moved
     EXPECT_EQ(recorder.bufferedCursorPositions(), 3u);
+}
+
+// The order holds across a flush: the last kept sample is on disk, not in the buffer.
+TEST_F(MetadataRecorderTest, PositionsStayInTimeOrderAcrossAFlush) {
+    recorder.cursorFlushThreshold = 10;
+    start();
+    record(10);
+    ASSERT_EQ(recorder.bufferedCursorPositions(), 0u);
+    now = 0.1; // before the last sample, 0.3 s
+    recorder.recordCursorPosition({0.25, 0.75});
+    EXPECT_EQ(recorder.bufferedCursorPositions(), 0u);
 }
 
 // One flush at the threshold: 10,000 records of 24 bytes, owner-only, little-endian doubles.
