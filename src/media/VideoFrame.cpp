@@ -1,8 +1,13 @@
 #include "media/VideoFrame.h"
 
 #include <cstring>
+#include <mutex>
+#include <vector>
 
 #include "media/FFmpegHandles.h"
+#include "media/IdleBufferTrim.h"
+
+#include <sys/mman.h>
 
 namespace {
 // Rows aligned for the SIMD paths of the colour conversion.
@@ -69,25 +74,98 @@ VideoFrame VideoFrame::withTiming(MediaTime pts, MediaTime newDuration,
     return copy;
 }
 
-VideoFramePool::VideoFramePool(int width, int height)
+// Buffers are mapped pages of their own rather than heap blocks: the heap keeps large blocks it
+// is given back (its threshold for mapping them rises with every such block freed), so only
+// unmapping really returns a trimmed buffer's memory.
+struct VideoFramePool::Shelf {
+    Shelf(std::size_t bytes, std::chrono::milliseconds window) : bufferSize(bytes), trim(window) {}
+    ~Shelf() {
+        for (uint8_t* buffer : idle)
+            munmap(buffer, bufferSize);
+    }
+
+    uint8_t* take() {
+        std::lock_guard lock(mutex);
+        uint8_t* buffer = nullptr;
+        if (!idle.empty()) {
+            buffer = idle.back();
+            idle.pop_back();
+        } else {
+            void* mapped = mmap(nullptr, bufferSize, PROT_READ | PROT_WRITE,
+                                MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+            if (mapped == MAP_FAILED)
+                return nullptr;
+            buffer = static_cast<uint8_t*>(mapped);
+            ++allocated;
+        }
+        trim.noteTaken(idle.size());
+        trimIfDue();
+        return buffer;
+    }
+
+    void giveBack(uint8_t* buffer) {
+        std::lock_guard lock(mutex);
+        // The most recently used buffer goes out first: its pages are the likeliest in cache.
+        idle.push_back(buffer);
+        trimIfDue();
+    }
+
+    void trimIfDue() {
+        const std::size_t surplus = trim.surplus(idle.size());
+        // The longest idle sit at the front.
+        for (std::size_t i = 0; i < surplus; ++i)
+            munmap(idle[i], bufferSize);
+        idle.erase(idle.begin(), idle.begin() + std::ptrdiff_t(surplus));
+        allocated -= surplus;
+    }
+
+    const std::size_t bufferSize;
+    mutable std::mutex mutex;
+    std::vector<uint8_t*> idle;
+    std::size_t allocated = 0;
+    IdleBufferTrim trim;
+};
+
+namespace {
+// Each lent buffer keeps the shelf alive, so frames may outlive the pool.
+void returnToShelf(void* opaque, uint8_t* data) {
+    auto* shelf = static_cast<std::shared_ptr<VideoFramePool::Shelf>*>(opaque);
+    (*shelf)->giveBack(data);
+    delete shelf;
+}
+} // namespace
+
+VideoFramePool::VideoFramePool(int width, int height, std::chrono::milliseconds idleWindow)
     : m_width(width), m_height(height), m_stride(alignedStride(width)) {
     if (width > 0 && height > 0)
-        m_pool = av_buffer_pool_init(size_t(m_stride) * height + rowAlignment, nullptr);
+        m_shelf = std::make_shared<Shelf>(size_t(m_stride) * height + rowAlignment, idleWindow);
 }
 
-VideoFramePool::~VideoFramePool() {
-    av_buffer_pool_uninit(&m_pool);
+VideoFramePool::~VideoFramePool() = default;
+
+std::size_t VideoFramePool::heldBuffers() const {
+    if (!m_shelf)
+        return 0;
+    std::lock_guard lock(m_shelf->mutex);
+    return m_shelf->allocated;
 }
 
 VideoFrame VideoFramePool::makeFrame(MediaTime presentationTime, MediaTime duration) {
-    if (!m_pool)
+    if (!m_shelf)
         return {};
     AVFramePtr frame(av_frame_alloc());
     if (!frame)
         return {};
-    frame->buf[0] = av_buffer_pool_get(m_pool);
-    if (!frame->buf[0])
+    uint8_t* buffer = m_shelf->take();
+    if (!buffer)
         return {};
+    auto* owner = new std::shared_ptr<Shelf>(m_shelf);
+    frame->buf[0] = av_buffer_create(buffer, m_shelf->bufferSize, returnToShelf, owner, 0);
+    if (!frame->buf[0]) {
+        delete owner;
+        m_shelf->giveBack(buffer);
+        return {};
+    }
     frame->format = AV_PIX_FMT_BGRA;
     frame->width = m_width;
     frame->height = m_height;

@@ -2,11 +2,11 @@
 
 #include "core/time/MediaTime.h"
 
+#include <chrono>
 #include <cstdint>
 #include <memory>
 
 struct AVFrame;
-struct AVBufferPool;
 
 // How a captured frame relates to the screen: only complete frames carry new content.
 enum class FrameStatus { complete, idle, blank, suspended, started, stopped };
@@ -56,10 +56,12 @@ private:
 uint32_t quickFrameChecksum(const VideoFrame& frame);
 
 // Recycles BGRA frame buffers of one size, so capture at 60 frames/s allocates nothing once
-// warm. Thread-safe: frames may be taken on one thread and released on any.
+// warm. Thread-safe: frames may be taken on one thread and released on any, and may outlive the
+// pool. Buffers left idle through a whole `idleWindow` are given back (IdleBufferTrim).
 class VideoFramePool final {
 public:
-    VideoFramePool(int width, int height);
+    VideoFramePool(int width, int height,
+                   std::chrono::milliseconds idleWindow = std::chrono::seconds(2));
     ~VideoFramePool();
     VideoFramePool(const VideoFramePool&) = delete;
     VideoFramePool& operator=(const VideoFramePool&) = delete;
@@ -68,12 +70,14 @@ public:
     VideoFrame makeFrame(MediaTime presentationTime, MediaTime duration);
     int width() const { return m_width; }
     int height() const { return m_height; }
+    // Buffers the pool holds, lent out or idle.
+    std::size_t heldBuffers() const;
+
+    struct Shelf; // idle buffers, shared with the buffers lent out
 
 private:
     int m_width;
     int m_height;
     int m_stride;
-    // Frames hold references to the pool's buffers; av_buffer_pool_uninit frees the pool only
-    // when the last of them is returned, so frames may outlive this object.
-    AVBufferPool* m_pool = nullptr;
+    std::shared_ptr<Shelf> m_shelf;
 };

@@ -1,10 +1,14 @@
 #include "media/VideoFrame.h"
 
 #include "media/FFmpegHandles.h"
+#include "media/IdleBufferTrim.h"
 
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <cstring>
+#include <thread>
+#include <vector>
 
 TEST(VideoFrame, NewTimingSharesThePixels) {
     VideoFrame frame = VideoFrame::allocate(64, 32, MediaTime::make(1, 1), MediaTime::make(1, 60));
@@ -42,6 +46,31 @@ TEST(VideoFrame, PoolRecyclesBuffersAndFramesMayOutliveIt) {
     // (ASan/valgrind).
     std::fill_n(survivor.mutableBytes(), size_t(survivor.bytesPerRow()) * 240, uint8_t(7));
     EXPECT_EQ(survivor.bytes()[survivor.bytesPerRow() * 239], 7);
+}
+
+// After a burst, buffers left unused for a whole window go back to the system but for a few
+// spares; a pool in steady use keeps what it uses.
+TEST(VideoFrame, PoolGivesBackWhatABurstLeftUnused) {
+    using namespace std::chrono_literals;
+    constexpr auto window = 40ms;
+    VideoFramePool pool(640, 360, window);
+    {
+        std::vector<VideoFrame> burst;
+        for (int i = 0; i < 10; ++i)
+            burst.push_back(pool.makeFrame(MediaTime::zero(), MediaTime::make(1, 60)));
+        EXPECT_EQ(pool.heldBuffers(), 10u);
+    }
+    EXPECT_EQ(pool.heldBuffers(), 10u); // returned, not yet known to be surplus
+    // Steady use of three frames at a time through two quiet windows.
+    for (int round = 0; round < 3; ++round) {
+        std::this_thread::sleep_for(window + 10ms);
+        std::vector<VideoFrame> inUse;
+        for (int i = 0; i < 3; ++i)
+            inUse.push_back(pool.makeFrame(MediaTime::zero(), MediaTime::make(1, 60)));
+        std::fill_n(inUse.back().mutableBytes(), 640 * 4 * 360, uint8_t(1));
+    }
+    EXPECT_LE(pool.heldBuffers(), 3u + IdleBufferTrim::spareBuffers);
+    EXPECT_GE(pool.heldBuffers(), 3u);
 }
 
 TEST(VideoFrame, BadSizesGiveNullFrames) {

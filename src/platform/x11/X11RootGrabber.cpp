@@ -2,6 +2,9 @@
 
 #include "media/FFmpegHandles.h"
 
+#include "media/IdleBufferTrim.h"
+
+#include <algorithm>
 #include <cstdlib>
 #include <mutex>
 #include <optional>
@@ -9,20 +12,26 @@
 
 // Shared memory segments of one frame each, lent out as frame buffers. A buffer comes back to
 // the free list when the last reference to its frame goes, on whichever thread that is; the
-// memory stays mapped until both the grabber and every frame have let go.
+// memory stays mapped until both the grabber and every frame have let go. Segments idle through
+// a whole window are given back (IdleBufferTrim); their places stay empty until needed again.
 struct X11RootGrabber::FrameSegments {
+    explicit FrameSegments(std::chrono::milliseconds idleWindow) : trim(idleWindow) {}
+
     std::mutex mutex;
-    std::vector<SharedMemoryMapping> memory;
-    std::vector<int> free; // most recently returned last, so few buffers stay warm
+    std::vector<SharedMemoryMapping> memory; // empty where a segment was given back
+    std::vector<int> free;                   // most recently returned last, so few stay warm
     size_t size = 0;
+    IdleBufferTrim trim;
 
     // A free segment's index, or -1.
     int takeFree() {
         std::lock_guard lock(mutex);
-        if (free.empty())
-            return -1;
-        const int index = free.back();
-        free.pop_back();
+        int index = -1;
+        if (!free.empty()) {
+            index = free.back();
+            free.pop_back();
+        }
+        trim.noteTaken(free.size());
         return index;
     }
     void giveBack(int index) {
@@ -35,8 +44,26 @@ struct X11RootGrabber::FrameSegments {
     }
     int add(SharedMemoryMapping segment) {
         std::lock_guard lock(mutex);
+        const auto hole = std::find(memory.begin(), memory.end(), nullptr);
+        if (hole != memory.end()) {
+            *hole = std::move(segment);
+            return int(hole - memory.begin());
+        }
         memory.push_back(std::move(segment));
         return int(memory.size()) - 1;
+    }
+    // The segments idle for a window, taken off the free list, the longest idle first. The
+    // caller detaches the server first and then lets go of the memory (`release`).
+    std::vector<int> takeSurplus() {
+        std::lock_guard lock(mutex);
+        const auto surplus = std::ptrdiff_t(trim.surplus(free.size()));
+        std::vector<int> taken(free.begin(), free.begin() + surplus);
+        free.erase(free.begin(), free.begin() + surplus);
+        return taken;
+    }
+    void release(int index) {
+        std::lock_guard lock(mutex);
+        memory[size_t(index)].reset();
     }
 };
 
@@ -49,8 +76,9 @@ struct LentSegment {
 
 } // namespace
 
-X11RootGrabber::X11RootGrabber(xcb_connection_t* connection, xcb_window_t root, X11Rect source)
-    : m_connection(connection), m_root(root), m_source(source) {
+X11RootGrabber::X11RootGrabber(xcb_connection_t* connection, xcb_window_t root, X11Rect source,
+                               std::chrono::milliseconds idleWindow)
+    : m_connection(connection), m_root(root), m_source(source), m_idleWindow(idleWindow) {
     // TAVELQUISTON_NO_SHM forces the fallback, for tests of the path remote servers take.
     if (!std::getenv("TAVELQUISTON_NO_SHM"))
         attachSharedMemory();
@@ -83,15 +111,21 @@ VideoFrame X11RootGrabber::grabFrame(MediaTime presentationTime, MediaTime durat
     if (!m_shared)
         return {};
     if (!m_frameSegments) {
-        m_frameSegments = std::make_shared<FrameSegments>();
+        m_frameSegments = std::make_shared<FrameSegments>(m_idleWindow);
         m_frameSegments->size = size_t(m_source.width) * size_t(m_source.height) * 4;
     }
     int index = m_frameSegments->takeFree();
-    if (index < 0 && int(m_frameAttachments.size()) < maxFrameSegments) {
+    if (index < 0 && frameSegmentCount() < size_t(maxFrameSegments)) {
         if (auto segment = attachSegment(m_frameSegments->size)) {
             index = m_frameSegments->add(std::move(segment->memory));
-            m_frameAttachments.push_back(std::move(segment->attachment));
+            if (size_t(index) >= m_frameAttachments.size())
+                m_frameAttachments.resize(size_t(index) + 1);
+            m_frameAttachments[size_t(index)] = std::move(segment->attachment);
         }
+    }
+    for (const int surplus : m_frameSegments->takeSurplus()) {
+        m_frameAttachments[size_t(surplus)].reset();
+        m_frameSegments->release(surplus);
     }
     if (index < 0)
         return {};
@@ -127,6 +161,11 @@ VideoFrame X11RootGrabber::grabFrame(MediaTime presentationTime, MediaTime durat
     frame->height = m_source.height;
     frame->format = AV_PIX_FMT_BGR0;
     return VideoFrame::adopt(frame.release(), presentationTime, duration);
+}
+
+size_t X11RootGrabber::frameSegmentCount() const {
+    return size_t(std::count_if(m_frameAttachments.begin(), m_frameAttachments.end(),
+                                [](const X11ShmSegment& segment) { return bool(segment); }));
 }
 
 bool X11RootGrabber::attachSharedMemory() {

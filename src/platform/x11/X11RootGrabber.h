@@ -4,6 +4,7 @@
 #include "platform/x11/X11Coordinates.h"
 #include "platform/x11/X11Handles.h"
 
+#include <chrono>
 #include <cstdint>
 #include <memory>
 #include <optional>
@@ -14,7 +15,9 @@
 // Used by one thread at a time.
 class X11RootGrabber final {
 public:
-    X11RootGrabber(xcb_connection_t* connection, xcb_window_t root, X11Rect source);
+    // Frame buffers idle through a whole `idleWindow` are given back to the system.
+    X11RootGrabber(xcb_connection_t* connection, xcb_window_t root, X11Rect source,
+                   std::chrono::milliseconds idleWindow = std::chrono::seconds(2));
     ~X11RootGrabber();
     X11RootGrabber(const X11RootGrabber&) = delete;
     X11RootGrabber& operator=(const X11RootGrabber&) = delete;
@@ -39,6 +42,8 @@ public:
 
     // How many frame buffers the server may write into; each is made when first needed.
     static constexpr int maxFrameSegments = 16;
+    // The frame buffers there are now, lent out or free.
+    size_t frameSegmentCount() const;
 
     struct FrameSegments; // defined where used
 
@@ -67,5 +72,6 @@ private:
     // grabber; the server's attachments of the same segments, index for index, are the
     // grabber's alone.
     std::shared_ptr<FrameSegments> m_frameSegments;
-    std::vector<X11ShmSegment> m_frameAttachments;
+    std::vector<X11ShmSegment> m_frameAttachments; // empty where a segment was given back
+    std::chrono::milliseconds m_idleWindow;
 };

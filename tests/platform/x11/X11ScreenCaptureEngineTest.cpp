@@ -1,6 +1,7 @@
 #include "platform/x11/X11ScreenCaptureEngine.h"
 
 #include "core/model/RecordingError.h"
+#include "media/IdleBufferTrim.h"
 #include "media/VideoFrame.h"
 #include "platform/x11/X11Connection.h"
 #include "platform/x11/X11RootGrabber.h"
@@ -216,6 +217,40 @@ TEST(X11ScreenCaptureEngineTest, FramesHeldDownstreamNeverStallTheCapture) {
     for (size_t i = X11RootGrabber::maxFrameSegments; i < pastAllBuffers; ++i)
         EXPECT_FALSE(direct[i]) << "frame " << i << " while every buffer was held";
     EXPECT_TRUE(direct.back()) << "buffers given back are not used again";
+}
+
+// After a burst that held many buffers, those left idle through a whole window are given back
+// to the system but for a few spares, and grabbing goes on into the ones kept or made anew.
+TEST(X11ScreenCaptureEngineTest, BuffersABurstLeftIdleAreGivenBack) {
+    REQUIRE_XVFB(smallScreen());
+    XvfbSession session(smallScreen());
+    ASSERT_TRUE(session.isReady()) << session.error();
+    X11Connection connection;
+    constexpr auto window = 40ms;
+    X11RootGrabber grabber(connection.get(), connection.root(), X11Rect{0, 0, 64, 48}, window);
+    const auto grab = [&] { return grabber.grabFrame(MediaTime::zero(), MediaTime::make(1, 30)); };
+    {
+        std::vector<VideoFrame> burst;
+        for (int i = 0; i < 10; ++i)
+            burst.push_back(grab());
+        ASSERT_FALSE(burst.back().isNull()) << "no shared memory";
+        EXPECT_EQ(grabber.frameSegmentCount(), 10u);
+    }
+    for (int round = 0; round < 3; ++round) {
+        std::this_thread::sleep_for(window + 10ms);
+        std::vector<VideoFrame> inUse;
+        for (int i = 0; i < 3; ++i) {
+            inUse.push_back(grab());
+            ASSERT_FALSE(inUse.back().isNull()) << "round " << round;
+        }
+    }
+    EXPECT_LE(grabber.frameSegmentCount(), 3u + IdleBufferTrim::spareBuffers);
+    // A new burst fills the places given back.
+    std::vector<VideoFrame> again;
+    for (int i = 0; i < 8; ++i)
+        again.push_back(grab());
+    EXPECT_FALSE(again.back().isNull());
+    EXPECT_EQ(grabber.frameSegmentCount(), 8u);
 }
 
 // A still screen gives its first frame and then idle ticks, with a repeat only twice a second.
