@@ -133,29 +133,30 @@ QCoro::Task<void> RecordingCoordinator::prepareRecording(RecordingMode mode,
 
 void RecordingCoordinator::configureHandlers(const RecordingMode& mode,
                                              const RecordingConfiguration& configuration) {
+    // The engines report on the main thread, possibly after this coordinator has gone.
     QPointer<RecordingCoordinator> self(this);
-    m_engines.connect(mode, configuration, m_isPaused, m_recovery,
-                      RecordingEngines::Events{[self](const QString& phase) {
-                                                   if (self)
-                                                       self->markStartupPhase(phase);
-                                               },
-                                               [self] {
-                                                   if (self)
-                                                       self->finishStartupTrace(QStringLiteral(
-                                                           "firstVideoFrameAppended"));
-                                               },
-                                               [self] {
-                                                   if (self)
-                                                       self->m_recovery.takeDowntime();
-                                               },
-                                               [self] {
-                                                   if (self)
-                                                       self->handleMediaWriterFailureIfNeeded();
-                                               },
-                                               [self](const StreamError& error) {
-                                                   if (self)
-                                                       self->handleStreamInterruption(error);
-                                               }});
+    RecordingEngines::Events events;
+    events.startupPhase = [self](const QString& phase) {
+        if (self)
+            self->markStartupPhase(phase);
+    };
+    events.firstVideoFrameAppended = [self] {
+        if (self)
+            self->finishStartupTrace(QStringLiteral("firstVideoFrameAppended"));
+    };
+    events.outageEnded = [self] {
+        if (self)
+            self->m_recovery.takeDowntime();
+    };
+    events.writerFailed = [self] {
+        if (self)
+            self->handleMediaWriterFailureIfNeeded();
+    };
+    events.streamInterrupted = [self](const StreamError& error) {
+        if (self)
+            self->handleStreamInterruption(error);
+    };
+    m_engines.connect(mode, configuration, m_isPaused, m_recovery, std::move(events));
 }
 
 void RecordingCoordinator::stopPrewarmedCamera() {
