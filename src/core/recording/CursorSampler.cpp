@@ -5,9 +5,11 @@
 #include "core/model/StudioRecordingConfiguration.h"
 #include "core/recording/CustomCursorSettings.h"
 #include "core/recording/RecordingClock.h"
+#include "core/recording/RecordingStartupTrace.h"
 #include "core/recording/engines/CursorOverlayController.h"
 #include "core/recording/engines/MetadataRecorderEngine.h"
 #include "core/recording/engines/ZoomRenderer.h"
+#include "core/settings/UserDefaults.h"
 #include "core/support/Log.h"
 #include "core/support/TimerManager.h"
 
@@ -42,6 +44,21 @@ bool CursorSampler::isUsable(const std::optional<Rect>& rect) {
 Point CursorSampler::normalizedBottomLeft(Point p, const Rect& rect) {
     return Point{std::clamp((p.x - rect.minX()) / rect.width(), 0.0, 1.0),
                  std::clamp((p.y - rect.minY()) / rect.height(), 0.0, 1.0)};
+}
+
+void CursorSampler::start(const RecordingConfiguration& configuration, const UserDefaults& defaults,
+                          const std::optional<QDateTime>& startTime, RecordingStartupTrace& trace) {
+    logLine("🔍 Checking MetadataRecorder...");
+    if (MetadataRecorderEngine* metadata = m_hooks.metadataRecorder(); metadata && startTime) {
+        trace.phase(QStringLiteral("metadataRecorder.start"), [&] {
+            metadata->startRecording(*startTime);
+            metadata->setTimeProvider(m_hooks.timestamp);
+        });
+        configure(configuration.studioConfig, defaults.enableSmartAutoClickZoom(), true);
+    } else {
+        logLine("⚠️ MetadataRecorder is nil - cannot start recording metadata");
+    }
+    startMonitoring(configuration, defaults);
 }
 
 void CursorSampler::configure(const std::optional<StudioRecordingConfiguration>& studio,

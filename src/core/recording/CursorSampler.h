@@ -3,6 +3,7 @@
 #include "core/geometry/Rect.h"
 #include "core/recording/SmartClickZoom.h"
 
+#include <QDateTime>
 #include <QString>
 
 #include <functional>
@@ -13,6 +14,7 @@ class CursorOverlayController;
 class MetadataRecorderEngine;
 class RecordingClock;
 struct RecordingConfiguration;
+class RecordingStartupTrace;
 struct StudioRecordingConfiguration;
 class UserDefaults;
 class ZoomRenderer;
@@ -46,6 +48,11 @@ public:
     CursorSampler(const CursorSampler&) = delete;
     CursorSampler& operator=(const CursorSampler&) = delete;
 
+    // At the start of a recording: the metadata recorder starts at `startTime` and stamps its
+    // events with the hooks' timestamp, the clicks are configured for it, then the pointer is
+    // monitored as startMonitoring() says.
+    void start(const RecordingConfiguration& configuration, const UserDefaults& defaults,
+               const std::optional<QDateTime>& startTime, RecordingStartupTrace& trace);
     // Reads the click-to-zoom settings and installs the monitor's click and move handlers.
     void configure(const std::optional<StudioRecordingConfiguration>& studio,
                    bool smartAutoClickZoomEnabled, bool recorderExists);

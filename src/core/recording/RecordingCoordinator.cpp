@@ -6,6 +6,7 @@
 #include "core/recording/RecordingCountdown.h"
 #include "core/recording/RecordingFramePath.h"
 #include "core/recording/RecordingOutputFinisher.h"
+#include "core/recording/RecordingSurfaces.h"
 #include "core/recording/engines/AudioCaptureEngine.h"
 #include "core/recording/engines/AudioOnlyRecorder.h"
 #include "core/recording/engines/CameraCaptureEngine.h"
@@ -15,19 +16,11 @@
 #include "core/recording/engines/MetadataRecorderEngine.h"
 #include "core/recording/engines/RecordingEngineFactory.h"
 #include "core/recording/engines/iOSDeviceCaptureEngine.h"
-#include "core/recording/surfaces/FloatingRecordingPanelController.h"
-#include "core/recording/surfaces/StatusBarController.h"
 #include "core/settings/UserDefaults.h"
-#include "core/support/ErrorReporter.h"
 #include "core/support/Formatters.h"
 #include "core/support/KeyboardShortcutHandler.h"
 #include "core/support/Log.h"
-#include "core/support/NotificationManager.h"
-#include "core/support/ScreenRecordingPermission.h"
-#include "core/support/SleepPreventer.h"
 
-#include <QCoreApplication>
-#include <QFileInfo>
 #include <QPointer>
 
 RecordingCoordinator::RecordingCoordinator(RecordingServices services, QObject* parent)
@@ -43,12 +36,31 @@ RecordingCoordinator::RecordingCoordinator(RecordingServices services, QObject* 
                                              if (m_engines.framePath())
                                                  m_engines.framePath()->rearmPump();
                                          }}),
+      m_surfaces(*m_services.statusBar, *m_services.panel, *m_services.sleepPreventer),
       m_timers(m_clock), m_validator(m_services.availableDiskSpace),
       m_trace(m_clock, *m_services.startupLogDirectory),
       m_preparation(*m_services.engines, m_defaults),
       m_contentCache(*m_services.engines, m_clock, m_trace),
+      m_preparationSteps(*m_services.engines, m_validator, m_contentCache, m_trace, m_preparation),
       m_cursorVisibility(*m_services.cursorHider),
       m_cursorOverlayController(m_services.engines->makeCursorOverlayController()),
+      m_cursorSampler(std::make_unique<CursorSampler>(
+          *m_cursorOverlayController, m_clock,
+          CursorSampler::Hooks{[this] {
+                                   return m_engines.screen()
+                                              ? m_engines.screen()->captureRectInScreenSpace()
+                                              : std::nullopt;
+                               },
+                               [this] { return metadataTimestamp(); },
+                               [this] { return m_recordingState.isRecording(); },
+                               [this] { return m_recordingState.displayName(); },
+                               [this] { return isPaused(); },
+                               [this] {
+                                   return m_recovery.isRecovering() ||
+                                          m_recovery.isAwaitingRestartFirstFrame().load();
+                               },
+                               [this] { return m_engines.metadataRecorder(); },
+                               [this] { return m_engines.zoomRenderer(); }})),
       m_engines(*m_services.engines,
                 [this](const std::optional<QString>& name) { return resolveCameraDevice(name); }),
       m_systemEvents(
@@ -57,24 +69,12 @@ RecordingCoordinator::RecordingCoordinator(RecordingServices services, QObject* 
                                           return m_recordingState.is<RecordingState::Recording>() &&
                                                  !m_isStoppingRecording;
                                       },
-                                      [this] { pauseRecording(); }}) {
-    m_cursorSampler = std::make_unique<CursorSampler>(
-        *m_cursorOverlayController, m_clock,
-        CursorSampler::Hooks{
-            [this] {
-                return m_engines.screen() ? m_engines.screen()->captureRectInScreenSpace()
-                                          : std::nullopt;
-            },
-            [this] { return metadataTimestamp(); },
-            [this] { return m_recordingState.isRecording(); },
-            [this] { return m_recordingState.displayName(); }, [this] { return isPaused(); },
-            [this] {
-                return m_recovery.isRecovering() || m_recovery.isAwaitingRestartFirstFrame().load();
-            },
-            [this] { return m_engines.metadataRecorder(); },
-            [this] { return m_engines.zoomRenderer(); }});
+                                      [this] { pauseRecording(); }}),
+      m_deviceRecording(*m_services.notifications),
+      m_shutdown({m_engines, m_timers, m_systemEvents, m_recovery, *m_cursorSampler,
+                  m_cursorVisibility, m_surfaces, *m_services.resultOpener}) {
     setupKeyboardShortcuts();
-    setupTerminationHandler();
+    m_cursorVisibility.setupTerminationHandler();
 }
 
 RecordingCoordinator::~RecordingCoordinator() {
@@ -101,10 +101,6 @@ void RecordingCoordinator::setCountdownValue(int value) {
     emit countdownValueChanged();
 }
 
-void RecordingCoordinator::beginStartupTrace(const QString& source) {
-    m_trace.begin(source);
-}
-
 // MARK: preparation
 
 QCoro::Task<void> RecordingCoordinator::prepareRecording(RecordingMode mode,
@@ -120,46 +116,14 @@ QCoro::Task<void> RecordingCoordinator::prepareRecording(RecordingMode mode,
     setRecordingState(RecordingState::preparing());
     m_configuration = configuration;
 
-    m_trace.phase(QStringLiteral("validateConfiguration"),
-                  [&] { validateConfiguration(configuration); });
-    m_trace.phase(QStringLiteral("storageValidation"), [&] {
-        checkDiskSpace(configuration.outputDirectory);
-        validateOutputDirectory(configuration.outputDirectory);
-    });
-
-    if (mode.hasVideo()) {
-        markStartupPhase(QStringLiteral("shareableContent.resolve.begin"));
-        co_await loadShareableContent(false, true);
-        if (!self)
-            co_return;
-        markStartupPhase(QStringLiteral("shareableContent.resolve.end"));
-    }
-
-    // A successful content load has proven the screen permission already.
-    markStartupPhase(QStringLiteral("checkPermissions.begin"));
     // Calls whose arguments need destroying are made before the co_await: g++ 12 destroys such
     // temporaries of an awaited expression twice.
-    QCoro::Task<void> permissions = checkPermissions(mode, configuration, mode.hasVideo());
-    co_await permissions;
+    QCoro::Task<std::optional<RecordingPreparation::Result>> steps = m_preparationSteps.run(
+        mode, configuration, m_engines.camera(), [self] { return !self.isNull(); });
+    std::optional<RecordingPreparation::Result> result = co_await steps;
     if (!self)
         co_return;
-    markStartupPhase(QStringLiteral("checkPermissions.end"));
-
-    markStartupPhase(QStringLiteral("prepareEngines.begin"));
-    QCoro::Task<RecordingPreparation::Result> preparation =
-        m_preparation.prepareEngines(mode, configuration, m_contentCache.cachedShareableContent(),
-                                     m_engines.camera().engine(), m_engines.camera().deviceName());
-    RecordingPreparation::Result result = co_await preparation;
-    if (!self)
-        co_return;
-    markStartupPhase(QStringLiteral("prepareEngines.end"));
-    for (const RecordingPreparationTiming& timing : result.preparationTimings)
-        markStartupPhase(QString::fromStdString(fmt::format("prepare.{} {:.1f}ms total {:.1f}ms",
-                                                            timing.name.toStdString(),
-                                                            timing.deltaMs, timing.totalMs)));
-    if (result.shareableContent)
-        m_contentCache.store(*result.shareableContent);
-    m_engines.adopt(std::move(result));
+    m_engines.adopt(std::move(*result));
 
     markStartupPhase(QStringLiteral("configureHandlers.begin"));
     configureHandlers(mode, configuration);
@@ -169,57 +133,30 @@ QCoro::Task<void> RecordingCoordinator::prepareRecording(RecordingMode mode,
 
 void RecordingCoordinator::configureHandlers(const RecordingMode& mode,
                                              const RecordingConfiguration& configuration) {
+    // The engines report on the main thread, possibly after this coordinator has gone.
     QPointer<RecordingCoordinator> self(this);
-    m_engines.connect(mode, configuration, m_isPaused, m_recovery,
-                      RecordingEngines::Events{[self](const QString& phase) {
-                                                   if (self)
-                                                       self->markStartupPhase(phase);
-                                               },
-                                               [self] {
-                                                   if (self)
-                                                       self->finishStartupTrace(QStringLiteral(
-                                                           "firstVideoFrameAppended"));
-                                               },
-                                               [self] {
-                                                   if (self)
-                                                       self->m_recovery.takeDowntime();
-                                               },
-                                               [self] {
-                                                   if (self)
-                                                       self->handleMediaWriterFailureIfNeeded();
-                                               },
-                                               [self](const StreamError& error) {
-                                                   if (self)
-                                                       self->handleStreamInterruption(error);
-                                               }});
-}
-
-QCoro::Task<SCShareableContent>
-RecordingCoordinator::loadShareableContent(bool force, bool promptForPermission) {
-    return m_contentCache.loadShareableContent(force, promptForPermission);
-}
-
-QCoro::Task<std::optional<SCDisplay>> RecordingCoordinator::resolvePrimaryDisplay() {
-    // The platform lists the primary display first.
-    const SCShareableContent content = co_await loadShareableContent(false, true);
-    if (content.displays.empty())
-        co_return std::nullopt;
-    co_return content.displays.front();
-}
-
-QCoro::Task<void> RecordingCoordinator::checkPermissions(RecordingMode mode,
-                                                         RecordingConfiguration configuration,
-                                                         bool screenPermissionAlreadyResolved) {
-    if (mode.hasVideo() && !screenPermissionAlreadyResolved)
-        co_await ScreenRecordingPermission::ensureAuthorized(true);
-    // The camera is asked for by its own engine when it opens.
-    if (configuration.recordMicrophone && !m_services.engines->requestMicrophoneAccess())
-        throw RecordingError::permissionDenied(PermissionType::microphone);
-}
-
-std::optional<AVCaptureDevice>
-RecordingCoordinator::resolveCameraDevice(const std::optional<QString>& name) const {
-    return m_preparation.resolveCameraDevice(name);
+    RecordingEngines::Events events;
+    events.startupPhase = [self](const QString& phase) {
+        if (self)
+            self->markStartupPhase(phase);
+    };
+    events.firstVideoFrameAppended = [self] {
+        if (self)
+            self->finishStartupTrace(QStringLiteral("firstVideoFrameAppended"));
+    };
+    events.outageEnded = [self] {
+        if (self)
+            self->m_recovery.takeDowntime();
+    };
+    events.writerFailed = [self] {
+        if (self)
+            self->handleMediaWriterFailureIfNeeded();
+    };
+    events.streamInterrupted = [self](const StreamError& error) {
+        if (self)
+            self->handleStreamInterruption(error);
+    };
+    m_engines.connect(mode, configuration, m_isPaused, m_recovery, std::move(events));
 }
 
 void RecordingCoordinator::stopPrewarmedCamera() {
@@ -233,7 +170,7 @@ void RecordingCoordinator::cancelPreparation() {
         !m_recordingState.is<RecordingState::Preparing>())
         return;
     // A prepared writer has its file open already; nothing recorded, so nothing may stay.
-    discardOutputs();
+    m_shutdown.discardOutputs();
     m_configuration.reset();
     setRecordingState(RecordingState::idle());
 }
@@ -273,30 +210,14 @@ QCoro::Task<void> RecordingCoordinator::startRecording() {
     setRecordingState(RecordingState::recording(now));
     resetSmartClickZoomState();
 
-    m_services.statusBar->showRecordingControls(*this);
-    m_services.panel->show(*this);
+    m_surfaces.showRecording(*this);
     markStartupPhase(QStringLiteral("recordingPanel.show"));
     // Let the panel draw before capture takes the machine's attention.
     co_await m_clock.sleep(0.0);
     if (!self)
         co_return;
 
-    logLine("🔍 Checking MetadataRecorder...");
-    if (MetadataRecorderEngine* metadata = m_engines.metadataRecorder();
-        metadata && m_timekeeper.startTime()) {
-        m_trace.phase(QStringLiteral("metadataRecorder.start"), [&] {
-            metadata->startRecording(*m_timekeeper.startTime());
-            metadata->setTimeProvider([self]() -> std::optional<double> {
-                return self ? self->metadataTimestamp() : std::nullopt;
-            });
-        });
-        m_cursorSampler->configure(configuration.studioConfig,
-                                   m_defaults.enableSmartAutoClickZoom(), true);
-    } else {
-        logLine("⚠️ MetadataRecorder is nil - cannot start recording metadata");
-    }
-
-    m_cursorSampler->startMonitoring(configuration, m_defaults);
+    m_cursorSampler->start(configuration, m_defaults, m_timekeeper.startTime(), m_trace);
     m_services.shortcuts->startMonitoring();
 
     // A failing engine leaves the state at `recording` on purpose: Stop cleans up from there.
@@ -323,7 +244,7 @@ QCoro::Task<void> RecordingCoordinator::startRecording() {
     startDurationTimer();
     startAutoStopTimer(configuration.autoStopMinutes);
     if (configuration.preventSleep)
-        m_services.sleepPreventer->preventSleep(QStringLiteral("Screen recording in progress"));
+        m_surfaces.preventSleep();
 }
 
 // MARK: pause and resume
@@ -350,50 +271,20 @@ void RecordingCoordinator::resumeRecording() {
     const RecordingTimekeeper::Resumption resumption =
         m_timekeeper.resume(paused->pauseTime, paused->elapsed, m_clock.now());
     // The writers subtract their offset from every later sample, so the file has no gap.
-    const MediaTime offset = MediaTime::fromSeconds(resumption.pauseDuration, 600);
-    if (MediaWriterEngine* writer = m_engines.screenWriter())
-        writer->addTimeOffset(offset);
-    if (m_engines.camera().engine())
-        m_engines.camera().engine()->addTimeOffset(offset);
+    m_engines.addTimeOffset(MediaTime::fromSeconds(resumption.pauseDuration, 600));
     setRecordingState(RecordingState::recording(resumption.stateStartTime));
     setIsPaused(false);
     showPaused(false);
     startDurationTimer();
 }
 
-void RecordingCoordinator::hideSurfaces() {
-    if (m_configuration && m_configuration->preventSleep)
-        m_services.sleepPreventer->allowSleep();
-    m_services.statusBar->hideRecordingControls();
-    m_services.panel->hide();
-}
-
 void RecordingCoordinator::showPaused(bool paused) {
     if (m_engines.camera().engine())
         m_engines.camera().engine()->setRecordingPaused(paused);
-    m_services.statusBar->updatePauseState(paused);
-    m_services.panel->setPaused(paused);
+    m_surfaces.showPaused(paused);
 }
 
 // MARK: stop
-
-void RecordingCoordinator::invalidateRecordingTimers() {
-    m_timers.invalidateAll();
-}
-
-void RecordingCoordinator::resetFramePathState() {
-    if (m_engines.framePath())
-        m_engines.framePath()->stopPump();
-}
-
-QCoro::Task<void> RecordingCoordinator::stopMonitoringAndCapture() {
-    QPointer<RecordingCoordinator> self(this);
-    m_cursorSampler->stopMonitoring();
-    showCursor();
-    // Made before the co_await: g++ 12 destroys an awaited expression's temporaries twice.
-    QCoro::Task<void> stopping = m_engines.stopCapture([self] { return !self.isNull(); });
-    co_await stopping;
-}
 
 QCoro::Task<void> RecordingCoordinator::stopRecording() {
     QPointer<RecordingCoordinator> self(this);
@@ -405,42 +296,25 @@ QCoro::Task<void> RecordingCoordinator::stopRecording() {
     m_isStoppingRecording = true;
     removeSystemEventObservers();
     setRecordingState(RecordingState::finalizing());
-    invalidateRecordingTimers();
-    resetFramePathState();
 
-    co_await stopMonitoringAndCapture();
-    if (!self)
-        co_return;
-
-    QCoro::Task<QString> finishing =
-        m_engines.finishOutputs(m_configuration, m_recordingDuration, generateOutputURL(),
-                                [self] { return !self.isNull(); });
+    QCoro::Task<QString> finishing = m_shutdown.finish(
+        m_configuration, m_recordingDuration, [this] { return generateOutputURL(); },
+        [self] { return !self.isNull(); });
     const QString resultURL = co_await finishing;
     if (!self)
         co_return;
-    if (MetadataRecorderEngine* metadata = m_engines.metadataRecorder())
-        RecordingOutputFinisher::saveMetadata(
-            *metadata, m_recordingDuration,
-            RecordingOutputFinisher::metadataURL(resultURL, m_engines.recordingPackage()));
 
     hideSurfaces();
     setRecordingState(RecordingState::completed(resultURL));
-    const RecordingOutputFinisher::Result result = RecordingOutputFinisher::describeResult(
-        resultURL, m_configuration, bool(m_engines.layerRecordingManager()),
-        bool(m_engines.metadataRecorder()), m_defaults);
+    const RecordingOutputFinisher::Result result =
+        m_shutdown.describeResult(resultURL, m_configuration, m_defaults);
 
     // The engines stay until the next preparation replaces them.
     resetTiming();
     m_configuration.reset();
     returnToIdleShortly();
     QMetaObject::invokeMethod(
-        this,
-        [this, result] {
-            RecordingOutputFinisher::openResult(*m_services.resultOpener, result.url,
-                                                m_engines.recordingPackage(), result.wasAudioOnly,
-                                                result.hasStudioFeatures, result.shouldOpenTrimmer);
-        },
-        Qt::QueuedConnection);
+        this, [this, result] { m_shutdown.openResult(result); }, Qt::QueuedConnection);
 }
 
 void RecordingCoordinator::returnToIdleShortly() {
@@ -461,11 +335,6 @@ void RecordingCoordinator::resetTiming() {
     setIsPaused(false);
 }
 
-void RecordingCoordinator::discardOutputs() {
-    m_engines.discardOutputs();
-    resetSmartClickZoomState();
-}
-
 void RecordingCoordinator::resetSmartClickZoomState() {
     m_cursorSampler->smartClickZoom().resetSmartClickZoomState();
 }
@@ -473,32 +342,14 @@ void RecordingCoordinator::resetSmartClickZoomState() {
 QCoro::Task<void> RecordingCoordinator::cleanupAfterError() {
     QPointer<RecordingCoordinator> self(this);
     m_isCleaningUp = true;
-    invalidateRecordingTimers();
-    removeSystemEventObservers();
-    m_recovery.reset();
-    if (m_engines.framePath())
-        m_engines.framePath()->stopPump();
-    hideSurfaces();
-    co_await stopMonitoringAndCapture();
+    QCoro::Task<void> releasing = m_shutdown.releaseAfterError(
+        m_configuration && m_configuration->preventSleep, [self] { return !self.isNull(); });
+    co_await releasing;
     if (!self)
         co_return;
-    co_await salvageOutputs();
-    if (!self)
-        co_return;
-    discardOutputs();
     resetTiming();
     m_configuration.reset();
     m_isCleaningUp = false;
-}
-
-QCoro::Task<void> RecordingCoordinator::salvageOutputs() {
-    QPointer<RecordingCoordinator> self(this);
-    m_salvagedURL.reset();
-    QCoro::Task<std::optional<QString>> salvaging = m_engines.salvage(
-        currentVideoTimelineTimestamp().value_or(0.0), [self] { return !self.isNull(); });
-    std::optional<QString> kept = co_await salvaging;
-    if (self)
-        m_salvagedURL = std::move(kept);
 }
 
 void RecordingCoordinator::acknowledgeFailure() {
@@ -514,13 +365,8 @@ QCoro::Task<void> RecordingCoordinator::handleStreamInterruption(StreamError err
         co_return;
     setRecordingState(RecordingState::failed(RecordingError::streamInterrupted()));
     co_await cleanupAfterError();
-    if (!self)
-        co_return;
-    ErrorReporter::shared().showAlert(
-        QStringLiteral("Recording Interrupted"),
-        QStringLiteral(
-            "The screen capture was interrupted unexpectedly and could not be restarted.") +
-            RecordingOutputFinisher::salvageNotice(m_salvagedURL));
+    if (self)
+        m_shutdown.alertStreamInterrupted();
 }
 
 QCoro::Task<void> RecordingCoordinator::handleMediaWriterFailureIfNeeded() {
@@ -533,33 +379,14 @@ QCoro::Task<void> RecordingCoordinator::handleMediaWriterFailureIfNeeded() {
     const RecordingError error = RecordingError::fileWriteError(underlying);
     setRecordingState(RecordingState::failed(error));
     co_await cleanupAfterError();
-    if (!self)
-        co_return;
-    if (m_salvagedURL)
-        ErrorReporter::shared().showAlert(
-            QStringLiteral("Recording Failed"),
-            error.errorDescription() + RecordingOutputFinisher::salvageNotice(m_salvagedURL));
-    else
-        ErrorReporter::shared().reportAndAlert(error, QStringLiteral("Asset writer failed"),
-                                               QStringLiteral("Recording Failed"));
-}
-
-void RecordingCoordinator::installSystemEventObservers() {
-    m_systemEvents.install();
-}
-
-void RecordingCoordinator::removeSystemEventObservers() {
-    m_systemEvents.remove();
+    if (self)
+        m_shutdown.alertWriterFailed(error);
 }
 
 // MARK: timing
 
 std::optional<double> RecordingCoordinator::currentRecordingTimestamp() const {
     return m_timekeeper.currentRecordingTimestamp(m_recordingState, m_clock.now());
-}
-
-std::optional<double> RecordingCoordinator::currentVideoTimelineTimestamp() const {
-    return m_engines.videoTimelineSeconds();
 }
 
 std::optional<double> RecordingCoordinator::metadataTimestamp() const {
@@ -579,14 +406,14 @@ QString RecordingCoordinator::generateOutputURL() const {
 
 QCoro::Task<void> RecordingCoordinator::performCountdown(int seconds) {
     setCountdownValue(seconds);
-    m_services.panel->updateStartingCountdown(seconds);
+    m_surfaces.showCountdown(seconds);
     QPointer<RecordingCoordinator> self(this);
     QCoro::Task<void> countdown = RecordingCountdown::run(m_clock, seconds, [self](int remaining) {
         // A cancelled start (the panel's Cancel, a signal) ends the count at its next second.
         if (!self || !self->m_recordingState.is<RecordingState::Ready>())
             return false;
         self->setCountdownValue(remaining);
-        self->m_services.panel->updateStartingCountdown(remaining);
+        self->m_surfaces.showCountdown(remaining);
         return true;
     });
     co_await countdown;
@@ -604,7 +431,7 @@ void RecordingCoordinator::durationTick() {
     if (!recording || m_isPaused)
         return;
     setRecordingDuration(m_timekeeper.recordedSeconds(recording->startTime, m_clock.now()));
-    m_services.statusBar->updateDuration(formattedDuration());
+    m_surfaces.showDuration(formattedDuration());
 }
 
 QCoro::Task<void> RecordingCoordinator::stopDetached(QPointer<RecordingCoordinator> self,
@@ -630,29 +457,20 @@ void RecordingCoordinator::startAutoStopTimer(int minutes) {
 // MARK: device recordings
 
 void RecordingCoordinator::setIOSDeviceEngine(std::unique_ptr<iOSDeviceCaptureEngine> engine) {
-    m_engines.setDeviceEngine(std::move(engine));
+    m_deviceRecording.setEngine(std::move(engine));
 }
 
 void RecordingCoordinator::deviceRecordingDidFinish(const QString& fileURL) {
     setRecordingState(RecordingState::completed(fileURL));
     returnToIdleShortly();
     resetTiming();
-    m_engines.cleanUpDeviceEngine();
-    ErrorReporter::shared().info(QStringLiteral("iOS device recording completed: ") +
-                                 QFileInfo(fileURL).fileName());
-    m_services.notifications->sendCompletionNotification(fileURL);
+    m_deviceRecording.didFinish(fileURL);
 }
 
 void RecordingCoordinator::deviceRecordingDidFail(const std::exception& error) {
-    const QString context = QStringLiteral("iOS device recording failed");
-    ErrorReporter::shared().report(error, context);
-    const auto* recordingError = dynamic_cast<const RecordingError*>(&error);
-    const RecordingError failure =
-        recordingError ? *recordingError
-                       : RecordingError::unknown(QString::fromStdString(error.what()));
+    const RecordingError failure = m_deviceRecording.reportFailure(error);
     setRecordingState(RecordingState::failed(failure));
-    m_engines.cleanUpDeviceEngine();
-    ErrorReporter::shared().reportAndAlert(failure, context, QStringLiteral("Recording Failed"));
+    m_deviceRecording.didFail(failure);
 }
 
 // MARK: wiring
@@ -662,10 +480,4 @@ void RecordingCoordinator::setupKeyboardShortcuts() {
     m_services.shortcuts->registerHandler(
         // A shortcut pressed in the wrong state simply does nothing.
         KeyboardShortcutHandler::ShortcutKey::stopRecording, [self] { stopDetached(self, false); });
-}
-
-void RecordingCoordinator::setupTerminationHandler() {
-    // The pointer must never stay hidden past the program.
-    if (auto* app = QCoreApplication::instance())
-        connect(app, &QCoreApplication::aboutToQuit, this, [this] { ensureCursorRestored(); });
 }

@@ -2,10 +2,14 @@
 
 #include "core/model/RecordingConfiguration.h"
 #include "core/model/RecordingState.h"
+#include "core/recording/DeviceRecordingReports.h"
 #include "core/recording/RecordingEngines.h"
 #include "core/recording/RecordingPreparation.h"
+#include "core/recording/RecordingPreparationSteps.h"
 #include "core/recording/RecordingServices.h"
+#include "core/recording/RecordingShutdown.h"
 #include "core/recording/RecordingStartupTrace.h"
+#include "core/recording/RecordingSurfaces.h"
 #include "core/recording/RecordingTimekeeper.h"
 #include "core/recording/RecordingTimers.h"
 #include "core/recording/RecordingValidator.h"
@@ -77,28 +81,38 @@ public:
     // The writer latched a failure: end the recording once, however many appends fail.
     QCoro::Task<void> handleMediaWriterFailureIfNeeded();
     // What a recording that ended on an error kept on disk, "<name> (Recovered).<ext>".
-    const std::optional<QString>& salvagedURL() const { return m_salvagedURL; }
+    const std::optional<QString>& salvagedURL() const { return m_shutdown.salvagedURL(); }
     // While the engines are released after a failure; the coordinator must live until then.
     bool isCleaningUp() const { return m_isCleaningUp; }
 
-    void beginStartupTrace(const QString& source = QStringLiteral("recordButtonClicked"));
+    void beginStartupTrace(const QString& source = QStringLiteral("recordButtonClicked")) {
+        m_trace.begin(source);
+    }
     void markStartupPhase(const QString& name) { m_trace.mark(name); }
     void finishStartupTrace(const QString& finalPhase) { m_trace.finish(finalPhase); }
     void cancelStartupTrace(const QString& reason) { m_trace.cancel(reason); }
 
     void prewarmShareableContent() { m_contentCache.prewarmShareableContent(); }
-    QCoro::Task<SCShareableContent> loadShareableContent(bool force, bool promptForPermission);
-    QCoro::Task<std::optional<SCDisplay>> resolvePrimaryDisplay();
+    QCoro::Task<SCShareableContent> loadShareableContent(bool force, bool promptForPermission) {
+        return m_contentCache.loadShareableContent(force, promptForPermission);
+    }
+    QCoro::Task<std::optional<SCDisplay>> resolvePrimaryDisplay() {
+        return m_contentCache.resolvePrimaryDisplay();
+    }
     void prewarmCamera(const std::optional<QString>& deviceName) {
         m_engines.camera().prewarm(deviceName);
     }
     void stopPrewarmedCamera();
-    std::optional<AVCaptureDevice> resolveCameraDevice(const std::optional<QString>& name) const;
+    std::optional<AVCaptureDevice> resolveCameraDevice(const std::optional<QString>& name) const {
+        return m_preparation.resolveCameraDevice(name);
+    }
 
     // Seconds of recording so far, pauses and stream outages excluded; absent when not active.
     std::optional<double> currentRecordingTimestamp() const;
     // Seconds on the written video's time line; what metadata events are stamped with.
-    std::optional<double> currentVideoTimelineTimestamp() const;
+    std::optional<double> currentVideoTimelineTimestamp() const {
+        return m_engines.videoTimelineSeconds();
+    }
     // What metadata events are stamped with: the video's time line once frames are written,
     // the recording's clock before.
     std::optional<double> metadataTimestamp() const;
@@ -112,7 +126,10 @@ public:
         m_validator.validateConfiguration(configuration);
     }
     QCoro::Task<void> checkPermissions(RecordingMode mode, RecordingConfiguration configuration,
-                                       bool screenPermissionAlreadyResolved);
+                                       bool screenPermissionAlreadyResolved) {
+        return m_preparationSteps.checkPermissions(std::move(mode), std::move(configuration),
+                                                   screenPermissionAlreadyResolved);
+    }
     void checkDiskSpace(const QString& path) const { m_validator.checkDiskSpace(path); }
     void validateOutputDirectory(const QString& path) const {
         m_validator.validateOutputDirectory(path);
@@ -175,25 +192,17 @@ private:
     void setCountdownValue(int value);
 
     void configureHandlers(const RecordingMode& mode, const RecordingConfiguration& configuration);
-    void installSystemEventObservers();
-    void removeSystemEventObservers();
-    void invalidateRecordingTimers();
-    QCoro::Task<void> stopMonitoringAndCapture();
-    void resetFramePathState();
+    void installSystemEventObservers() { m_systemEvents.install(); }
+    void removeSystemEventObservers() { m_systemEvents.remove(); }
     void resetTiming();
     void resetSmartClickZoomState();
-    // The writer's file (or the layer files) removed, the metadata and click-zoom state dropped.
-    void discardOutputs();
-    // Keeps what the writer already wrote of a recording that ends on an error.
-    QCoro::Task<void> salvageOutputs();
     void returnToIdleShortly();
     void setupKeyboardShortcuts();
-    void setupTerminationHandler();
     void durationTick();
     // Camera, status bar and panel follow a pause or a resume.
     void showPaused(bool paused);
     // Status bar and panel hidden, sleep allowed again.
-    void hideSurfaces();
+    void hideSurfaces() { m_surfaces.hide(m_configuration && m_configuration->preventSleep); }
     // Stops from a timer or a shortcut, where nobody awaits; a failure is the state's when asked.
     static QCoro::Task<void> stopDetached(QPointer<RecordingCoordinator> self, bool failOnError);
 
@@ -212,14 +221,15 @@ private:
     // The frame path reads the recovery's flags from engine threads; its own state (last
     // times, pump counts) lives in RecordingFramePath.
     StreamRecovery m_recovery;
-    std::optional<QString> m_salvagedURL;
     bool m_isCleaningUp = false;
 
+    RecordingSurfaces m_surfaces;
     RecordingTimers m_timers;
     RecordingValidator m_validator;
     RecordingStartupTrace m_trace;
     RecordingPreparation m_preparation;
     ShareableContentCache m_contentCache;
+    RecordingPreparationSteps m_preparationSteps;
     SystemCursorVisibility m_cursorVisibility;
     std::unique_ptr<CursorOverlayController> m_cursorOverlayController;
     // Clicks, moves and the 30 Hz samples into the metadata and the smart click-to-zoom.
@@ -228,4 +238,7 @@ private:
     // Destroyed before the cursor monitor and the sampler above: the engines' handlers end first.
     RecordingEngines m_engines;
     SystemEventResponder m_systemEvents;
+    DeviceRecordingReports m_deviceRecording;
+    // Refers to the collaborators above, so it is made last.
+    RecordingShutdown m_shutdown;
 };

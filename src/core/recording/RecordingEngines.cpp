@@ -11,7 +11,6 @@
 #include "core/recording/engines/RecordingEngineFactory.h"
 #include "core/recording/engines/ScreenCaptureEngine.h"
 #include "core/recording/engines/ZoomRenderer.h"
-#include "core/recording/engines/iOSDeviceCaptureEngine.h"
 #include "core/support/Formatters.h"
 #include "core/support/Log.h"
 
@@ -275,12 +274,9 @@ std::optional<double> RecordingEngines::videoTimelineSeconds() const {
                   : std::nullopt;
 }
 
-void RecordingEngines::setDeviceEngine(std::unique_ptr<iOSDeviceCaptureEngine> engine) {
-    m_deviceEngine = std::move(engine);
-}
-
-void RecordingEngines::cleanUpDeviceEngine() {
-    if (m_deviceEngine)
-        m_deviceEngine->cleanup();
-    m_deviceEngine.reset();
+void RecordingEngines::addTimeOffset(MediaTime offset) {
+    if (MediaWriterEngine* writer = m_screenWriter.load())
+        writer->addTimeOffset(offset);
+    if (m_camera.engine())
+        m_camera.engine()->addTimeOffset(offset);
 }

@@ -5,6 +5,7 @@
 #include "core/recording/CameraPrewarmer.h"
 #include "core/recording/RecordingFramePath.h"
 #include "core/recording/RecordingPreparation.h"
+#include "core/time/MediaTime.h"
 
 #include <QCoro/QCoroTask>
 
@@ -15,7 +16,6 @@
 
 class AudioCaptureEngine;
 class AudioOnlyRecorder;
-class iOSDeviceCaptureEngine;
 class LayerRecordingManager;
 class MediaWriterEngine;
 class MetadataRecorderEngine;
@@ -74,8 +74,9 @@ public:
     // Seconds on the written video's time line; absent before the first frame is written.
     std::optional<double> videoTimelineSeconds() const;
 
-    void setDeviceEngine(std::unique_ptr<iOSDeviceCaptureEngine> engine);
-    void cleanUpDeviceEngine();
+    // Takes paused time out of the files: the screen's writer and the camera subtract their
+    // offset from every later sample.
+    void addTimeOffset(MediaTime offset);
 
     CameraPrewarmer& camera() { return m_camera; }
     const CameraPrewarmer& camera() const { return m_camera; }
@@ -109,7 +110,6 @@ private:
     std::unique_ptr<AudioOnlyRecorder> m_audioOnlyRecorder;
     std::unique_ptr<MetadataRecorderEngine> m_metadataRecorder;
     std::shared_ptr<ZoomRenderer> m_zoomRenderer; // shared with the window pump
-    std::unique_ptr<iOSDeviceCaptureEngine> m_deviceEngine;
     CameraPrewarmer m_camera;
     std::unique_ptr<AudioCaptureEngine> m_audioEngine;
     std::unique_ptr<ScreenCaptureEngine> m_screenEngine;

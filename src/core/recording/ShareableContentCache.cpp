@@ -92,6 +92,13 @@ ShareableContentCache::loadShareableContent(bool force, bool promptForPermission
     co_return SCShareableContent(*task->content);
 }
 
+QCoro::Task<std::optional<SCDisplay>> ShareableContentCache::resolvePrimaryDisplay() {
+    const SCShareableContent content = co_await loadShareableContent(false, true);
+    if (content.displays.empty())
+        co_return std::nullopt;
+    co_return content.displays.front();
+}
+
 void ShareableContentCache::prewarmShareableContent() {
     [](ShareableContentCache* self) -> QCoro::Task<void> {
         const auto alive = self->m_alive;

@@ -26,6 +26,8 @@ public:
 
     // Throws RecordingError when the permission is missing or the fetch fails.
     QCoro::Task<SCShareableContent> loadShareableContent(bool force, bool promptForPermission);
+    // The platform lists the primary display first; absent when the desktop shows none.
+    QCoro::Task<std::optional<SCDisplay>> resolvePrimaryDisplay();
     // Warms the cache in the background when the permission is already granted.
     void prewarmShareableContent();
 

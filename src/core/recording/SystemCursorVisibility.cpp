@@ -3,6 +3,13 @@
 #include "core/recording/surfaces/CursorHider.h"
 #include "core/support/Log.h"
 
+#include <QCoreApplication>
+
+SystemCursorVisibility::~SystemCursorVisibility() {
+    QObject::disconnect(m_quitConnection);
+    ensureCursorRestored();
+}
+
 void SystemCursorVisibility::hideCursorIfEnabled() {
     if (!overlayEnabled || !hideSystemCursor || m_isCursorHidden)
         return;
@@ -17,4 +24,11 @@ void SystemCursorVisibility::showCursor() {
     m_hider.showCursor();
     m_isCursorHidden = false;
     logLine("🖱️ System cursor restored");
+}
+
+void SystemCursorVisibility::setupTerminationHandler() {
+    // The pointer must never stay hidden past the program.
+    if (auto* app = QCoreApplication::instance())
+        m_quitConnection = QObject::connect(app, &QCoreApplication::aboutToQuit,
+                                            [this] { ensureCursorRestored(); });
 }

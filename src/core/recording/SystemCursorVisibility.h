@@ -1,5 +1,7 @@
 #pragma once
 
+#include <QMetaObject>
+
 class CursorHider;
 
 // Hides the system pointer while a drawn cursor replaces it, and makes sure it comes back:
@@ -7,7 +9,7 @@ class CursorHider;
 class SystemCursorVisibility {
 public:
     explicit SystemCursorVisibility(CursorHider& hider) : m_hider(hider) {}
-    ~SystemCursorVisibility() { ensureCursorRestored(); }
+    ~SystemCursorVisibility();
     SystemCursorVisibility(const SystemCursorVisibility&) = delete;
     SystemCursorVisibility& operator=(const SystemCursorVisibility&) = delete;
 
@@ -18,9 +20,12 @@ public:
     void hideCursorIfEnabled();
     void showCursor();
     void ensureCursorRestored() { showCursor(); }
+    // Restores the pointer when the application quits, for as long as this object lives.
+    void setupTerminationHandler();
     bool isCursorHidden() const { return m_isCursorHidden; }
 
 private:
     CursorHider& m_hider;
     bool m_isCursorHidden = false;
+    QMetaObject::Connection m_quitConnection;
 };

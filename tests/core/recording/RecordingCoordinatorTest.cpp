@@ -5,6 +5,8 @@
 #include <QDir>
 #include <QFile>
 
+#include <stdexcept>
+
 using testing::ElementsAre;
 using testing::HasSubstr;
 
@@ -611,5 +613,13 @@ TEST_F(RecordingCoordinatorCleanup, DeviceRecordingCallbacks) {
     testing::internal::GetCapturedStderr();
     EXPECT_EQ(coordinator->recordingState(),
               RecordingState::failed(RecordingError::captureDeviceUnavailable()));
-    EXPECT_THAT(log.of({"device"}), ElementsAre("device.cleanup", "device.cleanup"));
+    // Any other error fails the recording as an unknown one that keeps its text.
+    coordinator->setIOSDeviceEngine(std::make_unique<FakeDeviceEngine>(log));
+    testing::internal::CaptureStderr();
+    coordinator->deviceRecordingDidFail(std::runtime_error("cable pulled"));
+    testing::internal::GetCapturedStderr();
+    EXPECT_EQ(coordinator->recordingState(),
+              RecordingState::failed(RecordingError::unknown(QStringLiteral("cable pulled"))));
+    EXPECT_THAT(log.of({"device"}),
+                ElementsAre("device.cleanup", "device.cleanup", "device.cleanup"));
 }
