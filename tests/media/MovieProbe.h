@@ -6,6 +6,7 @@ extern "C" {
 #include <libavutil/pixdesc.h>
 }
 
+#include <algorithm>
 #include <cmath>
 
 #include <filesystem>
@@ -27,6 +28,14 @@ struct ProbedStream {
     std::string colorMatrix;
     std::vector<double> packetTimes; // presentation times in seconds, in file order
     double endSeconds = 0;           // the largest pts + duration
+
+    // The longest time between two packets in file order: a frozen stretch of the picture.
+    double largestGap() const {
+        double gap = 0;
+        for (size_t i = 1; i < packetTimes.size(); ++i)
+            gap = std::max(gap, packetTimes[i] - packetTimes[i - 1]);
+        return gap;
+    }
 };
 
 struct ProbedFile {
@@ -82,6 +91,14 @@ inline std::optional<ProbedFile> probeMovie(const std::filesystem::path& path) {
         av_packet_unref(packet.get());
     }
     return file;
+}
+
+// A movie's first video stream; absent when the file does not open or has no picture.
+inline std::optional<ProbedStream> probeVideo(const std::filesystem::path& path) {
+    const auto file = probeMovie(path);
+    if (!file || !file->first(AVMEDIA_TYPE_VIDEO))
+        return std::nullopt;
+    return *file->first(AVMEDIA_TYPE_VIDEO);
 }
 
 // The first decoded video picture of a file.
