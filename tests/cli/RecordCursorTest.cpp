@@ -2,86 +2,38 @@
 
 #include "media/MovieProbe.h"
 #include "support/ChildProcess.h"
+#include "support/CliRun.h"
 #include "support/EventLoop.h"
 #include "support/ScreenAnimation.h"
 #include "support/XvfbSession.h"
 
-#include <QFile>
 #include <QJsonArray>
-#include <QJsonDocument>
 #include <QJsonObject>
-#include <QTemporaryDir>
 
 #include <gtest/gtest.h>
 
 #include <atomic>
 #include <csignal>
-#include <fstream>
 #include <functional>
-#include <map>
 #include <poll.h>
-#include <sstream>
 #include <thread>
 
 using namespace std::chrono_literals;
 
 namespace {
 
-std::string readText(const QString& path) {
-    std::ifstream in(path.toStdString());
-    std::stringstream text;
-    text << in.rdbuf();
-    return text.str();
-}
-
-// One `record` run with click-to-zoom on (which turns the pointer monitor on) and the smart
-// decision off, so the picture is never zoomed; clicks pass a 0.1 s threshold. A plain run has
-// only the options it is given.
-class CursorRecording {
-public:
-    explicit CursorRecording(const std::vector<std::string>& extra,
-                             std::map<std::string, std::string> environment = {},
-                             bool plain = false) {
-        std::vector<std::string> argv = {TAVELQUISTON_CLI_PATH,       "record", "--output",
-                                         folder.path().toStdString(), "--fps",  "30"};
-        if (!plain)
-            argv.insert(argv.end(),
-                        {"--click-to-zoom", "--smart-zoom", "off", "--click-threshold", "0.1"});
-        argv.insert(argv.end(), extra.begin(), extra.end());
-        ChildProcess::Options options;
-        options.environment = std::move(environment);
-        options.stdoutPath = (folder.path() + "/stdout.txt").toStdString();
-        options.stderrPath = (folder.path() + "/stderr.txt").toStdString();
-        process = ChildProcess(argv, options);
-    }
-    // The movie, printed as the second-last line.
-    std::string moviePath() const {
-        std::istringstream in(output());
-        std::vector<std::string> lines;
-        for (std::string line; std::getline(in, line);)
-            lines.push_back(line);
-        return lines.size() >= 2 ? lines[lines.size() - 2] : std::string();
-    }
-    std::string output() const { return readText(folder.path() + "/stdout.txt"); }
-    std::string errors() const { return readText(folder.path() + "/stderr.txt"); }
-    bool waitFor(const std::string& text, const std::string& in = "stdout") {
-        return waitUntil(
-            [&] { return (in == "stdout" ? output() : errors()).find(text) != std::string::npos; },
-            10s);
-    }
-    QJsonObject metadata() const {
-        std::istringstream in(output());
-        std::string last;
-        for (std::string line; std::getline(in, line);)
-            last = line;
-        QFile file(QString::fromStdString(last));
-        if (!file.open(QIODevice::ReadOnly))
-            return {};
-        return QJsonDocument::fromJson(file.readAll()).object();
-    }
-
-    QTemporaryDir folder;
-    ChildProcess process;
+// One `record` run at 30 frames a second with click-to-zoom on (which turns the pointer
+// monitor on) and the smart decision off, so the picture is never zoomed; clicks pass a 0.1 s
+// threshold. A plain run has only the options it is given.
+struct CursorRecording : RecordRun {
+    explicit CursorRecording(const std::vector<std::string>& extra, Environment environment = {},
+                             bool plain = false)
+        : RecordRun(joined(plain ? std::vector<std::string>{"--fps", "30"}
+                                 : std::vector<std::string>{"--fps", "30", "--click-to-zoom",
+                                                            "--smart-zoom", "off",
+                                                            "--click-threshold", "0.1"},
+                           extra),
+                    std::move(environment)) {}
 };
 
 struct Click {
@@ -311,15 +263,13 @@ int blueChromaAt(const AVFrame& picture, int x, int y) {
 // closer than the threshold keep only the first; positions are sampled about 30 times a second
 // at rest and follow a path the pointer takes.
 TEST(RecordCursorTest, DisplayRecordingCarriesClicksAndPositions) {
-    REQUIRE_XVFB(screen());
+    START_XVFB(session, screen());
     REQUIRE_TOOL("xdotool");
-    XvfbSession session(screen());
-    ASSERT_TRUE(session.isReady()) << session.error();
     ScreenAnimation animation; // frames keep the video's time line moving
     ASSERT_TRUE(session.moveTo(10, 10));
 
     CursorRecording recording({"--duration", "5"});
-    ASSERT_TRUE(recording.waitFor("Successfully appended video frame #1")) << recording.errors();
+    ASSERT_TRUE(recording.waitForFirstFrame()) << recording.errors();
     // A second at rest first, for the sampling rate.
     std::this_thread::sleep_for(1100ms);
     ASSERT_TRUE(session.moveTo(160, 120));
@@ -336,7 +286,7 @@ TEST(RecordCursorTest, DisplayRecordingCarriesClicksAndPositions) {
         ASSERT_TRUE(session.moveTo(x, 60));
         std::this_thread::sleep_for(40ms);
     }
-    ASSERT_EQ(recording.process.waitForExit(20s), 0) << recording.errors();
+    ASSERT_EQ(recording.waitForExit(20s), 0) << recording.errors();
 
     const QJsonObject metadata = recording.metadata();
     const std::vector<Click> clicks = clicksOf(metadata);
@@ -387,30 +337,28 @@ TEST(RecordCursorTest, DisplayRecordingCarriesClicksAndPositions) {
 // An area recording normalises clicks to the area; a click outside it and a click while
 // paused are not recorded.
 TEST(RecordCursorTest, AreaRecordingKeepsItsOwnClicks) {
-    REQUIRE_XVFB(screen());
+    START_XVFB(session, screen());
     REQUIRE_TOOL("xdotool");
-    XvfbSession session(screen());
-    ASSERT_TRUE(session.isReady()) << session.error();
     ScreenAnimation animation;
 
     CursorRecording recording({"--area", "100,100,200,100", "--duration", "3"});
-    ASSERT_TRUE(recording.waitFor("Successfully appended video frame #1")) << recording.errors();
+    ASSERT_TRUE(recording.waitForFirstFrame()) << recording.errors();
     ASSERT_TRUE(session.moveTo(150, 125));
     ASSERT_TRUE(session.click(1));
     std::this_thread::sleep_for(200ms);
     ASSERT_TRUE(session.moveTo(400, 400));
     ASSERT_TRUE(session.click(1));
     std::this_thread::sleep_for(200ms);
-    ::kill(recording.process.pid(), SIGUSR1);
-    ASSERT_TRUE(recording.waitFor("Paused", "stderr"));
+    recording.signal(SIGUSR1);
+    ASSERT_TRUE(recording.waitForErrors("Paused"));
     ASSERT_TRUE(session.moveTo(250, 175));
     ASSERT_TRUE(session.click(3));
     std::this_thread::sleep_for(200ms);
-    ::kill(recording.process.pid(), SIGUSR1);
-    ASSERT_TRUE(recording.waitFor("Resumed", "stderr"));
+    recording.signal(SIGUSR1);
+    ASSERT_TRUE(recording.waitForErrors("Resumed"));
     ASSERT_TRUE(session.moveTo(290, 195));
     ASSERT_TRUE(session.click(1));
-    ASSERT_EQ(recording.process.waitForExit(20s), 0) << recording.errors();
+    ASSERT_EQ(recording.waitForExit(20s), 0) << recording.errors();
 
     const QJsonObject metadata = recording.metadata();
     const std::vector<Click> clicks = clicksOf(metadata);
@@ -439,26 +387,15 @@ TEST(RecordCursorTest, AreaRecordingKeepsItsOwnClicks) {
 TEST(RecordCursorTest, WindowRecordingBurnsInTheClickZoom) {
     XvfbSession::Options options = screen();
     options.windowManager = true;
-    REQUIRE_XVFB(options);
+    START_XVFB(session, options);
     REQUIRE_TOOL("xdotool");
-    XvfbSession session(options);
-    ASSERT_TRUE(session.isReady()) << session.error();
     PatternWindow window(100, 100);
     std::this_thread::sleep_for(700ms);
 
-    ChildProcess::Options processOptions;
-    QTemporaryDir folder;
-    processOptions.stdoutPath = (folder.path() + "/stdout.txt").toStdString();
-    processOptions.stderrPath = (folder.path() + "/stderr.txt").toStdString();
-    ChildProcess process({TAVELQUISTON_CLI_PATH, "record", "--output", folder.path().toStdString(),
-                          "--fps", "30", "--mode", "window", "--window",
-                          std::to_string(window.id()), "--click-to-zoom", "--zoom-level", "2.75",
-                          "--duration", "4"},
-                         processOptions);
-    auto output = [&] { return readText(folder.path() + "/stdout.txt"); };
-    ASSERT_TRUE(waitUntil(
-        [&] { return output().find("MediaWriter session started") != std::string::npos; }, 10s))
-        << readText(folder.path() + "/stderr.txt");
+    CursorRecording recording({"--mode", "window", "--window", std::to_string(window.id()),
+                               "--click-to-zoom", "--zoom-level", "2.75", "--duration", "4"},
+                              {}, true);
+    ASSERT_TRUE(recording.waitForOutput("MediaWriter session started")) << recording.errors();
     ASSERT_TRUE(xdotool({"mousemove", "--window", std::to_string(window.square()), "10", "10"}));
     // That put the pointer there without moving it (a warp, which no device reports); a move
     // there and back is what a hand makes, and what the zoom follows.
@@ -466,20 +403,13 @@ TEST(RecordCursorTest, WindowRecordingBurnsInTheClickZoom) {
     ASSERT_TRUE(session.moveBy(-1, 0));
     std::this_thread::sleep_for(500ms);
     ASSERT_TRUE(session.click(1));
-    ASSERT_EQ(process.waitForExit(20s), 0) << readText(folder.path() + "/stderr.txt");
+    ASSERT_EQ(recording.waitForExit(20s), 0) << recording.errors();
 
-    std::istringstream lines(output());
-    std::vector<std::string> printed;
-    for (std::string line; std::getline(lines, line);)
-        printed.push_back(line);
-    ASSERT_GE(printed.size(), 2u);
-    QFile file(QString::fromStdString(printed.back()));
-    ASSERT_TRUE(file.open(QIODevice::ReadOnly));
-    const QJsonObject metadata = QJsonDocument::fromJson(file.readAll()).object();
+    const QJsonObject metadata = recording.metadata();
     const std::vector<Click> clicks = clicksOf(metadata);
     ASSERT_EQ(clicks.size(), 1u);
     const QJsonArray events = metadata.value("zoomEvents").toArray();
-    ASSERT_EQ(events.size(), 1) << output();
+    ASSERT_EQ(events.size(), 1) << recording.output();
     const double zoomDuration = events[0].toObject().value("duration").toDouble();
     EXPECT_EQ(events[0].toObject().value("level").toDouble(), 2.75);
     const double clicked = clicks[0].t;
@@ -493,7 +423,7 @@ TEST(RecordCursorTest, WindowRecordingBurnsInTheClickZoom) {
     const double normalFrom = clicked + 0.24 + zoomDuration + 0.55 + 0.45 + 0.15;
     std::optional<std::pair<double, double>> squareAt; // normalised, top left, before the click
     std::pair<double, double> zoomedAt{0, 0};          // summed over the zoomed frames
-    forEachPicture(printed[printed.size() - 2], [&](const AVFrame& picture, double t) {
+    forEachPicture(recording.moviePath(), [&](const AVFrame& picture, double t) {
         const int red = widestRed(picture);
         if (t < clicked && !squareAt)
             squareAt = redCentre(picture);
@@ -526,17 +456,15 @@ TEST(RecordCursorTest, WindowRecordingBurnsInTheClickZoom) {
 // With --highlight the pointer highlight is drawn in a window of its own that the display
 // recording keeps: it shows in the frames where the pointer is, and follows it.
 TEST(RecordCursorTest, TheHighlightFollowsThePointerInTheFrames) {
-    REQUIRE_XVFB(screen());
+    START_XVFB(session, screen());
     REQUIRE_TOOL("xdotool");
-    XvfbSession session(screen());
-    ASSERT_TRUE(session.isReady()) << session.error();
     ASSERT_TRUE(session.moveTo(320, 240));
 
     CursorRecording recording({"--highlight", "--duration", "2"}, {}, true);
-    ASSERT_TRUE(recording.waitFor("Successfully appended video frame #1")) << recording.errors();
+    ASSERT_TRUE(recording.waitForFirstFrame()) << recording.errors();
     std::this_thread::sleep_for(300ms);
     ASSERT_TRUE(session.moveTo(200, 150));
-    ASSERT_EQ(recording.process.waitForExit(20s), 0) << recording.errors();
+    ASSERT_EQ(recording.waitForExit(20s), 0) << recording.errors();
     const std::string movie = recording.moviePath();
     ASSERT_FALSE(movie.empty()) << recording.output();
     // The highlight is yellow: a low Cb where it is, neutral grey chroma elsewhere.
@@ -594,32 +522,25 @@ TEST(RecordCursorTest, PointerOptionsAreCheckedAndApplied) {
 TEST(RecordCursorTest, ClicksFollowAWindowThatMoved) {
     XvfbSession::Options options = screen();
     options.windowManager = true;
-    REQUIRE_XVFB(options);
+    START_XVFB(session, options);
     REQUIRE_TOOL("xdotool");
-    XvfbSession session(options);
-    ASSERT_TRUE(session.isReady()) << session.error();
     PatternWindow window(60, 60);
     std::this_thread::sleep_for(700ms);
 
     CursorRecording recording(
         {"--mode", "window", "--window", std::to_string(window.id()), "--duration", "3"});
-    ASSERT_TRUE(recording.waitFor("MediaWriter session started")) << recording.errors();
+    ASSERT_TRUE(recording.waitForOutput("MediaWriter session started")) << recording.errors();
     window.moveTo(250, 200);
     std::this_thread::sleep_for(600ms);
     ASSERT_TRUE(xdotool({"mousemove", "--window", std::to_string(window.square()), "10", "10"}));
     std::this_thread::sleep_for(200ms);
     ASSERT_TRUE(session.click(1));
-    ASSERT_EQ(recording.process.waitForExit(20s), 0) << recording.errors();
+    ASSERT_EQ(recording.waitForExit(20s), 0) << recording.errors();
 
-    std::istringstream lines(recording.output());
-    std::vector<std::string> printed;
-    for (std::string line; std::getline(lines, line);)
-        printed.push_back(line);
-    ASSERT_GE(printed.size(), 2u);
     const std::vector<Click> clicks = clicksOf(recording.metadata());
     ASSERT_EQ(clicks.size(), 1u) << recording.output();
     std::pair<double, double> square{-1, -1};
-    forEachPicture(printed[printed.size() - 2],
+    forEachPicture(recording.moviePath(),
                    [&](const AVFrame& picture, double) { square = redCentre(picture); });
     EXPECT_NEAR(clicks[0].x, square.first, 2.0 / 320);
     EXPECT_NEAR(clicks[0].y, square.second, 2.0 / 240);
@@ -629,22 +550,20 @@ TEST(RecordCursorTest, ClicksFollowAWindowThatMoved) {
 // blue to green or back, and the first frame that shows the new colour comes after the click's
 // time in the metadata, by no more than a frame.
 TEST(RecordCursorTest, ClickTimesMatchTheFramesThatShowThem) {
-    REQUIRE_XVFB(screen());
+    START_XVFB(session, screen());
     REQUIRE_TOOL("xdotool");
-    XvfbSession session(screen());
-    ASSERT_TRUE(session.isReady()) << session.error();
     ClickTarget target;
     ASSERT_TRUE(session.moveTo(320, 240));
 
     CursorRecording recording({"--duration", "4"});
-    ASSERT_TRUE(recording.waitFor("Successfully appended video frame #1")) << recording.errors();
+    ASSERT_TRUE(recording.waitForFirstFrame()) << recording.errors();
     std::this_thread::sleep_for(700ms);
     for (int i = 0; i < 4; ++i) {
         ASSERT_TRUE(session.click(1));
         // Uneven gaps, so that no click falls at the same phase of the frame clock.
         std::this_thread::sleep_for(std::chrono::milliseconds(430 + 37 * i));
     }
-    ASSERT_EQ(recording.process.waitForExit(20s), 0) << recording.errors();
+    ASSERT_EQ(recording.waitForExit(20s), 0) << recording.errors();
     ASSERT_EQ(target.presses(), 4);
 
     const std::vector<Click> clicks = clicksOf(recording.metadata());
@@ -672,16 +591,14 @@ TEST(RecordCursorTest, ClickTimesMatchTheFramesThatShowThem) {
 TEST(RecordCursorTest, ClicksOnTheProgramsOwnWindowsAreNotRecorded) {
     XvfbSession::Options options = screen();
     options.windowManager = true;
-    REQUIRE_XVFB(options);
+    START_XVFB(session, options);
     REQUIRE_TOOL("xdotool");
-    XvfbSession session(options);
-    ASSERT_TRUE(session.isReady()) << session.error();
 
     // The overlay is 320 by 180 at (24, 24).
     CursorRecording recording(
         {"--duration", "3", "--camera", "Test Camera", "--camera-position", "top-left"},
-        {{"TAVELQUISTON_TEST_CAMERA", "1"}});
-    ASSERT_TRUE(recording.waitFor("Successfully appended video frame #1")) << recording.errors();
+        withTestCamera({}));
+    ASSERT_TRUE(recording.waitForFirstFrame()) << recording.errors();
     ASSERT_TRUE(waitUntil(
         [] {
             return runCommand({"xdotool", "search", "--onlyvisible", "--name", "Camera Overlayer"},
@@ -694,7 +611,7 @@ TEST(RecordCursorTest, ClicksOnTheProgramsOwnWindowsAreNotRecorded) {
     std::this_thread::sleep_for(300ms);
     ASSERT_TRUE(session.moveTo(500, 400));
     ASSERT_TRUE(session.click(3));
-    ASSERT_EQ(recording.process.waitForExit(20s), 0) << recording.errors();
+    ASSERT_EQ(recording.waitForExit(20s), 0) << recording.errors();
 
     const std::vector<Click> clicks = clicksOf(recording.metadata());
     ASSERT_EQ(clicks.size(), 1u) << recording.output();
@@ -708,19 +625,17 @@ TEST(RecordCursorTest, ClicksOnTheProgramsOwnWindowsAreNotRecorded) {
 // pointer (not the magnifier magnifying itself, which would fill it with red); away from the
 // square the magnifier goes with the pointer and the square is its own size again.
 TEST(RecordCursorTest, TheMagnifierShowsTheScreenAroundThePointer) {
-    REQUIRE_XVFB(screen());
+    START_XVFB(session, screen());
     REQUIRE_TOOL("xdotool");
-    XvfbSession session(screen());
-    ASSERT_TRUE(session.isReady()) << session.error();
     PatternWindow window(100, 100); // the square's middle is at (260, 220)
     std::this_thread::sleep_for(300ms);
     ASSERT_TRUE(session.moveTo(260, 220));
 
     CursorRecording recording({"--magnifier", "--duration", "3"}, {}, true);
-    ASSERT_TRUE(recording.waitFor("Successfully appended video frame #1")) << recording.errors();
+    ASSERT_TRUE(recording.waitForFirstFrame()) << recording.errors();
     std::this_thread::sleep_for(1200ms);
     ASSERT_TRUE(session.moveTo(520, 400));
-    ASSERT_EQ(recording.process.waitForExit(20s), 0) << recording.errors();
+    ASSERT_EQ(recording.waitForExit(20s), 0) << recording.errors();
     const std::string movie = recording.moviePath();
     ASSERT_FALSE(movie.empty()) << recording.output();
     // Each frame is magnified at the square, or plain with the magnifier elsewhere once it
