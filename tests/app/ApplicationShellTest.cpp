@@ -1,23 +1,12 @@
 #include "app/ApplicationShell.h"
 #include "app/MainWindow.h"
 
+#include "support/TextFiles.h"
 #include "support/XvfbSession.h"
 
 #include <gtest/gtest.h>
 
-#include <fstream>
-#include <sstream>
-
 using namespace std::chrono_literals;
-
-namespace {
-std::string readFile(const std::string& path) {
-    std::ifstream in(path);
-    std::stringstream text;
-    text << in.rdbuf();
-    return text.str();
-}
-} // namespace
 
 // Without any display the program says why on standard error and exits non-zero, at once.
 TEST(ApplicationShellTest, withoutDisplayExplainsAndFails) {
@@ -28,7 +17,7 @@ TEST(ApplicationShellTest, withoutDisplayExplainsAndFails) {
     const auto status = app.waitForExit(10s);
     ASSERT_TRUE(status.has_value()) << "the program kept running without a display";
     EXPECT_EQ(*status, 1);
-    EXPECT_NE(readFile(*options.stderrPath).find("❌ No display found"), std::string::npos);
+    EXPECT_NE(readText(*options.stderrPath).find("❌ No display found"), std::string::npos);
 }
 
 // On a real X server with a window manager, the program's main window appears under its title.
@@ -69,7 +58,7 @@ TEST(ApplicationShellTest, permissionRequestIsGrantedOnX11) {
         commandOutput({"xdotool", "search", "--sync", "--name", "^tavelquiston$"}, 10s);
     EXPECT_TRUE(found.has_value() && !found->empty());
     app.stop();
-    EXPECT_NE(readFile(*options.stdoutPath).find("✅ Screen Recording permission is authorized"),
+    EXPECT_NE(readText(*options.stdoutPath).find("✅ Screen Recording permission is authorized"),
               std::string::npos)
-        << readFile(*options.stdoutPath);
+        << readText(*options.stdoutPath);
 }

@@ -1,24 +1,13 @@
 #include "support/CliRun.h"
 
 #include "support/EventLoop.h"
+#include "support/TextFiles.h"
 
 #include <QFile>
 #include <QJsonDocument>
 
 #include <csignal>
-#include <fstream>
 #include <sstream>
-
-namespace {
-
-std::string readFile(const std::string& path) {
-    std::ifstream in(path);
-    std::stringstream text;
-    text << in.rdbuf();
-    return text.str();
-}
-
-} // namespace
 
 CliRun::CliRun(const std::vector<std::string>& arguments, Environment environment,
                std::vector<std::string> unset) {
@@ -36,20 +25,15 @@ void CliRun::start(const std::vector<std::string>& arguments, Environment enviro
 }
 
 std::string CliRun::output() const {
-    return readFile(logs.filePath("stdout.txt").toStdString());
+    return readText(logs.filePath("stdout.txt").toStdString());
 }
 
 std::string CliRun::errors() const {
-    return readFile(logs.filePath("stderr.txt").toStdString());
+    return readText(logs.filePath("stderr.txt").toStdString());
 }
 
 std::vector<std::string> CliRun::outputLines() const {
-    std::vector<std::string> lines;
-    std::istringstream in(output());
-    for (std::string line; std::getline(in, line);)
-        if (!line.empty())
-            lines.push_back(line);
-    return lines;
+    return linesOf(output());
 }
 
 std::string CliRun::printedLine(size_t fromEnd) const {
