@@ -41,7 +41,8 @@ std::string waitForListedWindow(const std::string& text) {
 
 } // namespace
 
-// Bad values are refused before anything starts, with the option and value named.
+// Bad values are refused before anything starts, with the option or value named: the
+// picture's, the camera's, the pointer's and the sound's options alike.
 TEST(RecordCommandTest, BadValuesAreNamed) {
     const std::vector<std::pair<QStringList, std::string>> cases = {
         {{"--fps", "fast"}, "\"fast\""},
@@ -55,6 +56,23 @@ TEST(RecordCommandTest, BadValuesAreNamed) {
         {{"--background", "plaid"}, "\"plaid\""},
         {{"--frobnicate"}, "\"--frobnicate\""},
         {{"--output", "/dev/null/recordings"}, "/dev/null/recordings"}, // cannot be made
+        {{"--camera-size", "12x7"}, "\"12x7\""},
+        {{"--camera-size", "wide"}, "\"wide\""},
+        {{"--camera-position", "middle"}, "\"middle\""},
+        {{"--camera"}, "--camera needs a value"},
+        {{"--zoom-level", "9"}, "\"9\""},
+        {{"--zoom-duration", "soon"}, "\"soon\""},
+        {{"--click-threshold", "-1"}, "\"-1\""},
+        {{"--smart-zoom", "maybe"}, "\"maybe\""},
+        {{"--cursor-style", "star"}, "\"star\""},
+        {{"--cursor-size", "0"}, "\"0\""},
+        {{"--ripple", "yes"}, "\"yes\""},
+        {{"--ripple-color", "nocolour"}, "\"nocolour\""},
+        {{"--audio-format", "mp3"}, "--audio-format"},
+        {{"--mic-volume", "loud"}, "--mic-volume"},
+        {{"--system-volume", "-1"}, "--system-volume"},
+        {{"--mode", "audio"}, "--mode audio"},
+        {{"--aec"}, "--aec"},
     };
     for (const auto& [arguments, expected] : cases) {
         const CommandOutcome outcome = runCommandEntry(runRecord, arguments);
@@ -135,13 +153,10 @@ TEST(RecordCommandTest, AreaRecordingPlacesThePixels) {
     ASSERT_EQ(picture->height, 240);
     ASSERT_EQ(picture->format, AV_PIX_FMT_YUV420P);
     // Red has a high V (Cr) and low Y; the root's black-and-grey weave has V near 128.
-    auto chromaRed = [&](int x, int y) {
-        return picture->data[2][(y / 2) * picture->linesize[2] + x / 2];
-    };
     // Area (40, 40) is root (180, 150): inside the window, away from its text.
-    EXPECT_GT(chromaRed(40, 40), 200);
+    EXPECT_GT(chromaAt(*picture, 2, 40, 40), 200);
     // Area (260, 200) is root (400, 310): outside the window (x 100...300, y 80...230).
-    EXPECT_LT(chromaRed(260, 200), 160);
+    EXPECT_LT(chromaAt(*picture, 2, 260, 200), 160);
 }
 
 // A window of an application hidden from recordings is painted out of a display recording
@@ -169,19 +184,16 @@ TEST(RecordCommandTest, HiddenApplicationsArePaintedOut) {
     };
     // (140, 130) is inside the xmessage's client area (x 40...240, y 40...190 before the
     // decorations push it right and down by a few pixels); (500, 400) is far outside it.
-    auto chroma = [](const AVFramePtr& picture, int plane, int x, int y) {
-        return picture->data[plane][(y / 2) * picture->linesize[plane] + x / 2];
-    };
     const AVFramePtr shown = record("[]");
     ASSERT_TRUE(shown);
-    EXPECT_GT(chroma(shown, 2, 140, 130), 200) << "the window is not where it was asked to be";
+    EXPECT_GT(chromaAt(*shown, 2, 140, 130), 200) << "the window is not where it was asked to be";
 
     const AVFramePtr hidden = record(R"([{"bundleID": "xmessage", "name": "xmessage"}])");
     ASSERT_TRUE(hidden);
     // Blue has a high U (Cb) and a low V; red the other way round.
-    EXPECT_LT(chroma(hidden, 2, 140, 130), 160) << "the hidden window shows";
-    EXPECT_GT(chroma(hidden, 1, 140, 130), 200) << "not the background colour";
-    EXPECT_LT(chroma(hidden, 1, 500, 400), 160) << "painted beyond the window";
+    EXPECT_LT(chromaAt(*hidden, 2, 140, 130), 160) << "the hidden window shows";
+    EXPECT_GT(chromaAt(*hidden, 1, 140, 130), 200) << "not the background colour";
+    EXPECT_LT(chromaAt(*hidden, 1, 500, 400), 160) << "painted beyond the window";
 }
 
 // SIGTERM during a recording finishes the file: it plays, and its metadata is beside it.
@@ -233,10 +245,7 @@ TEST(RecordCommandTest, PauseLeavesNoGap) {
     Recording recording({"--duration", "2"});
     ASSERT_TRUE(recording.waitForFirstFrame()) << recording.errors();
     std::this_thread::sleep_for(700ms);
-    recording.signal(SIGUSR1);
-    ASSERT_TRUE(recording.waitForErrors("Paused", 5s));
-    std::this_thread::sleep_for(1s);
-    recording.signal(SIGUSR1);
+    ASSERT_TRUE(recording.pauseFor(1s)) << recording.errors();
     ASSERT_EQ(recording.waitForExit(20s), 0) << recording.errors();
     EXPECT_NE(recording.errors().find("Resumed"), std::string::npos);
 
@@ -285,11 +294,8 @@ TEST(RecordCommandTest, WindowRecordingIgnoresWindowsInFront) {
     ASSERT_TRUE(picture);
     // The frame with its decorations starts at the window's requested corner (100, 80). Image
     // (200, 150) is root (300, 230): under the blue window, inside the red client area.
-    const int x = 200, y = 150;
-    const uint8_t u = picture->data[1][(y / 2) * picture->linesize[1] + x / 2];
-    const uint8_t v = picture->data[2][(y / 2) * picture->linesize[2] + x / 2];
-    EXPECT_GT(v, 200) << "not red";
-    EXPECT_LT(u, 128) << "blue shows through";
+    EXPECT_GT(chromaAt(*picture, 2, 200, 150), 200) << "not red";
+    EXPECT_LT(chromaAt(*picture, 1, 200, 150), 128) << "blue shows through";
 }
 
 // A still screen gives two frames a second, yet the file lasts as long as the recording did.

@@ -250,12 +250,6 @@ private:
     std::thread m_thread;
 };
 
-// The blue-difference chroma of a 4:2:0 picture at a pixel: high for blue, low for green,
-// yellow and red.
-int blueChromaAt(const AVFrame& picture, int x, int y) {
-    return picture.data[1][(y / 2) * picture.linesize[1] + x / 2];
-}
-
 } // namespace
 
 // Clicks through XTEST during a display recording land with their type and their top-left
@@ -468,15 +462,12 @@ TEST(RecordCursorTest, TheHighlightFollowsThePointerInTheFrames) {
     const std::string movie = recording.moviePath();
     ASSERT_FALSE(movie.empty()) << recording.output();
     // The highlight is yellow: a low Cb where it is, neutral grey chroma elsewhere.
-    auto blueChroma = [](const AVFrame& picture, int x, int y) {
-        return int(picture.data[1][(y / 2) * picture.linesize[1] + x / 2]);
-    };
     // The monitor stops (and its windows go) before capture does, so the very last frame may
     // be without it.
     int atStart = 0, followed = 0, both = 0;
     forEachPicture(movie, [&](const AVFrame& picture, double) {
-        const bool start = blueChroma(picture, 320, 240) < 110;
-        const bool moved = blueChroma(picture, 200, 150) < 110;
+        const bool start = chromaAt(picture, 1, 320, 240) < 110;
+        const bool moved = chromaAt(picture, 1, 200, 150) < 110;
         atStart += start;
         followed += moved;
         both += start && moved;
@@ -486,23 +477,8 @@ TEST(RecordCursorTest, TheHighlightFollowsThePointerInTheFrames) {
     EXPECT_EQ(both, 0);
 }
 
-// The pointer options are checked before anything starts and name the value they refuse;
-// good ones reach the recording's configuration.
-TEST(RecordCursorTest, PointerOptionsAreCheckedAndApplied) {
-    const std::vector<std::pair<QStringList, std::string>> bad = {
-        {{"--zoom-level", "9"}, "\"9\""},         {{"--zoom-duration", "soon"}, "\"soon\""},
-        {{"--click-threshold", "-1"}, "\"-1\""},  {{"--smart-zoom", "maybe"}, "\"maybe\""},
-        {{"--cursor-style", "star"}, "\"star\""}, {{"--cursor-size", "0"}, "\"0\""},
-        {{"--ripple", "yes"}, "\"yes\""},         {{"--ripple-color", "nocolour"}, "\"nocolour\""},
-    };
-    for (const auto& [arguments, expected] : bad) {
-        try {
-            parseRecordRequest(arguments);
-            ADD_FAILURE() << arguments.join(' ').toStdString() << " was accepted";
-        } catch (const CliUsageError& error) {
-            EXPECT_NE(std::string(error.what()).find(expected), std::string::npos) << error.what();
-        }
-    }
+// Good pointer options reach the recording's configuration.
+TEST(RecordCursorTest, PointerOptionsReachTheConfiguration) {
     const RecordRequest request =
         parseRecordRequest({"--click-to-zoom", "--zoom-level", "2.5", "--zoom-duration", "0.8",
                             "--click-threshold", "0.2", "--cursor-style", "arrow"});
@@ -571,7 +547,7 @@ TEST(RecordCursorTest, ClickTimesMatchTheFramesThatShowThem) {
     std::vector<double> changes; // times of the first frames of a new colour
     std::optional<bool> wasGreen;
     forEachPicture(recording.moviePath(), [&](const AVFrame& picture, double t) {
-        const bool green = blueChromaAt(picture, 320, 240) < 128;
+        const bool green = chromaAt(picture, 1, 320, 240) < 128;
         if (wasGreen && green != *wasGreen)
             changes.push_back(t);
         wasGreen = green;

@@ -101,6 +101,12 @@ inline std::optional<ProbedStream> probeVideo(const std::filesystem::path& path)
     return *file->first(AVMEDIA_TYPE_VIDEO);
 }
 
+// Blue-difference (plane 1, U) or red-difference (plane 2, V) chroma of a 4:2:0 picture at a
+// pixel: red has a high V, blue a high U, grey both near 128.
+inline int chromaAt(const AVFrame& picture, int plane, int x, int y) {
+    return picture.data[plane][(y / 2) * picture.linesize[plane] + x / 2];
+}
+
 // The first decoded video picture of a file.
 inline AVFramePtr decodeFirstPicture(const std::filesystem::path& path) {
     AVFormatContext* raw = nullptr;

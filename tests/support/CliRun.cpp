@@ -7,7 +7,7 @@
 #include <QJsonDocument>
 
 #include <csignal>
-#include <sstream>
+#include <thread>
 
 CliRun::CliRun(const std::vector<std::string>& arguments, Environment environment,
                std::vector<std::string> unset) {
@@ -63,6 +63,15 @@ bool CliRun::waitForFirstFrame(std::chrono::milliseconds bound) {
 
 void CliRun::signal(int number) const {
     ::kill(process.pid(), number);
+}
+
+bool CliRun::pauseFor(std::chrono::milliseconds length) {
+    signal(SIGUSR1);
+    if (!waitForErrors("Paused", std::chrono::seconds(5)))
+        return false;
+    std::this_thread::sleep_for(length);
+    signal(SIGUSR1);
+    return true;
 }
 
 RecordRun::RecordRun(const std::vector<std::string>& arguments, Environment environment) {

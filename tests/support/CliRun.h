@@ -39,6 +39,9 @@ public:
         return process.waitForExit(bound);
     }
     void signal(int number) const;
+    // Pauses a recording (SIGUSR1) and resumes it `length` after it said it paused; false when
+    // it never said so.
+    bool pauseFor(std::chrono::milliseconds length);
 
     QTemporaryDir logs;
     ChildProcess process;
