@@ -24,9 +24,7 @@ TEST(ApplicationShellTest, withoutDisplayExplainsAndFails) {
 TEST(ApplicationShellTest, startsOnXvfbAndShowsItsWindow) {
     XvfbSession::Options xvfb;
     xvfb.windowManager = true;
-    REQUIRE_XVFB(xvfb);
-    XvfbSession session(xvfb);
-    ASSERT_TRUE(session.isReady()) << session.error();
+    START_XVFB(session, xvfb);
 
     ChildProcess::Options options;
     options.unsetEnvironment = {"QT_QPA_PLATFORM", "WAYLAND_DISPLAY"};
@@ -44,9 +42,7 @@ TEST(ApplicationShellTest, startsOnXvfbAndShowsItsWindow) {
 TEST(ApplicationShellTest, permissionRequestIsGrantedOnX11) {
     XvfbSession::Options xvfb;
     xvfb.windowManager = true;
-    REQUIRE_XVFB(xvfb);
-    XvfbSession session(xvfb);
-    ASSERT_TRUE(session.isReady()) << session.error();
+    START_XVFB(session, xvfb);
 
     ChildProcess::Options options;
     options.unsetEnvironment = {"QT_QPA_PLATFORM", "WAYLAND_DISPLAY"};

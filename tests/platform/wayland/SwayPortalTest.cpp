@@ -137,12 +137,8 @@ private:
 // no GPU the portal cannot start the cast, and the test says so instead.
 TEST(SwayPortalTest, RecordsTheOutputThroughTheRealPortal) {
     REQUIRE_NOTHING_MISSING(missingDesktopTool());
-    REQUIRE_DBUS();
-    REQUIRE_PIPEWIRE();
-    DBusSession session;
-    ASSERT_TRUE(session.isReady()) << session.error();
-    PipeWireSession pipewire;
-    ASSERT_TRUE(pipewire.isReady()) << pipewire.error();
+    START_DBUS(session);
+    START_PIPEWIRE(pipewire);
     SwayDesktop desktop;
     ASSERT_TRUE(desktop.isReady()) << desktop.error();
     const QDBusConnection bus = QDBusConnection::connectToBus(
