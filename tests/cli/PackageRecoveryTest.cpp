@@ -64,12 +64,7 @@ TEST(PackageRecoveryTest, KilledPackageIsRecovered) {
         {"record", "--output", dir, "--fps", "30", "--camera", "Test Camera", "--separate-layers"},
         withTestCamera({}));
     ASSERT_TRUE(recording.waitForFirstFrame()) << recording.errors();
-    const auto firstFrame = std::chrono::steady_clock::now();
-    std::this_thread::sleep_for(5s);
-    recording.signal(SIGKILL);
-    const double killedAt =
-        std::chrono::duration<double>(std::chrono::steady_clock::now() - firstFrame).count();
-    recording.waitForExit(5s);
+    const double killedAt = recording.killAfter(5s);
 
     CliRun recover({"recover", dir});
     ASSERT_EQ(recover.waitForExit(60s), 0) << recover.errors();

@@ -30,12 +30,7 @@ TEST(RecoverCommandTest, AKilledRecordingIsRecovered) {
 
     CliRun recording({"record", "--output", dir, "--fps", "30"});
     ASSERT_TRUE(recording.waitForFirstFrame(10s)) << recording.errors();
-    const auto firstFrame = std::chrono::steady_clock::now();
-    std::this_thread::sleep_for(6s);
-    recording.signal(SIGKILL);
-    const double killedAt =
-        std::chrono::duration<double>(std::chrono::steady_clock::now() - firstFrame).count();
-    recording.waitForExit(5s);
+    const double killedAt = recording.killAfter(6s);
 
     CliRun recover({"recover", dir});
     ASSERT_EQ(recover.waitForExit(30s), 0) << recover.errors();

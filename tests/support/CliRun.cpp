@@ -65,6 +65,15 @@ void CliRun::signal(int number) const {
     ::kill(process.pid(), number);
 }
 
+double CliRun::killAfter(std::chrono::milliseconds after) {
+    const auto start = std::chrono::steady_clock::now();
+    std::this_thread::sleep_for(after);
+    signal(SIGKILL);
+    const auto killed = std::chrono::steady_clock::now();
+    process.waitForExit(std::chrono::seconds(5));
+    return std::chrono::duration<double>(killed - start).count();
+}
+
 bool CliRun::pauseFor(std::chrono::milliseconds length) {
     signal(SIGUSR1);
     if (!waitForErrors("Paused", std::chrono::seconds(5)))

@@ -39,6 +39,9 @@ public:
         return process.waitForExit(bound);
     }
     void signal(int number) const;
+    // Kills the run without warning `after` from now, as a crash or power cut would, and reaps
+    // it; the seconds from now to the kill.
+    double killAfter(std::chrono::milliseconds after);
     // Pauses a recording (SIGUSR1) and resumes it `length` after it said it paused; false when
     // it never said so.
     bool pauseFor(std::chrono::milliseconds length);
