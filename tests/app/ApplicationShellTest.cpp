@@ -48,9 +48,10 @@ TEST(ApplicationShellTest, startsOnXvfbAndShowsItsWindow) {
         EXPECT_TRUE(app.isRunning());
         app.stop();
         const std::string printed = readText(*options.stdoutPath);
-        if (askPermission)
+        if (askPermission) {
             EXPECT_NE(printed.find("✅ Screen Recording permission is authorized"),
                       std::string::npos)
                 << printed;
+        }
     }
 }
