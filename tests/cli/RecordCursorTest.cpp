@@ -65,37 +65,6 @@ bool xdotool(const std::vector<std::string>& arguments) {
     return runCommand(argv, 5s) == 0;
 }
 
-// Every decoded picture of a file's video with its time in seconds.
-void forEachPicture(const std::string& path, const std::function<void(const AVFrame&, double)>& f) {
-    AVFormatContext* raw = nullptr;
-    if (avformat_open_input(&raw, path.c_str(), nullptr, nullptr) < 0)
-        return;
-    AVInputFormatContextPtr input(raw);
-    avformat_find_stream_info(input.get(), nullptr);
-    const int index = av_find_best_stream(input.get(), AVMEDIA_TYPE_VIDEO, -1, -1, nullptr, 0);
-    if (index < 0)
-        return;
-    const AVStream* stream = input->streams[index];
-    const AVCodec* codec = avcodec_find_decoder(stream->codecpar->codec_id);
-    AVCodecContextPtr decoder(avcodec_alloc_context3(codec));
-    avcodec_parameters_to_context(decoder.get(), stream->codecpar);
-    if (avcodec_open2(decoder.get(), codec, nullptr) < 0)
-        return;
-    AVPacketPtr packet(av_packet_alloc());
-    AVFramePtr frame(av_frame_alloc());
-    auto drain = [&] {
-        while (avcodec_receive_frame(decoder.get(), frame.get()) >= 0)
-            f(*frame, double(frame->best_effort_timestamp) * av_q2d(stream->time_base));
-    };
-    while (av_read_frame(input.get(), packet.get()) >= 0) {
-        if (packet->stream_index == index && avcodec_send_packet(decoder.get(), packet.get()) >= 0)
-            drain();
-        av_packet_unref(packet.get());
-    }
-    avcodec_send_packet(decoder.get(), nullptr);
-    drain();
-}
-
 // The widest run of red in any row of a 4:2:0 picture, in pixels (red has a high Cr).
 int widestRed(const AVFrame& picture) {
     int widest = 0;

@@ -10,6 +10,7 @@ extern "C" {
 #include <cmath>
 
 #include <filesystem>
+#include <functional>
 #include <optional>
 #include <string>
 #include <vector>
@@ -107,34 +108,59 @@ inline int chromaAt(const AVFrame& picture, int plane, int x, int y) {
     return picture.data[plane][(y / 2) * picture.linesize[plane] + x / 2];
 }
 
-// The first decoded video picture of a file.
-inline AVFramePtr decodeFirstPicture(const std::filesystem::path& path) {
+// Decodes a file's video picture by picture, in order, and gives each with its time in seconds
+// to `visit` until it returns false.
+template <typename Visit>
+inline void visitPictures(const std::filesystem::path& path, Visit visit) {
     AVFormatContext* raw = nullptr;
     if (avformat_open_input(&raw, path.c_str(), nullptr, nullptr) < 0)
-        return nullptr;
+        return;
     AVInputFormatContextPtr input(raw);
     avformat_find_stream_info(input.get(), nullptr);
-    int index = av_find_best_stream(input.get(), AVMEDIA_TYPE_VIDEO, -1, -1, nullptr, 0);
+    const int index = av_find_best_stream(input.get(), AVMEDIA_TYPE_VIDEO, -1, -1, nullptr, 0);
     if (index < 0)
-        return nullptr;
-    const AVCodec* codec = avcodec_find_decoder(input->streams[index]->codecpar->codec_id);
+        return;
+    const AVStream* stream = input->streams[index];
+    const AVCodec* codec = avcodec_find_decoder(stream->codecpar->codec_id);
     AVCodecContextPtr decoder(avcodec_alloc_context3(codec));
-    avcodec_parameters_to_context(decoder.get(), input->streams[index]->codecpar);
+    avcodec_parameters_to_context(decoder.get(), stream->codecpar);
     if (avcodec_open2(decoder.get(), codec, nullptr) < 0)
-        return nullptr;
+        return;
     AVPacketPtr packet(av_packet_alloc());
     AVFramePtr frame(av_frame_alloc());
-    while (av_read_frame(input.get(), packet.get()) >= 0) {
-        if (packet->stream_index == index &&
-            avcodec_send_packet(decoder.get(), packet.get()) >= 0 &&
-            avcodec_receive_frame(decoder.get(), frame.get()) >= 0)
-            return frame;
+    bool going = true;
+    auto drain = [&] {
+        while (going && avcodec_receive_frame(decoder.get(), frame.get()) >= 0)
+            going = visit(*frame, double(frame->best_effort_timestamp) * av_q2d(stream->time_base));
+    };
+    while (going && av_read_frame(input.get(), packet.get()) >= 0) {
+        if (packet->stream_index == index && avcodec_send_packet(decoder.get(), packet.get()) >= 0)
+            drain();
         av_packet_unref(packet.get());
     }
-    avcodec_send_packet(decoder.get(), nullptr);
-    if (avcodec_receive_frame(decoder.get(), frame.get()) >= 0)
-        return frame;
-    return nullptr;
+    if (going) {
+        avcodec_send_packet(decoder.get(), nullptr);
+        drain();
+    }
+}
+
+// Every decoded picture of a file's video with its time in seconds.
+inline void forEachPicture(const std::filesystem::path& path,
+                           const std::function<void(const AVFrame&, double)>& f) {
+    visitPictures(path, [&](const AVFrame& picture, double time) {
+        f(picture, time);
+        return true;
+    });
+}
+
+// The first decoded video picture of a file.
+inline AVFramePtr decodeFirstPicture(const std::filesystem::path& path) {
+    AVFramePtr first;
+    visitPictures(path, [&](const AVFrame& picture, double) {
+        first.reset(av_frame_clone(&picture));
+        return false;
+    });
+    return first;
 }
 
 // The first channel of a file's first audio track, decoded, as floats in -1..1.
