@@ -7,6 +7,7 @@
 
 #include <chrono>
 #include <map>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -80,6 +81,7 @@ inline CliRun::Environment withTestCamera(CliRun::Environment environment) {
     environment["TAVELQUISTON_TEST_CAMERA"] = "1";
     return environment;
 }
+
 // Windows go to the test's X server, not offscreen.
 inline const CliRun::Environment::value_type realWindows{"QT_QPA_PLATFORM", "xcb"};
 
