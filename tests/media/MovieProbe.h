@@ -1,5 +1,6 @@
 #pragma once
 
+#include "media/DecodedAudio.h"
 #include "media/FFmpegHandles.h"
 
 extern "C" {
@@ -163,61 +164,11 @@ inline AVFramePtr decodeFirstPicture(const std::filesystem::path& path) {
     return first;
 }
 
-// The first channel of a file's first audio track, decoded, as floats in -1..1.
+// The first channel of a file's first (or `streamOrdinal`th) audio track, as floats in -1..1.
 inline std::vector<float> decodeFirstAudioChannel(const std::filesystem::path& path,
                                                   int streamOrdinal = 0) {
-    std::vector<float> samples;
-    AVFormatContext* raw = nullptr;
-    if (avformat_open_input(&raw, path.c_str(), nullptr, nullptr) < 0)
-        return samples;
-    AVInputFormatContextPtr input(raw);
-    avformat_find_stream_info(input.get(), nullptr);
-    int index = -1;
-    for (unsigned i = 0, seen = 0; i < input->nb_streams; ++i) {
-        if (input->streams[i]->codecpar->codec_type == AVMEDIA_TYPE_AUDIO &&
-            int(seen++) == streamOrdinal)
-            index = int(i);
-    }
-    if (index < 0)
-        return samples;
-    const AVCodec* codec = avcodec_find_decoder(input->streams[index]->codecpar->codec_id);
-    AVCodecContextPtr decoder(avcodec_alloc_context3(codec));
-    avcodec_parameters_to_context(decoder.get(), input->streams[index]->codecpar);
-    if (avcodec_open2(decoder.get(), codec, nullptr) < 0)
-        return samples;
-    AVPacketPtr packet(av_packet_alloc());
-    AVFramePtr frame(av_frame_alloc());
-    auto collect = [&] {
-        while (avcodec_receive_frame(decoder.get(), frame.get()) >= 0) {
-            for (int i = 0; i < frame->nb_samples; ++i) {
-                int step = av_sample_fmt_is_planar(AVSampleFormat(frame->format))
-                               ? 1
-                               : frame->ch_layout.nb_channels;
-                switch (frame->format) {
-                case AV_SAMPLE_FMT_S16:
-                case AV_SAMPLE_FMT_S16P:
-                    samples.push_back(reinterpret_cast<const int16_t*>(frame->data[0])[i * step] /
-                                      32768.0f);
-                    break;
-                case AV_SAMPLE_FMT_S32:
-                case AV_SAMPLE_FMT_S32P:
-                    samples.push_back(float(
-                        reinterpret_cast<const int32_t*>(frame->data[0])[i * step] / 2147483648.0));
-                    break;
-                default:
-                    samples.push_back(reinterpret_cast<const float*>(frame->data[0])[i * step]);
-                }
-            }
-        }
-    };
-    while (av_read_frame(input.get(), packet.get()) >= 0) {
-        if (packet->stream_index == index && avcodec_send_packet(decoder.get(), packet.get()) >= 0)
-            collect();
-        av_packet_unref(packet.get());
-    }
-    avcodec_send_packet(decoder.get(), nullptr);
-    collect();
-    return samples;
+    const auto audio = decodeAudio(path, streamOrdinal);
+    return audio && !audio->channels.empty() ? audio->channels[0] : std::vector<float>();
 }
 
 // Index of the first sample louder than the threshold, or -1.
