@@ -109,11 +109,9 @@ XvfbSession::Options desktop() {
 // starts a recording of the display (the panel appears), another stops it after 3 s, and the
 // movie and metadata lie in the output folder with the preview open on them.
 TEST(ApplicationDesktopTest, ToggleRecordsTheDisplayToTheOutputFolder) {
-    REQUIRE_XVFB(desktop());
+    START_XVFB(session, desktop());
     REQUIRE_DBUS();
     REQUIRE_TOOL("xdotool");
-    XvfbSession session(desktop());
-    ASSERT_TRUE(session.isReady()) << session.error();
     DesktopApplication program("countdown=0\nrecordSystemAudio=false\n");
     ASSERT_TRUE(program.bus.isReady()) << program.bus.error();
     // A tray for the status icon where the machine has one.
@@ -137,10 +135,8 @@ TEST(ApplicationDesktopTest, ToggleRecordsTheDisplayToTheOutputFolder) {
     const auto recording = program.waitForRecording(15s);
     ASSERT_TRUE(recording.has_value())
         << "no movie and metadata in " << program.outputFolder().toStdString();
-    const auto probed = probeMovie(recording->first.toStdString());
-    ASSERT_TRUE(probed.has_value()) << recording->first.toStdString();
-    const ProbedStream* video = probed->first(AVMEDIA_TYPE_VIDEO);
-    ASSERT_NE(video, nullptr);
+    const auto video = probeVideo(recording->first.toStdString());
+    ASSERT_TRUE(video) << recording->first.toStdString();
     EXPECT_GT(video->endSeconds, 2.5);
     EXPECT_LT(video->endSeconds, 6.0);
     EXPECT_EQ(video->width, 1920);
@@ -179,11 +175,9 @@ TEST(ApplicationDesktopTest, ToggleRecordsTheDisplayToTheOutputFolder) {
 
 // The area selector dragged with the pointer: the recording has the dragged size.
 TEST(ApplicationDesktopTest, DraggedAreaIsTheRecordingsSize) {
-    REQUIRE_XVFB(desktop());
+    START_XVFB(session, desktop());
     REQUIRE_DBUS();
     REQUIRE_TOOL("xdotool");
-    XvfbSession session(desktop());
-    ASSERT_TRUE(session.isReady()) << session.error();
     DesktopApplication program("countdown=0\nrecordSystemAudio=false\nvideoEncoder=h264\n");
     ASSERT_TRUE(program.bus.isReady()) << program.bus.error();
     ASSERT_TRUE(program.start().has_value());
@@ -207,21 +201,17 @@ TEST(ApplicationDesktopTest, DraggedAreaIsTheRecordingsSize) {
 
     const auto recording = program.waitForRecording(15s);
     ASSERT_TRUE(recording.has_value());
-    const auto probed = probeMovie(recording->first.toStdString());
-    ASSERT_TRUE(probed.has_value());
-    const ProbedStream* video = probed->first(AVMEDIA_TYPE_VIDEO);
-    ASSERT_NE(video, nullptr);
+    const auto video = probeVideo(recording->first.toStdString());
+    ASSERT_TRUE(video);
     EXPECT_EQ(video->width, 640);
     EXPECT_EQ(video->height, 480);
 }
 
 // The global key starts and stops a recording while another program has the focus.
 TEST(ApplicationDesktopTest, GlobalKeyStartsAndStopsFromAnywhere) {
-    REQUIRE_XVFB(desktop());
+    START_XVFB(session, desktop());
     REQUIRE_DBUS();
     REQUIRE_TOOL("xdotool");
-    XvfbSession session(desktop());
-    ASSERT_TRUE(session.isReady()) << session.error();
     DesktopApplication program("countdown=0\nrecordSystemAudio=false\n");
     ASSERT_TRUE(program.bus.isReady()) << program.bus.error();
     ASSERT_TRUE(program.start().has_value());

@@ -76,9 +76,7 @@ protected:
 // it with a live preview and a running time, Stop finishes a movie with picture and sound, which
 // opens in the trimmer; the coordinator goes through completed back to idle.
 TEST_F(DeviceRecordingFlow, DeviceTileRecordsTheChosenDeviceAndOpensTheMovie) {
-    REQUIRE_PULSEAUDIO();
-    PulseAudioSession sound;
-    ASSERT_TRUE(sound.isReady()) << sound.error();
+    START_PULSEAUDIO(sound);
     ASSERT_TRUE(sound.addDeviceSound("tq_device", "tq_device_sound", "Test Camera"));
     ASSERT_TRUE(sound.startTone(deviceTone, 60.0, 0.5, "tq_device"));
 

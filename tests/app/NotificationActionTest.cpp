@@ -26,9 +26,7 @@ bool waitFor(F condition) {
 // "Recording Completed" offers "Show in Folder"; choosing it shows the recording in the file
 // manager.
 TEST(NotificationActionTest, CompletionNotificationShowsTheFileInItsFolder) {
-    REQUIRE_DBUS();
-    DBusSession bus;
-    ASSERT_TRUE(bus.isReady()) << bus.error();
+    START_DBUS(bus);
     QDBusConnection desktop = QDBusConnection::connectToBus(QString::fromStdString(bus.address()),
                                                             QStringLiteral("tq-fake-desktop"));
     QDBusConnection program = QDBusConnection::connectToBus(QString::fromStdString(bus.address()),

@@ -6,6 +6,7 @@
 #include "media/FlashesAndClicks.h"
 #include "media/MovieProbe.h"
 #include "support/ChildProcess.h"
+#include "support/CliRun.h"
 #include "support/EventLoop.h"
 #include "support/FlashAndClickScene.h"
 #include "support/PulseAudioSession.h"
@@ -13,23 +14,15 @@
 #include "support/XvfbSession.h"
 
 #include <QDir>
-#include <QFile>
-#include <QJsonDocument>
 #include <QJsonObject>
 #include <QTemporaryDir>
 
 #include <fmt/format.h>
 #include <gtest/gtest.h>
-#include <xcb/xcb.h>
 
-#include <fcntl.h>
 #include <signal.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <algorithm>
-#include <fstream>
-#include <sstream>
 #include <thread>
 
 using namespace std::chrono_literals;
@@ -37,13 +30,6 @@ using namespace std::chrono_literals;
 namespace {
 
 constexpr double tone = 440.0;
-
-std::string readText(const QString& path) {
-    std::ifstream in(path.toStdString());
-    std::stringstream text;
-    text << in.rdbuf();
-    return text.str();
-}
 
 // A mono 44.1 kHz microphone that hears what the null sink plays: a remapped monitor.
 std::optional<std::string> addMonoMicrophone(const PulseAudioSession& pulse, const char* name) {
@@ -57,63 +43,19 @@ std::optional<std::string> addMonoMicrophone(const PulseAudioSession& pulse, con
     return module->substr(0, module->find('\n'));
 }
 
-// One tavelquiston-cli record run writing into its own folder.
-class Recording {
-public:
-    explicit Recording(const QStringList& extra) {
-        std::vector<std::string> argv = {TAVELQUISTON_CLI_PATH, "record", "--output",
-                                         folder.path().toStdString()};
-        for (const QString& argument : extra)
-            argv.push_back(argument.toStdString());
-        ChildProcess::Options options;
-        options.stdoutPath = (folder.path() + "/stdout.txt").toStdString();
-        options.stderrPath = (folder.path() + "/stderr.txt").toStdString();
-        process = ChildProcess(argv, options);
-    }
-    std::string output() const { return readText(folder.path() + "/stdout.txt"); }
-    std::string errors() const { return readText(folder.path() + "/stderr.txt"); }
-    std::string lastLine() const {
-        std::istringstream in(output());
-        std::string last;
-        for (std::string line; std::getline(in, line);)
-            if (!line.empty())
-                last = line;
-        return last;
-    }
-
-    QTemporaryDir folder;
-    ChildProcess process;
-};
-
-XvfbSession::Options desktop() {
-    XvfbSession::Options options;
-    options.width = 640;
-    options.height = 480;
-    options.windowManager = true;
-    return options;
-}
-
 } // namespace
 
 // A tone played into the sink during a screen recording with --system-audio is in the movie:
 // one audio stream, 48 kHz stereo, at the tone's pitch in both channels, as long as the picture.
 TEST(AudioRecordingTest, SystemAudioToneIsInTheMovie) {
-    REQUIRE_XVFB(desktop());
-    REQUIRE_PULSEAUDIO();
-    XvfbSession session(desktop());
-    ASSERT_TRUE(session.isReady()) << session.error();
-    PulseAudioSession pulse;
-    ASSERT_TRUE(pulse.isReady()) << pulse.error();
+    START_XVFB(session, XvfbSession::desktop());
+    START_PULSEAUDIO(pulse);
     ScreenAnimation animation;
     ASSERT_TRUE(pulse.startTone(tone, 8.0, 0.4));
 
-    Recording recording({"--fps", "30", "--duration", "2.5", "--system-audio"});
-    ASSERT_EQ(recording.process.waitForExit(30s), 0) << recording.errors();
-    std::istringstream lines(recording.output());
-    std::string movie;
-    for (std::string line; std::getline(lines, line);)
-        if (line.ends_with(".mov"))
-            movie = line;
+    RecordRun recording({"--fps", "30", "--duration", "2.5", "--system-audio"});
+    ASSERT_EQ(recording.waitForExit(30s), 0) << recording.errors();
+    const std::string movie = recording.writtenFile(".mov");
     const auto probed = probeMovie(movie);
     ASSERT_TRUE(probed.has_value()) << movie;
     int audioStreams = 0;
@@ -145,16 +87,14 @@ TEST(AudioRecordingTest, SystemAudioToneIsInTheMovie) {
 // Audio only, both sources: the package holds "sys." and "mic." files at 48 kHz stereo in the
 // chosen encoder and "info.json"; the mono 44.1 kHz microphone keeps its pitch.
 TEST(AudioRecordingTest, AudioPackageHoldsBothSourcesAtTheirPitch) {
-    REQUIRE_PULSEAUDIO();
-    PulseAudioSession pulse;
-    ASSERT_TRUE(pulse.isReady()) << pulse.error();
+    START_PULSEAUDIO(pulse);
     ASSERT_TRUE(addMonoMicrophone(pulse, "monomic").has_value());
     ASSERT_TRUE(pulse.startTone(tone, 8.0, 0.4));
 
-    Recording recording({"--mode", "audio", "--duration", "2", "--system-audio", "--microphone",
+    RecordRun recording({"--mode", "audio", "--duration", "2", "--system-audio", "--microphone",
                          "monomic", "--mic-volume", "0.5", "--audio-format", "flac"});
-    ASSERT_EQ(recording.process.waitForExit(30s), 0) << recording.errors();
-    const QString package = QString::fromStdString(recording.lastLine());
+    ASSERT_EQ(recording.waitForExit(30s), 0) << recording.errors();
+    const QString package = QString::fromStdString(recording.printedLine());
     EXPECT_TRUE(package.endsWith(".vxa")) << package.toStdString();
     EXPECT_TRUE(QFileInfo(package).fileName().startsWith("Audio Recording "));
 
@@ -176,9 +116,7 @@ TEST(AudioRecordingTest, AudioPackageHoldsBothSourcesAtTheirPitch) {
     EXPECT_NEAR(microphone->level(0, 0.3, end), microphone->level(1, 0.3, end), 0.01);
     EXPECT_LT(microphone->level(0, 0.3, end), 0.75 * system->level(0, 0.3, end));
 
-    QFile info(package + "/info.json");
-    ASSERT_TRUE(info.open(QIODevice::ReadOnly));
-    const QJsonObject json = QJsonDocument::fromJson(info.readAll()).object();
+    const QJsonObject json = readJsonObject((package + "/info.json").toStdString());
     EXPECT_EQ(json.value("encoder").toString(), "flac");
     EXPECT_DOUBLE_EQ(json.value("micVol").toDouble(), 0.5);
     EXPECT_DOUBLE_EQ(json.value("sysVol").toDouble(), 1.0);
@@ -186,14 +124,12 @@ TEST(AudioRecordingTest, AudioPackageHoldsBothSourcesAtTheirPitch) {
 
 // With the microphone off the package has no "mic." file and is still reported.
 TEST(AudioRecordingTest, AudioPackageWithoutMicrophone) {
-    REQUIRE_PULSEAUDIO();
-    PulseAudioSession pulse;
-    ASSERT_TRUE(pulse.isReady()) << pulse.error();
+    START_PULSEAUDIO(pulse);
     ASSERT_TRUE(pulse.startTone(tone, 6.0, 0.4));
 
-    Recording recording({"--mode", "audio", "--duration", "1.5", "--system-audio"});
-    ASSERT_EQ(recording.process.waitForExit(30s), 0) << recording.errors();
-    const QString package = QString::fromStdString(recording.lastLine());
+    RecordRun recording({"--mode", "audio", "--duration", "1.5", "--system-audio"});
+    ASSERT_EQ(recording.waitForExit(30s), 0) << recording.errors();
+    const QString package = QString::fromStdString(recording.printedLine());
     ASSERT_TRUE(package.endsWith(".vxa")) << recording.output();
     EXPECT_TRUE(QFileInfo::exists(package + "/sys.m4a"));
     EXPECT_TRUE(QFileInfo::exists(package + "/info.json"));
@@ -203,9 +139,7 @@ TEST(AudioRecordingTest, AudioPackageWithoutMicrophone) {
 // A microphone that is not there is refused before anything is recorded, naming it and the
 // ones that are; `list microphones` shows microphones only, the default marked.
 TEST(AudioRecordingTest, MissingMicrophoneIsNamed) {
-    REQUIRE_PULSEAUDIO();
-    PulseAudioSession pulse;
-    ASSERT_TRUE(pulse.isReady()) << pulse.error();
+    START_PULSEAUDIO(pulse);
     ASSERT_TRUE(addMonoMicrophone(pulse, "monomic").has_value());
 
     QTemporaryDir folder;
@@ -227,14 +161,12 @@ TEST(AudioRecordingTest, MissingMicrophoneIsNamed) {
 // A microphone unplugged mid-recording: the recording goes on, the file is valid and as long as
 // the recording, silent from the moment the device went.
 TEST(AudioRecordingTest, VanishedMicrophoneLeavesSilence) {
-    REQUIRE_PULSEAUDIO();
-    PulseAudioSession pulse;
-    ASSERT_TRUE(pulse.isReady()) << pulse.error();
+    START_PULSEAUDIO(pulse);
     const auto module = addMonoMicrophone(pulse, "usbmic");
     ASSERT_TRUE(module.has_value());
     ASSERT_TRUE(pulse.startTone(tone, 8.0, 0.4));
 
-    Recording recording({"--mode", "audio", "--duration", "3", "--microphone", "usbmic"});
+    RecordRun recording({"--mode", "audio", "--duration", "3", "--microphone", "usbmic"});
     ASSERT_TRUE(waitUntil(
         [&] {
             return recording.output().find("appended") != std::string::npos ||
@@ -245,8 +177,8 @@ TEST(AudioRecordingTest, VanishedMicrophoneLeavesSilence) {
     ASSERT_EQ(runCommand({"pactl", "--server=" + pulse.serverAddress(), "unload-module", *module},
                          5000ms),
               0);
-    ASSERT_EQ(recording.process.waitForExit(30s), 0) << recording.errors();
-    const QString package = QString::fromStdString(recording.lastLine());
+    ASSERT_EQ(recording.waitForExit(30s), 0) << recording.errors();
+    const QString package = QString::fromStdString(recording.printedLine());
     const auto microphone = decodeAudio((package + "/mic.m4a").toStdString());
     ASSERT_TRUE(microphone.has_value()) << package.toStdString();
     EXPECT_NEAR(microphone->seconds(), 3.0, 0.3);
@@ -257,34 +189,16 @@ TEST(AudioRecordingTest, VanishedMicrophoneLeavesSilence) {
 // Picture and sound stay together across a pause: the offset between each flash and its click
 // in the file stays the same within one frame, before and after the pause alike.
 TEST(AudioRecordingTest, PictureAndSoundStayAlignedAcrossAPause) {
-    REQUIRE_XVFB(desktop());
-    REQUIRE_PULSEAUDIO();
-    XvfbSession session(desktop());
-    ASSERT_TRUE(session.isReady()) << session.error();
-    PulseAudioSession pulse;
-    ASSERT_TRUE(pulse.isReady()) << pulse.error();
+    START_XVFB(session, XvfbSession::desktop());
+    START_PULSEAUDIO(pulse);
     FlashAndClickScene scene(PulseAudioSession::sinkName);
 
-    Recording recording({"--fps", "30", "--duration", "6", "--system-audio"});
-    ASSERT_TRUE(waitUntil(
-        [&] {
-            return recording.output().find("Successfully appended video frame #1") !=
-                   std::string::npos;
-        },
-        10s))
-        << recording.errors();
+    RecordRun recording({"--fps", "30", "--duration", "6", "--system-audio"});
+    ASSERT_TRUE(recording.waitForFirstFrame(10s)) << recording.errors();
     std::this_thread::sleep_for(2500ms);
-    ::kill(recording.process.pid(), SIGUSR1);
-    ASSERT_TRUE(
-        waitUntil([&] { return recording.errors().find("Paused") != std::string::npos; }, 5s));
-    std::this_thread::sleep_for(1300ms);
-    ::kill(recording.process.pid(), SIGUSR1);
-    ASSERT_EQ(recording.process.waitForExit(30s), 0) << recording.errors();
-    std::istringstream lines(recording.output());
-    std::string movie;
-    for (std::string line; std::getline(lines, line);)
-        if (line.ends_with(".mov"))
-            movie = line;
+    ASSERT_TRUE(recording.pauseFor(1300ms)) << recording.errors();
+    ASSERT_EQ(recording.waitForExit(30s), 0) << recording.errors();
+    const std::string movie = recording.writtenFile(".mov");
 
     const FlashesAndClicks events = findFlashesAndClicks(movie);
     const std::vector<double> offsets = events.offsets();
@@ -307,18 +221,15 @@ TEST(AudioRecordingTest, PictureAndSoundStayAlignedAcrossAPause) {
 // With --aec the default microphone is cleaned of what the speakers play: a microphone that
 // hears only the system audio (its echo) is recorded much quieter than without.
 TEST(AudioRecordingTest, EchoCancellationQuietsTheEcho) {
-    REQUIRE_PULSEAUDIO();
-    PulseAudioSession pulse;
-    ASSERT_TRUE(pulse.isReady()) << pulse.error();
+    START_PULSEAUDIO(pulse);
     ASSERT_TRUE(addMonoMicrophone(pulse, "echomic").has_value());
     ASSERT_TRUE(pulse.startTone(tone, 20.0, 0.4));
 
-    auto micLevel = [](const QStringList& extra) {
-        QStringList arguments = {"--mode", "audio", "--duration", "4", "--microphone"};
-        Recording recording(arguments + extra);
-        EXPECT_EQ(recording.process.waitForExit(30s), 0) << recording.errors();
-        const auto microphone =
-            decodeAudio((QString::fromStdString(recording.lastLine()) + "/mic.m4a").toStdString());
+    auto micLevel = [](const std::vector<std::string>& extra) {
+        RecordRun recording(joined({"--mode", "audio", "--duration", "4", "--microphone"}, extra));
+        EXPECT_EQ(recording.waitForExit(30s), 0) << recording.errors();
+        const auto microphone = decodeAudio(
+            (QString::fromStdString(recording.printedLine()) + "/mic.m4a").toStdString());
         EXPECT_TRUE(microphone.has_value());
         // After the canceller's first second of learning.
         return microphone ? microphone->level(0, 1.5, 3.8) : 0.0;
@@ -328,20 +239,4 @@ TEST(AudioRecordingTest, EchoCancellationQuietsTheEcho) {
     ASSERT_GT(plain, 0.1);
     // At least 6 dB quieter.
     EXPECT_LT(cancelled, plain / 2) << plain << " " << cancelled;
-}
-
-// Sound options that cannot be used are refused before anything starts, naming the option.
-TEST(AudioRecordingTest, BadSoundOptionsAreNamed) {
-    const std::vector<std::pair<QStringList, std::string>> cases = {
-        {{"--audio-format", "mp3"}, "--audio-format"},
-        {{"--mic-volume", "loud"}, "--mic-volume"},
-        {{"--system-volume", "-1"}, "--system-volume"},
-        {{"--mode", "audio"}, "--mode audio"},
-        {{"--aec"}, "--aec"},
-    };
-    for (const auto& [arguments, named] : cases) {
-        const CommandOutcome outcome = runCommandEntry(runRecord, arguments);
-        EXPECT_EQ(outcome.status, 2) << named;
-        EXPECT_NE(outcome.err.find(named), std::string::npos) << outcome.err;
-    }
 }

@@ -1,4 +1,4 @@
-#include "support/ChildProcess.h"
+#include "support/CliRun.h"
 #include "support/MissingTool.h"
 #include "support/XvfbSession.h"
 
@@ -8,19 +8,9 @@
 
 #include <gtest/gtest.h>
 
-#include <fstream>
-#include <sstream>
-
 using namespace std::chrono_literals;
 
 namespace {
-std::string readFile(const std::string& path) {
-    std::ifstream in(path);
-    std::stringstream text;
-    text << in.rdbuf();
-    return text.str();
-}
-
 // A file that is missing or not a movie fails on the command line, naming it, with status 2:
 // no window, no dialog.
 TEST(EditCommandTest, badFilesFailWithStatusTwo) {
@@ -33,14 +23,9 @@ TEST(EditCommandTest, badFilesFailWithStatusTwo) {
     notes.close();
     for (const std::string& file :
          {QDir(folder.path()).filePath("absent.mov").toStdString(), text.toStdString()}) {
-        ChildProcess::Options options;
-        options.stderrPath = folder.filePath("err.txt").toStdString();
-        options.unsetEnvironment = {"DISPLAY"};
-        ChildProcess cli({TAVELQUISTON_CLI_PATH, "edit", file}, options);
-        const auto status = cli.waitForExit(20s);
-        ASSERT_TRUE(status.has_value());
-        EXPECT_EQ(*status, 2) << file;
-        const std::string err = readFile(*options.stderrPath);
+        CliRun cli({"edit", file}, {}, {"DISPLAY"});
+        EXPECT_EQ(cli.waitForExit(20s), 2) << file;
+        const std::string err = cli.errors();
         EXPECT_NE(err.find("❌ Failed to load asset"), std::string::npos) << err;
         EXPECT_NE(err.find(std::filesystem::path(file).filename().string()), std::string::npos)
             << err;
@@ -63,14 +48,13 @@ TEST(EditCommandTest, opensTheTrimmerOnXvfb) {
               0);
     XvfbSession session(xvfb);
     ASSERT_TRUE(session.isReady()) << session.error();
-    ChildProcess::Options options;
-    options.unsetEnvironment = {"QT_QPA_PLATFORM", "WAYLAND_DISPLAY"};
-    options.environment = {{"DBUS_SESSION_BUS_ADDRESS", "disabled:"},
-                           {"XDG_CONFIG_HOME", "/tmp/tq-edit-test-config"}};
-    ChildProcess cli({TAVELQUISTON_CLI_PATH, "edit", movie}, options);
+    CliRun cli({"edit", movie},
+               {{"DBUS_SESSION_BUS_ADDRESS", "disabled:"},
+                {"XDG_CONFIG_HOME", "/tmp/tq-edit-test-config"}},
+               {"QT_QPA_PLATFORM", "WAYLAND_DISPLAY"});
     const auto found =
         commandOutput({"xdotool", "search", "--sync", "--name", "Walkthrough.mp4"}, 15s);
     EXPECT_TRUE(found.has_value() && !found->empty()) << "no trimmer window named the file";
-    EXPECT_TRUE(cli.isRunning());
+    EXPECT_TRUE(cli.process.isRunning());
 }
 } // namespace

@@ -1,9 +1,9 @@
-#include "TextFiles.h"
 #include "core/metadata/MetadataFile.h"
 #include "media/MovieProbe.h"
 #include "support/ChildProcess.h"
 #include "support/EventLoop.h"
 #include "support/ScreenAnimation.h"
+#include "support/TextFiles.h"
 #include "support/XvfbSession.h"
 
 #include <QTemporaryDir>
@@ -170,10 +170,8 @@ TEST(FullDiskRecordingTest, FilledDiskKeepsWhatWasRecorded) {
     EXPECT_TRUE(named) << "the kept movie's path was not printed";
     EXPECT_NE(errors.find(movie.filename().string()), std::string::npos) << errors;
 
-    const auto probed = probeMovie(movie);
-    ASSERT_TRUE(probed) << movie;
-    const ProbedStream* video = probed->first(AVMEDIA_TYPE_VIDEO);
-    ASSERT_NE(video, nullptr);
+    const auto video = probeVideo(movie);
+    ASSERT_TRUE(video) << movie;
     EXPECT_GE(video->endSeconds, *nearlyFull - 2.0);
     // The writer gives back the room it held when it fails; on a busy machine the command may be
     // gone before a sample sees it, and its end bounds the movie as well.

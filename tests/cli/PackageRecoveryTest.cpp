@@ -1,10 +1,8 @@
-#include "TextFiles.h"
 #include "core/metadata/MetadataFile.h"
 #include "media/MovieProbe.h"
 #include "media/layers/MediaLayerRecordingManager.h"
 #include "platform/x11/X11Connection.h"
-#include "support/ChildProcess.h"
-#include "support/EventLoop.h"
+#include "support/CliRun.h"
 #include "support/ScreenAnimation.h"
 #include "support/XvfbSession.h"
 
@@ -14,39 +12,10 @@
 #include <gtest/gtest.h>
 
 #include <csignal>
-#include <fstream>
-#include <sstream>
 
 using namespace std::chrono_literals;
 
 namespace {
-
-// One tavelquiston-cli run with the test camera, its output in files of the test's own.
-struct Command {
-    Command(const std::vector<std::string>& arguments, const QString& logs, const QString& name) {
-        std::vector<std::string> argv = {TAVELQUISTON_CLI_PATH};
-        argv.insert(argv.end(), arguments.begin(), arguments.end());
-        ChildProcess::Options options;
-        options.environment["TAVELQUISTON_TEST_CAMERA"] = "1";
-        outPath = (logs + "/" + name + ".out").toStdString();
-        errPath = (logs + "/" + name + ".err").toStdString();
-        options.stdoutPath = outPath;
-        options.stderrPath = errPath;
-        process = ChildProcess(argv, options);
-    }
-    std::string output() const { return readText(outPath); }
-    std::string errors() const { return readText(errPath); }
-    bool waitForFirstFrame() {
-        return waitUntil(
-            [&] {
-                return output().find("Successfully appended video frame #1") != std::string::npos;
-            },
-            20s);
-    }
-
-    std::string outPath, errPath;
-    ChildProcess process;
-};
 
 // What a kept package must be: it opens as a finished one does, both layers play for about as
 // long as the recording ran until `end` (seconds after its first frame), the metadata has the
@@ -57,10 +26,8 @@ void expectWholePackage(const std::string& folder, double end, const QString& lo
     RecordingPackage package;
     ASSERT_NO_THROW(package =
                         MediaLayerRecordingManager::loadPackage(QString::fromStdString(folder)));
-    const auto screen = probeMovie(package.screenVideoURL.toStdString());
-    ASSERT_TRUE(screen);
-    const ProbedStream* screenVideo = screen->first(AVMEDIA_TYPE_VIDEO);
-    ASSERT_NE(screenVideo, nullptr);
+    const auto screenVideo = probeVideo(package.screenVideoURL.toStdString());
+    ASSERT_TRUE(screenVideo);
     EXPECT_GE(screenVideo->endSeconds, end - 2.5);
     EXPECT_LE(screenVideo->endSeconds, end + 0.5);
     ASSERT_TRUE(package.cameraVideoURL.has_value());
@@ -75,22 +42,13 @@ void expectWholePackage(const std::string& folder, double end, const QString& lo
     EXPECT_EQ(metadata.resolution.width, screenVideo->width);
 
     const std::string exported = (logs + "/exported.mp4").toStdString();
-    Command exporting({"export", package.screenVideoURL.toStdString(), "--camera",
-                       package.cameraVideoURL->toStdString(), "--output", exported},
-                      logs, "export");
-    ASSERT_EQ(exporting.process.waitForExit(120s), 0) << exporting.errors();
+    CliRun exporting({"export", package.screenVideoURL.toStdString(), "--camera",
+                      package.cameraVideoURL->toStdString(), "--output", exported});
+    ASSERT_EQ(exporting.waitForExit(120s), 0) << exporting.errors();
     const auto made = probeMovie(exported);
     ASSERT_TRUE(made);
     ASSERT_NE(made->first(AVMEDIA_TYPE_VIDEO), nullptr);
     EXPECT_NEAR(made->first(AVMEDIA_TYPE_VIDEO)->endSeconds, screenVideo->endSeconds, 0.2);
-}
-
-XvfbSession::Options desktop() {
-    XvfbSession::Options options;
-    options.width = 640;
-    options.height = 480;
-    options.windowManager = true;
-    return options;
 }
 
 } // namespace
@@ -98,29 +56,20 @@ XvfbSession::Options desktop() {
 // A separate-layers recording killed without warning, then `recover`: the package is made whole
 // under a "(Recovered)" name, and a second `recover` finds nothing more to do.
 TEST(PackageRecoveryTest, KilledPackageIsRecovered) {
-    REQUIRE_XVFB(desktop());
-    XvfbSession session(desktop());
-    ASSERT_TRUE(session.isReady()) << session.error();
+    START_XVFB(session, XvfbSession::desktop());
     ScreenAnimation animation;
     QTemporaryDir logs, folder;
     const std::string dir = folder.path().toStdString();
-    Command recording(
+    CliRun recording(
         {"record", "--output", dir, "--fps", "30", "--camera", "Test Camera", "--separate-layers"},
-        logs.path(), "record");
+        withTestCamera({}));
     ASSERT_TRUE(recording.waitForFirstFrame()) << recording.errors();
-    const auto firstFrame = std::chrono::steady_clock::now();
-    std::this_thread::sleep_for(5s);
-    ::kill(recording.process.pid(), SIGKILL);
-    const double killedAt =
-        std::chrono::duration<double>(std::chrono::steady_clock::now() - firstFrame).count();
-    recording.process.waitForExit(5s);
+    const double killedAt = recording.killAfter(5s);
 
-    Command recover({"recover", dir}, logs.path(), "recover");
-    ASSERT_EQ(recover.process.waitForExit(60s), 0) << recover.errors();
+    CliRun recover({"recover", dir});
+    ASSERT_EQ(recover.waitForExit(60s), 0) << recover.errors();
     // The recovered package's path is the last line (the log goes to the same output).
-    const std::vector<std::string> printed = linesOf(recover.output());
-    ASSERT_FALSE(printed.empty()) << recover.errors();
-    const std::string kept = printed.back();
+    const std::string kept = recover.printedLine();
     ASSERT_TRUE(std::filesystem::is_directory(kept)) << recover.output();
     expectWholePackage(kept, killedAt, logs.path());
     // Only the package is left in the folder, with no unfinished marker inside.
@@ -130,8 +79,8 @@ TEST(PackageRecoveryTest, KilledPackageIsRecovered) {
          QDir(QString::fromStdString(kept)).entryList(QDir::Files | QDir::Hidden))
         EXPECT_FALSE(name.endsWith(QStringLiteral(".unfinished"))) << name.toStdString();
 
-    Command again({"recover", dir}, logs.path(), "again");
-    EXPECT_EQ(again.process.waitForExit(30s), 0) << again.errors();
+    CliRun again({"recover", dir});
+    EXPECT_EQ(again.waitForExit(30s), 0) << again.errors();
     EXPECT_NE(again.errors().find("No unfinished recordings"), std::string::npos) << again.errors();
 }
 
@@ -140,30 +89,25 @@ TEST(PackageRecoveryTest, KilledPackageIsRecovered) {
 TEST(PackageRecoveryTest, InterruptedPackageIsSalvaged) {
     XvfbSession::Options screens;
     screens.twoMonitors = true;
-    REQUIRE_XVFB(screens);
-    XvfbSession session(screens);
-    ASSERT_TRUE(session.isReady()) << session.error();
+    START_XVFB(session, screens);
     ScreenAnimation animation;
-    QTemporaryDir logs, folder;
+    QTemporaryDir logs;
     const uint32_t right = X11Connection().atom("right");
-    Command recording({"record", "--output", folder.path().toStdString(), "--fps", "30",
-                       "--display", std::to_string(right), "--camera", "Test Camera",
-                       "--separate-layers"},
-                      logs.path(), "record");
+    RecordRun recording({"--fps", "30", "--display", std::to_string(right), "--camera",
+                         "Test Camera", "--separate-layers"},
+                        withTestCamera({}));
     ASSERT_TRUE(recording.waitForFirstFrame()) << recording.errors();
     const auto firstFrame = std::chrono::steady_clock::now();
     std::this_thread::sleep_for(3s);
     ASSERT_EQ(runCommand({"xrandr", "--delmonitor", "right"}, 5s), 0);
     const double removedAt =
         std::chrono::duration<double>(std::chrono::steady_clock::now() - firstFrame).count();
-    ASSERT_EQ(recording.process.waitForExit(30s), 1) << recording.output();
+    ASSERT_EQ(recording.waitForExit(30s), 1) << recording.output();
     EXPECT_NE(recording.errors().find("Recording Interrupted"), std::string::npos)
         << recording.errors();
     EXPECT_NE(recording.errors().find("(Recovered)"), std::string::npos) << recording.errors();
-    const std::vector<std::string> printed = linesOf(recording.output());
-    ASSERT_FALSE(printed.empty());
     std::string kept;
-    for (const std::string& line : printed)
+    for (const std::string& line : recording.outputLines())
         if (line.find(" (Recovered)") != std::string::npos && std::filesystem::is_directory(line))
             kept = line;
     ASSERT_FALSE(kept.empty()) << "the kept package's path was not printed";

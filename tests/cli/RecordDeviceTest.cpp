@@ -1,69 +1,37 @@
 #include "media/DecodedAudio.h"
 #include "media/MovieProbe.h"
 #include "media/VideoFrameGrabber.h"
-#include "support/ChildProcess.h"
+#include "support/CliRun.h"
 #include "support/PulseAudioSession.h"
 #include "support/XvfbSession.h"
 
 #include <QString>
-#include <QStringList>
-#include <QTemporaryDir>
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <fstream>
 #include <map>
-#include <sstream>
 #include <thread>
 
 using namespace std::chrono_literals;
 
 namespace {
 
-std::string readText(const QString& path) {
-    std::ifstream in(path.toStdString());
-    std::stringstream text;
-    text << in.rdbuf();
-    return text.str();
-}
-
-// One `record --mode device` run of the test camera as the attached device, in its own folder.
-class DeviceRecording {
-public:
-    DeviceRecording(const std::vector<std::string>& extra,
-                    std::map<std::string, std::string> environment = {}, bool window = false) {
-        std::vector<std::string> argv = {TAVELQUISTON_CLI_PATH,
-                                         "record",
-                                         "--mode",
-                                         "device",
-                                         "--device",
-                                         "Test Camera",
-                                         "--output",
-                                         output.path().toStdString()};
-        argv.insert(argv.end(), extra.begin(), extra.end());
-        ChildProcess::Options options;
-        options.environment = std::move(environment);
-        options.environment["TAVELQUISTON_TEST_CAMERA"] = "1";
-        // The preview is a real window on the test's X server, not an offscreen one.
-        if (window)
-            options.environment["QT_QPA_PLATFORM"] = "xcb";
-        options.stdoutPath = (logs.path() + "/stdout.txt").toStdString();
-        options.stderrPath = (logs.path() + "/stderr.txt").toStdString();
-        process = ChildProcess(argv, options);
-    }
-    // The movie's path, printed last, after the log.
-    std::string moviePath() const {
-        const QStringList lines = QString::fromStdString(readText(logs.path() + "/stdout.txt"))
-                                      .split(QLatin1Char('\n'), Qt::SkipEmptyParts);
-        return lines.isEmpty() ? std::string() : lines.back().toStdString();
-    }
-    std::string errors() const { return readText(logs.path() + "/stderr.txt"); }
-
-    QTemporaryDir output;
-    QTemporaryDir logs;
-    ChildProcess process;
+// One `record --mode device` run of the test camera as the attached device. It prints the movie
+// last, after the log.
+struct DeviceRecording : RecordRun {
+    explicit DeviceRecording(const std::vector<std::string>& extra, Environment environment = {})
+        : RecordRun(joined({"--mode", "device", "--device", "Test Camera"}, extra),
+                    withTestCamera(std::move(environment))) {}
+    std::string moviePath() const { return printedLine(0); }
 };
+
+// What `list devices` prints with the test camera attached.
+std::string listedDevices() {
+    CliRun list({"list", "devices"}, withTestCamera({}));
+    EXPECT_EQ(list.waitForExit(20s), 0) << list.errors();
+    return list.output();
+}
 
 // The test picture is colourful; a black or grey frame would mean nothing was captured.
 double lumaSpread(const GrabbedVideoFrame& frame) {
@@ -83,16 +51,15 @@ double lumaSpread(const GrabbedVideoFrame& frame) {
 // three seconds of the device's picture from its first frame on.
 TEST(RecordDeviceTest, RecordsTheDevicePictureToAMovieAndFinishes) {
     DeviceRecording recording({"--duration", "3"});
-    ASSERT_EQ(recording.process.waitForExit(40s), 0) << recording.errors();
+    ASSERT_EQ(recording.waitForExit(40s), 0) << recording.errors();
     const std::string movie = recording.moviePath();
     ASSERT_FALSE(movie.empty()) << recording.errors();
-    const auto probed = probeMovie(movie);
-    ASSERT_TRUE(probed && probed->first(AVMEDIA_TYPE_VIDEO)) << movie;
-    const ProbedStream& video = *probed->first(AVMEDIA_TYPE_VIDEO);
-    EXPECT_EQ(video.width, 1280);
-    EXPECT_EQ(video.height, 720);
-    EXPECT_NEAR(video.endSeconds, 3.0, 0.25);
-    ASSERT_FALSE(video.packetTimes.empty());
+    const auto video = probeVideo(movie);
+    ASSERT_TRUE(video) << movie;
+    EXPECT_EQ(video->width, 1280);
+    EXPECT_EQ(video->height, 720);
+    EXPECT_NEAR(video->endSeconds, 3.0, 0.25);
+    ASSERT_FALSE(video->packetTimes.empty());
 
     std::string error;
     const auto first = grabVideoFrame(QString::fromStdString(movie), 0.0, &error);
@@ -106,12 +73,12 @@ TEST(RecordDeviceTest, RecordsTheDevicePictureToAMovieAndFinishes) {
 TEST(RecordDeviceTest, DeviceThatVanishesLeavesAFinishedPartialMovie) {
     DeviceRecording recording({"--duration", "8"},
                               {{"TAVELQUISTON_TEST_CAMERA_UNPLUG_AFTER", "1.5"}});
-    ASSERT_EQ(recording.process.waitForExit(40s), 1) << recording.errors();
+    ASSERT_EQ(recording.waitForExit(40s), 1) << recording.errors();
     const std::string movie = recording.moviePath();
     ASSERT_FALSE(movie.empty()) << recording.errors();
-    const auto probed = probeMovie(movie);
-    ASSERT_TRUE(probed && probed->first(AVMEDIA_TYPE_VIDEO)) << movie;
-    EXPECT_NEAR(probed->first(AVMEDIA_TYPE_VIDEO)->endSeconds, 1.5, 0.3);
+    const auto video = probeVideo(movie);
+    ASSERT_TRUE(video) << movie;
+    EXPECT_NEAR(video->endSeconds, 1.5, 0.3);
     std::string error;
     EXPECT_TRUE(grabVideoFrame(QString::fromStdString(movie), 1.0, &error)) << error;
 }
@@ -127,11 +94,8 @@ TEST(RecordDeviceTest, UnknownDeviceIsBadInputAndListShowsTheTestDevice) {
                           "none", "--duration", "1"},
                          20s),
               2);
-    ChildProcess::Options options;
-    options.environment["TAVELQUISTON_TEST_CAMERA"] = "1";
-    const auto listed = commandOutput({TAVELQUISTON_CLI_PATH, "list", "devices"}, 20s, options);
-    ASSERT_TRUE(listed);
-    EXPECT_NE(listed->find("Test Camera"), std::string::npos) << *listed;
+    const std::string listed = listedDevices();
+    EXPECT_NE(listed.find("Test Camera"), std::string::npos) << listed;
 }
 
 // With --preview a window titled after the device is on the screen while it records, and the
@@ -140,12 +104,11 @@ TEST(RecordDeviceTest, PreviewWindowShowsWhileRecording) {
     XvfbSession::Options desktop;
     desktop.width = 1280;
     desktop.height = 720;
-    REQUIRE_XVFB(desktop);
+    START_XVFB(session, desktop);
     REQUIRE_TOOL("xwininfo");
-    XvfbSession session(desktop);
-    ASSERT_TRUE(session.isReady()) << session.error();
 
-    DeviceRecording recording({"--duration", "3", "--preview"}, {}, true);
+    // The preview is a real window on the test's X server.
+    DeviceRecording recording({"--duration", "3", "--preview"}, {realWindows});
     bool shown = false;
     for (int attempt = 0; attempt < 25 && !shown; ++attempt) {
         std::this_thread::sleep_for(100ms);
@@ -153,7 +116,7 @@ TEST(RecordDeviceTest, PreviewWindowShowsWhileRecording) {
         shown = tree && tree->find("Test Camera — Preview") != std::string::npos;
     }
     EXPECT_TRUE(shown);
-    ASSERT_EQ(recording.process.waitForExit(40s), 0) << recording.errors();
+    ASSERT_EQ(recording.waitForExit(40s), 0) << recording.errors();
     EXPECT_TRUE(probeMovie(recording.moviePath()));
 }
 
@@ -184,14 +147,11 @@ TEST(RecordDeviceTest, RecordsTheDeviceSoundWithThePicture) {
     ASSERT_TRUE(sound.isReady()) << sound.error();
     ASSERT_TRUE(giveTheTestDeviceASound(sound));
 
-    ChildProcess::Options options;
-    options.environment["TAVELQUISTON_TEST_CAMERA"] = "1";
-    const auto listed = commandOutput({TAVELQUISTON_CLI_PATH, "list", "devices"}, 20s, options);
-    ASSERT_TRUE(listed);
-    EXPECT_NE(listed->find("sound: Test Camera (tq_device_sound)"), std::string::npos) << *listed;
+    const std::string listed = listedDevices();
+    EXPECT_NE(listed.find("sound: Test Camera (tq_device_sound)"), std::string::npos) << listed;
 
     DeviceRecording recording({"--duration", "3"});
-    ASSERT_EQ(recording.process.waitForExit(40s), 0) << recording.errors();
+    ASSERT_EQ(recording.waitForExit(40s), 0) << recording.errors();
     const std::string movie = recording.moviePath();
     const auto probed = probeMovie(movie);
     ASSERT_TRUE(probed && probed->first(AVMEDIA_TYPE_VIDEO) && probed->first(AVMEDIA_TYPE_AUDIO))
@@ -218,7 +178,7 @@ TEST(RecordDeviceTest, DeviceAudioOptionOverridesTheMatch) {
     ASSERT_TRUE(giveTheTestDeviceASound(sound));
 
     DeviceRecording silent({"--duration", "2", "--device-audio", "none"});
-    ASSERT_EQ(silent.process.waitForExit(40s), 0) << silent.errors();
+    ASSERT_EQ(silent.waitForExit(40s), 0) << silent.errors();
     const auto probed = probeMovie(silent.moviePath());
     ASSERT_TRUE(probed && probed->first(AVMEDIA_TYPE_VIDEO));
     EXPECT_NEAR(probed->first(AVMEDIA_TYPE_VIDEO)->endSeconds, 2.0, 0.25);
@@ -228,13 +188,13 @@ TEST(RecordDeviceTest, DeviceAudioOptionOverridesTheMatch) {
     // The monitor of the main sink hears nothing of the device's tone: chosen by name, it is
     // what is recorded.
     DeviceRecording chosen({"--duration", "2", "--device-audio", sound.monitorSource()});
-    ASSERT_EQ(chosen.process.waitForExit(40s), 0) << chosen.errors();
+    ASSERT_EQ(chosen.waitForExit(40s), 0) << chosen.errors();
     const auto decoded = decodeAudio(chosen.moviePath());
     ASSERT_TRUE(decoded);
     EXPECT_NEAR(decoded->seconds(), 2.0, 0.25);
     EXPECT_LT(decoded->level(0, 0.2, 1.8), 0.01);
 
     DeviceRecording wrong({"--duration", "2", "--device-audio", "no_such_source"});
-    ASSERT_EQ(wrong.process.waitForExit(40s), 2);
+    ASSERT_EQ(wrong.waitForExit(40s), 2);
     EXPECT_NE(wrong.errors().find("no_such_source"), std::string::npos) << wrong.errors();
 }

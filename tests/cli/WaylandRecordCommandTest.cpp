@@ -1,68 +1,49 @@
 #include "media/MovieProbe.h"
-#include "support/ChildProcess.h"
+#include "support/CliRun.h"
 #include "support/DBusSession.h"
 #include "support/PipeWireSession.h"
 #include "support/ScreenCastPortalStandIn.h"
+#include "support/TextFiles.h"
 
 #include <QDir>
-#include <QFile>
 #include <QJsonArray>
-#include <QJsonDocument>
 #include <QJsonObject>
 #include <QTemporaryDir>
 
 #include <gtest/gtest.h>
 
 #include <cmath>
-#include <fstream>
 #include <set>
-#include <sstream>
 
 using namespace std::chrono_literals;
 
 namespace {
 
-std::string readText(const std::string& path) {
-    std::ifstream in(path);
-    std::stringstream text;
-    text << in.rdbuf();
-    return text.str();
-}
-
 // tavelquiston-cli run to its end with a settings folder of its own and no X display, so only
 // the Wayland path can record.
-struct CliRun {
-    explicit CliRun(const std::vector<std::string>& arguments) {
-        std::vector<std::string> argv{TAVELQUISTON_CLI_PATH};
-        argv.insert(argv.end(), arguments.begin(), arguments.end());
-        ChildProcess::Options options;
-        options.environment = {{"XDG_CONFIG_HOME", folder.path().toStdString() + "/config"}};
-        options.unsetEnvironment = {"DISPLAY", "WAYLAND_DISPLAY"};
-        options.stdoutPath = folder.path().toStdString() + "/out.txt";
-        options.stderrPath = folder.path().toStdString() + "/err.txt";
-        ChildProcess process(argv, options);
-        status = process.waitForExit(40s);
+struct WaylandRun : CliRun {
+    explicit WaylandRun(const std::vector<std::string>& arguments) {
+        start(arguments, {{"XDG_CONFIG_HOME", config.path().toStdString()}},
+              {"DISPLAY", "WAYLAND_DISPLAY"});
+        status = waitForExit(40s);
     }
-    std::string output() const { return readText(folder.path().toStdString() + "/out.txt"); }
-    std::string errors() const { return readText(folder.path().toStdString() + "/err.txt"); }
     std::string settings() const {
-        return readText(folder.path().toStdString() + "/config/tavelquiston/tavelquiston.ini");
+        return readText(config.filePath("tavelquiston/tavelquiston.ini").toStdString());
     }
 
-    QTemporaryDir folder;
+    QTemporaryDir config;
     std::optional<int> status;
 };
 
-// The last line of a run's output that names a file ending in `suffix`.
-std::string writtenFile(const std::string& output, const std::string& suffix) {
-    std::istringstream lines(output);
-    std::string found;
-    for (std::string line; std::getline(lines, line);) {
-        if (line.size() >= suffix.size() &&
-            line.compare(line.size() - suffix.size(), suffix.size(), suffix) == 0)
-            found = line;
-    }
-    return found;
+// What the portal stand-in shares: `node` of the test's PipeWire daemon, of the given size.
+ScreenCastPortalStandIn::Options sharing(uint32_t node, int width, int height,
+                                         const PipeWireSession& pipewire) {
+    ScreenCastPortalStandIn::Options options;
+    options.node = node;
+    options.width = width;
+    options.height = height;
+    options.pipewireSocket = pipewire.socketPath();
+    return options;
 }
 
 } // namespace
@@ -71,33 +52,20 @@ std::string writtenFile(const std::string& output, const std::string& suffix) {
 // three seconds within a frame, shows the producer's red, and the portal's restore token is
 // kept in the settings for the next run.
 TEST(WaylandRecordCommandTest, RecordsThreeSecondsThroughThePortal) {
-    REQUIRE_DBUS();
-    REQUIRE_PIPEWIRE();
-    DBusSession bus;
-    ASSERT_TRUE(bus.isReady()) << bus.error();
-    PipeWireSession pipewire;
-    ASSERT_TRUE(pipewire.isReady()) << pipewire.error();
+    START_DBUS(bus);
+    START_PIPEWIRE(pipewire);
     const auto node = pipewire.startVideoSource("tq_desktop", "red", 320, 240);
     ASSERT_TRUE(node);
-    ScreenCastPortalStandIn::Options options;
-    options.node = *node;
-    options.width = 320;
-    options.height = 240;
-    options.pipewireSocket = pipewire.socketPath();
-    ScreenCastPortalStandIn portal(TAVELQUISTON_PORTAL_STANDIN_PATH, options);
+    ScreenCastPortalStandIn portal(TAVELQUISTON_PORTAL_STANDIN_PATH,
+                                   sharing(*node, 320, 240, pipewire));
     ASSERT_TRUE(portal.isReady()) << portal.error();
 
     QTemporaryDir movies;
-    CliRun run({"record", "--backend", "wayland", "--duration", "3", "--fps", "30", "--output",
-                movies.path().toStdString()});
+    WaylandRun run({"record", "--backend", "wayland", "--duration", "3", "--fps", "30", "--output",
+                    movies.path().toStdString()});
     ASSERT_EQ(run.status, 0) << run.errors();
     EXPECT_NE(run.output().find("Capture backend: wayland"), std::string::npos);
-    std::istringstream lines(run.output());
-    std::string movie;
-    for (std::string line; std::getline(lines, line);) {
-        if (line.find(".mov") != std::string::npos && line.find("metadata") == std::string::npos)
-            movie = line;
-    }
+    const std::string movie = run.writtenFile(".mov");
     ASSERT_FALSE(movie.empty()) << run.output();
 
     const auto probed = probeMovie(movie);
@@ -114,58 +82,43 @@ TEST(WaylandRecordCommandTest, RecordsThreeSecondsThroughThePortal) {
     ASSERT_TRUE(picture);
     ASSERT_EQ(picture->format, AV_PIX_FMT_YUV420P);
     // Red: a high V (Cr), a low U (Cb).
-    EXPECT_GT(picture->data[2][60 * picture->linesize[2] + 80], 200);
-    EXPECT_LT(picture->data[1][60 * picture->linesize[1] + 80], 110);
+    EXPECT_GT(chromaAt(*picture, 2, 160, 120), 200);
+    EXPECT_LT(chromaAt(*picture, 1, 160, 120), 110);
     EXPECT_NE(run.settings().find("screenCastRestoreToken="), std::string::npos);
 }
 
 // `--mode window` without an id records the window the user picked in the desktop's dialog.
 TEST(WaylandRecordCommandTest, RecordsTheWindowPickedInTheDialog) {
-    REQUIRE_DBUS();
-    REQUIRE_PIPEWIRE();
-    DBusSession bus;
-    ASSERT_TRUE(bus.isReady()) << bus.error();
-    PipeWireSession pipewire;
-    ASSERT_TRUE(pipewire.isReady()) << pipewire.error();
+    START_DBUS(bus);
+    START_PIPEWIRE(pipewire);
     const auto node = pipewire.startVideoSource("tq_window", "blue", 200, 150);
     ASSERT_TRUE(node);
-    ScreenCastPortalStandIn::Options options;
-    options.node = *node;
-    options.width = 200;
-    options.height = 150;
-    options.pipewireSocket = pipewire.socketPath();
+    ScreenCastPortalStandIn::Options options = sharing(*node, 200, 150, pipewire);
     options.shareWindow = true;
     ScreenCastPortalStandIn portal(TAVELQUISTON_PORTAL_STANDIN_PATH, options);
     ASSERT_TRUE(portal.isReady()) << portal.error();
 
     QTemporaryDir movies;
-    CliRun run({"record", "--backend", "wayland", "--mode", "window", "--duration", "1", "--fps",
-                "30", "--output", movies.path().toStdString()});
+    WaylandRun run({"record", "--backend", "wayland", "--mode", "window", "--duration", "1",
+                    "--fps", "30", "--output", movies.path().toStdString()});
     ASSERT_EQ(run.status, 0) << run.errors();
-    std::istringstream lines(run.output());
-    std::string movie;
-    for (std::string line; std::getline(lines, line);) {
-        if (line.find(".mov") != std::string::npos && line.find("metadata") == std::string::npos)
-            movie = line;
-    }
+    const std::string movie = run.writtenFile(".mov");
     const AVFramePtr picture = decodeFirstPicture(movie);
     ASSERT_TRUE(picture) << run.output();
     EXPECT_EQ(picture->width, 200);
     EXPECT_EQ(picture->height, 150);
     // Blue: a high U (Cb).
-    EXPECT_GT(picture->data[1][30 * picture->linesize[1] + 50], 200);
+    EXPECT_GT(chromaAt(*picture, 1, 100, 60), 200);
 }
 
 // Asking for Wayland where no portal answers is one clear error and a usage status, for
 // recording and for listing alike.
 TEST(WaylandRecordCommandTest, NoPortalOnTheBusIsOneClearError) {
-    REQUIRE_DBUS();
-    DBusSession bus;
-    ASSERT_TRUE(bus.isReady()) << bus.error();
+    START_DBUS(bus);
     for (const std::vector<std::string>& arguments :
          {std::vector<std::string>{"record", "--backend", "wayland", "--duration", "1"},
           std::vector<std::string>{"list", "--backend", "wayland", "displays"}}) {
-        CliRun run(arguments);
+        WaylandRun run(arguments);
         const std::string errors = run.errors();
         EXPECT_EQ(run.status, 2) << errors;
         EXPECT_NE(errors.find("ScreenCast portal"), std::string::npos) << errors;
@@ -182,34 +135,25 @@ TEST(WaylandRecordCommandTest, NoPortalOnTheBusIsOneClearError) {
 // normalised to the picture, in time order. With the cursor shown, the metadata's white pointer
 // is drawn into the file's pictures. There are no clicks on Wayland.
 TEST(WaylandRecordCommandTest, CursorPositionsFollowTheStreamsCursorMetadata) {
-    REQUIRE_DBUS();
-    REQUIRE_PIPEWIRE();
-    DBusSession bus;
-    ASSERT_TRUE(bus.isReady()) << bus.error();
-    PipeWireSession pipewire;
-    ASSERT_TRUE(pipewire.isReady()) << pipewire.error();
+    START_DBUS(bus);
+    START_PIPEWIRE(pipewire);
     constexpr int width = 320, height = 240;
     const auto node = pipewire.startSourceProgram(
         "tq_cursor_desktop",
         {TAVELQUISTON_CURSOR_SOURCE_PATH, "--name", "tq_cursor_desktop", "--width",
          std::to_string(width), "--height", std::to_string(height), "--color", "00ff00"});
     ASSERT_TRUE(node) << "the cursor source did not appear in PipeWire";
-    ScreenCastPortalStandIn::Options options;
-    options.node = *node;
-    options.width = width;
-    options.height = height;
-    options.pipewireSocket = pipewire.socketPath();
-    ScreenCastPortalStandIn portal(TAVELQUISTON_PORTAL_STANDIN_PATH, options);
+    ScreenCastPortalStandIn portal(TAVELQUISTON_PORTAL_STANDIN_PATH,
+                                   sharing(*node, width, height, pipewire));
     ASSERT_TRUE(portal.isReady()) << portal.error();
 
     QTemporaryDir movies;
-    CliRun run({"record", "--backend", "wayland", "--duration", "2", "--fps", "30",
-                "--click-to-zoom", "--smart-zoom", "off", "--show-cursor", "--output",
-                movies.path().toStdString()});
+    WaylandRun run({"record", "--backend", "wayland", "--duration", "2", "--fps", "30",
+                    "--click-to-zoom", "--smart-zoom", "off", "--show-cursor", "--output",
+                    movies.path().toStdString()});
     ASSERT_EQ(run.status, 0) << run.errors();
-    QFile file(QString::fromStdString(writtenFile(run.output(), ".metadata.json")));
-    ASSERT_TRUE(file.open(QIODevice::ReadOnly)) << run.output();
-    const QJsonObject metadata = QJsonDocument::fromJson(file.readAll()).object();
+    const QJsonObject metadata = readJsonObject(run.writtenFile(".metadata.json"));
+    ASSERT_FALSE(metadata.isEmpty()) << run.output();
     EXPECT_TRUE(metadata.value("cursorClicks").toArray().isEmpty());
 
     std::vector<double> pixelsX;
@@ -240,7 +184,7 @@ TEST(WaylandRecordCommandTest, CursorPositionsFollowTheStreamsCursorMetadata) {
     // Rightwards, but for the producer's one wrap back to the left edge.
     EXPECT_GE(forward + 1, steps);
 
-    const std::string movie = writtenFile(run.output(), ".mov");
+    const std::string movie = run.writtenFile(".mov");
     const AVFramePtr picture = decodeFirstPicture(movie);
     ASSERT_TRUE(picture) << run.output();
     int whiteColumns = 0;
@@ -254,20 +198,12 @@ TEST(WaylandRecordCommandTest, CursorPositionsFollowTheStreamsCursorMetadata) {
 // An application or several windows cannot be asked of the portal: each is one error that says
 // why, with a usage status, and no file.
 TEST(WaylandRecordCommandTest, ApplicationsAndSeveralWindowsAreRefusedWithTheReason) {
-    REQUIRE_DBUS();
-    REQUIRE_PIPEWIRE();
-    DBusSession bus;
-    ASSERT_TRUE(bus.isReady()) << bus.error();
-    PipeWireSession pipewire;
-    ASSERT_TRUE(pipewire.isReady()) << pipewire.error();
+    START_DBUS(bus);
+    START_PIPEWIRE(pipewire);
     const auto node = pipewire.startVideoSource("tq_refused", "red", 160, 120);
     ASSERT_TRUE(node);
-    ScreenCastPortalStandIn::Options options;
-    options.node = *node;
-    options.width = 160;
-    options.height = 120;
-    options.pipewireSocket = pipewire.socketPath();
-    ScreenCastPortalStandIn portal(TAVELQUISTON_PORTAL_STANDIN_PATH, options);
+    ScreenCastPortalStandIn portal(TAVELQUISTON_PORTAL_STANDIN_PATH,
+                                   sharing(*node, 160, 120, pipewire));
     ASSERT_TRUE(portal.isReady()) << portal.error();
 
     struct Case {
@@ -278,15 +214,9 @@ TEST(WaylandRecordCommandTest, ApplicationsAndSeveralWindowsAreRefusedWithTheRea
          {Case{{"--mode", "application", "--app", "org.example.Editor"}, "Applications cannot"},
           Case{{"--mode", "windows", "--window", "1", "--window", "2"}, "Several windows"}}) {
         QTemporaryDir movies;
-        std::vector<std::string> arguments{"record",
-                                           "--backend",
-                                           "wayland",
-                                           "--duration",
-                                           "1",
-                                           "--output",
-                                           movies.path().toStdString()};
-        arguments.insert(arguments.end(), c.mode.begin(), c.mode.end());
-        CliRun run(arguments);
+        WaylandRun run(joined({"record", "--backend", "wayland", "--duration", "1", "--output",
+                               movies.path().toStdString()},
+                              c.mode));
         const std::string errors = run.errors();
         EXPECT_EQ(run.status, 2) << errors;
         EXPECT_NE(errors.find(c.reason), std::string::npos) << errors;

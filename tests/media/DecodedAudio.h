@@ -51,14 +51,22 @@ struct DecodedAudio {
     }
 };
 
-inline std::optional<DecodedAudio> decodeAudio(const std::filesystem::path& path) {
+// The file's main audio stream, or with `ordinal` its audio streams counted in file order.
+inline std::optional<DecodedAudio> decodeAudio(const std::filesystem::path& path,
+                                               int ordinal = -1) {
     AVFormatContext* raw = nullptr;
     if (avformat_open_input(&raw, path.c_str(), nullptr, nullptr) < 0)
         return std::nullopt;
     AVInputFormatContextPtr input(raw);
     if (avformat_find_stream_info(input.get(), nullptr) < 0)
         return std::nullopt;
-    const int index = av_find_best_stream(input.get(), AVMEDIA_TYPE_AUDIO, -1, -1, nullptr, 0);
+    int index = -1;
+    if (ordinal < 0)
+        index = av_find_best_stream(input.get(), AVMEDIA_TYPE_AUDIO, -1, -1, nullptr, 0);
+    for (unsigned i = 0, seen = 0; ordinal >= 0 && i < input->nb_streams; ++i) {
+        if (input->streams[i]->codecpar->codec_type == AVMEDIA_TYPE_AUDIO && int(seen++) == ordinal)
+            index = int(i);
+    }
     if (index < 0)
         return std::nullopt;
     const AVCodecParameters* parameters = input->streams[index]->codecpar;

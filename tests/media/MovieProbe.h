@@ -1,14 +1,17 @@
 #pragma once
 
+#include "media/DecodedAudio.h"
 #include "media/FFmpegHandles.h"
 
 extern "C" {
 #include <libavutil/pixdesc.h>
 }
 
+#include <algorithm>
 #include <cmath>
 
 #include <filesystem>
+#include <functional>
 #include <optional>
 #include <string>
 #include <vector>
@@ -27,6 +30,14 @@ struct ProbedStream {
     std::string colorMatrix;
     std::vector<double> packetTimes; // presentation times in seconds, in file order
     double endSeconds = 0;           // the largest pts + duration
+
+    // The longest time between two packets in file order: a frozen stretch of the picture.
+    double largestGap() const {
+        double gap = 0;
+        for (size_t i = 1; i < packetTimes.size(); ++i)
+            gap = std::max(gap, packetTimes[i] - packetTimes[i - 1]);
+        return gap;
+    }
 };
 
 struct ProbedFile {
@@ -84,91 +95,80 @@ inline std::optional<ProbedFile> probeMovie(const std::filesystem::path& path) {
     return file;
 }
 
-// The first decoded video picture of a file.
-inline AVFramePtr decodeFirstPicture(const std::filesystem::path& path) {
-    AVFormatContext* raw = nullptr;
-    if (avformat_open_input(&raw, path.c_str(), nullptr, nullptr) < 0)
-        return nullptr;
-    AVInputFormatContextPtr input(raw);
-    avformat_find_stream_info(input.get(), nullptr);
-    int index = av_find_best_stream(input.get(), AVMEDIA_TYPE_VIDEO, -1, -1, nullptr, 0);
-    if (index < 0)
-        return nullptr;
-    const AVCodec* codec = avcodec_find_decoder(input->streams[index]->codecpar->codec_id);
-    AVCodecContextPtr decoder(avcodec_alloc_context3(codec));
-    avcodec_parameters_to_context(decoder.get(), input->streams[index]->codecpar);
-    if (avcodec_open2(decoder.get(), codec, nullptr) < 0)
-        return nullptr;
-    AVPacketPtr packet(av_packet_alloc());
-    AVFramePtr frame(av_frame_alloc());
-    while (av_read_frame(input.get(), packet.get()) >= 0) {
-        if (packet->stream_index == index &&
-            avcodec_send_packet(decoder.get(), packet.get()) >= 0 &&
-            avcodec_receive_frame(decoder.get(), frame.get()) >= 0)
-            return frame;
-        av_packet_unref(packet.get());
-    }
-    avcodec_send_packet(decoder.get(), nullptr);
-    if (avcodec_receive_frame(decoder.get(), frame.get()) >= 0)
-        return frame;
-    return nullptr;
+// A movie's first video stream; absent when the file does not open or has no picture.
+inline std::optional<ProbedStream> probeVideo(const std::filesystem::path& path) {
+    const auto file = probeMovie(path);
+    if (!file || !file->first(AVMEDIA_TYPE_VIDEO))
+        return std::nullopt;
+    return *file->first(AVMEDIA_TYPE_VIDEO);
 }
 
-// The first channel of a file's first audio track, decoded, as floats in -1..1.
-inline std::vector<float> decodeFirstAudioChannel(const std::filesystem::path& path,
-                                                  int streamOrdinal = 0) {
-    std::vector<float> samples;
+// Blue-difference (plane 1, U) or red-difference (plane 2, V) chroma of a 4:2:0 picture at a
+// pixel: red has a high V, blue a high U, grey both near 128.
+inline int chromaAt(const AVFrame& picture, int plane, int x, int y) {
+    return picture.data[plane][(y / 2) * picture.linesize[plane] + x / 2];
+}
+
+// Decodes a file's video picture by picture, in order, and gives each with its time in seconds
+// to `visit` until it returns false.
+template <typename Visit>
+inline void visitPictures(const std::filesystem::path& path, Visit visit) {
     AVFormatContext* raw = nullptr;
     if (avformat_open_input(&raw, path.c_str(), nullptr, nullptr) < 0)
-        return samples;
+        return;
     AVInputFormatContextPtr input(raw);
     avformat_find_stream_info(input.get(), nullptr);
-    int index = -1;
-    for (unsigned i = 0, seen = 0; i < input->nb_streams; ++i) {
-        if (input->streams[i]->codecpar->codec_type == AVMEDIA_TYPE_AUDIO &&
-            int(seen++) == streamOrdinal)
-            index = int(i);
-    }
+    const int index = av_find_best_stream(input.get(), AVMEDIA_TYPE_VIDEO, -1, -1, nullptr, 0);
     if (index < 0)
-        return samples;
-    const AVCodec* codec = avcodec_find_decoder(input->streams[index]->codecpar->codec_id);
+        return;
+    const AVStream* stream = input->streams[index];
+    const AVCodec* codec = avcodec_find_decoder(stream->codecpar->codec_id);
     AVCodecContextPtr decoder(avcodec_alloc_context3(codec));
-    avcodec_parameters_to_context(decoder.get(), input->streams[index]->codecpar);
+    avcodec_parameters_to_context(decoder.get(), stream->codecpar);
     if (avcodec_open2(decoder.get(), codec, nullptr) < 0)
-        return samples;
+        return;
     AVPacketPtr packet(av_packet_alloc());
     AVFramePtr frame(av_frame_alloc());
-    auto collect = [&] {
-        while (avcodec_receive_frame(decoder.get(), frame.get()) >= 0) {
-            for (int i = 0; i < frame->nb_samples; ++i) {
-                int step = av_sample_fmt_is_planar(AVSampleFormat(frame->format))
-                               ? 1
-                               : frame->ch_layout.nb_channels;
-                switch (frame->format) {
-                case AV_SAMPLE_FMT_S16:
-                case AV_SAMPLE_FMT_S16P:
-                    samples.push_back(reinterpret_cast<const int16_t*>(frame->data[0])[i * step] /
-                                      32768.0f);
-                    break;
-                case AV_SAMPLE_FMT_S32:
-                case AV_SAMPLE_FMT_S32P:
-                    samples.push_back(float(
-                        reinterpret_cast<const int32_t*>(frame->data[0])[i * step] / 2147483648.0));
-                    break;
-                default:
-                    samples.push_back(reinterpret_cast<const float*>(frame->data[0])[i * step]);
-                }
-            }
-        }
+    bool going = true;
+    auto drain = [&] {
+        while (going && avcodec_receive_frame(decoder.get(), frame.get()) >= 0)
+            going = visit(*frame, double(frame->best_effort_timestamp) * av_q2d(stream->time_base));
     };
-    while (av_read_frame(input.get(), packet.get()) >= 0) {
+    while (going && av_read_frame(input.get(), packet.get()) >= 0) {
         if (packet->stream_index == index && avcodec_send_packet(decoder.get(), packet.get()) >= 0)
-            collect();
+            drain();
         av_packet_unref(packet.get());
     }
-    avcodec_send_packet(decoder.get(), nullptr);
-    collect();
-    return samples;
+    if (going) {
+        avcodec_send_packet(decoder.get(), nullptr);
+        drain();
+    }
+}
+
+// Every decoded picture of a file's video with its time in seconds.
+inline void forEachPicture(const std::filesystem::path& path,
+                           const std::function<void(const AVFrame&, double)>& f) {
+    visitPictures(path, [&](const AVFrame& picture, double time) {
+        f(picture, time);
+        return true;
+    });
+}
+
+// The first decoded video picture of a file.
+inline AVFramePtr decodeFirstPicture(const std::filesystem::path& path) {
+    AVFramePtr first;
+    visitPictures(path, [&](const AVFrame& picture, double) {
+        first.reset(av_frame_clone(&picture));
+        return false;
+    });
+    return first;
+}
+
+// The first channel of a file's first (or `streamOrdinal`th) audio track, as floats in -1..1.
+inline std::vector<float> decodeFirstAudioChannel(const std::filesystem::path& path,
+                                                  int streamOrdinal = 0) {
+    const auto audio = decodeAudio(path, streamOrdinal);
+    return audio && !audio->channels.empty() ? audio->channels[0] : std::vector<float>();
 }
 
 // Index of the first sample louder than the threshold, or -1.

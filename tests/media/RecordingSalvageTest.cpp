@@ -31,6 +31,22 @@ WriterConfiguration movie(const std::filesystem::path& path) {
     return configuration;
 }
 
+// Three seconds at 30 frames a second handed to a writer that is then abandoned, as the program
+// does with a recording it cannot finish; the last fragment never reaches the disk.
+void writeAndAbandon(const std::filesystem::path& path) {
+    MediaWriter writer;
+    writer.configure(movie(path));
+    writer.startWriting();
+    writer.startSession(MediaTime::zero());
+    for (int i = 0; i < 3 * fps; ++i) {
+        const MediaTime pts = MediaTime::make(i, fps);
+        while (!writer.appendVideoBuffer(movingPicture(160, 120, i, pts, MediaTime::make(1, fps))))
+            std::this_thread::sleep_for(std::chrono::milliseconds(2));
+    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(300)); // let the worker catch up
+    writer.abandon();
+}
+
 // Writes frames and sound in real time in a child process and kills it after `seconds` of
 // media; returns the media time of the last frame the child reported as accepted.
 double recordAndKill(const std::filesystem::path& path, double seconds) {
@@ -139,18 +155,7 @@ TEST(RecordingSalvage, OnlyAbandonedMoviesAreFound) {
 TEST(RecordingSalvage, AnAbandonedWriterIsSalvagedWithTheGivenMetadata) {
     ScratchFolder folder;
     const std::filesystem::path path = folder.file("Recording at one.mov");
-    MediaWriter writer;
-    writer.configure(movie(path));
-    writer.startWriting();
-    writer.startSession(MediaTime::zero());
-    // Three seconds at 30 frames a second; the last fragment never reaches the disk.
-    for (int i = 0; i < 3 * fps; ++i) {
-        const MediaTime pts = MediaTime::make(i, fps);
-        while (!writer.appendVideoBuffer(movingPicture(160, 120, i, pts, MediaTime::make(1, fps))))
-            std::this_thread::sleep_for(std::chrono::milliseconds(2));
-    }
-    std::this_thread::sleep_for(std::chrono::milliseconds(300)); // let the worker catch up
-    writer.abandon();
+    writeAndAbandon(path);
     ASSERT_EQ(findUnfinishedRecordings(folder.path()), std::vector{path});
 
     RecordingMetadata metadata;
@@ -177,20 +182,7 @@ TEST(RecordingSalvage, AnAbandonedWriterIsSalvagedWithTheGivenMetadata) {
 TEST(RecordingSalvage, WithoutRoomForACopyTheMovieIsClosedWhereItIs) {
     ScratchFolder folder;
     const std::filesystem::path path = folder.file("Recording at two.mov");
-    {
-        MediaWriter writer;
-        writer.configure(movie(path));
-        writer.startWriting();
-        writer.startSession(MediaTime::zero());
-        for (int i = 0; i < 3 * fps; ++i) {
-            const MediaTime pts = MediaTime::make(i, fps);
-            while (
-                !writer.appendVideoBuffer(movingPicture(160, 120, i, pts, MediaTime::make(1, fps))))
-                std::this_thread::sleep_for(std::chrono::milliseconds(2));
-        }
-        std::this_thread::sleep_for(std::chrono::milliseconds(300));
-        writer.abandon();
-    }
+    writeAndAbandon(path);
     // Half a fragment's worth of junk at the end, as a crash in the middle of one leaves.
     std::ofstream(path, std::ios::app) << std::string(5000, 'x');
     const auto before = std::filesystem::file_size(path);

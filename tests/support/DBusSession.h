@@ -28,3 +28,10 @@ private:
 };
 
 #define REQUIRE_DBUS() REQUIRE_NOTHING_MISSING(DBusSession::missingTool())
+
+// Starts a private bus named `name` for the current test, or skips the test (fails it under CI)
+// when a tool is missing; fails it when the bus does not come up.
+#define START_DBUS(name)                                                                           \
+    REQUIRE_DBUS();                                                                                \
+    DBusSession name;                                                                              \
+    ASSERT_TRUE(name.isReady()) << name.error()

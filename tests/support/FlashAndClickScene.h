@@ -1,5 +1,7 @@
 #pragma once
 
+#include "support/ScreenAnimation.h"
+
 #include <xcb/xcb.h>
 
 #include <fcntl.h>
@@ -53,18 +55,12 @@ public:
 private:
     void run() {
         xcb_connection_t* c = xcb_connect(nullptr, nullptr);
-        if (xcb_connection_has_error(c)) {
+        const xcb_window_t window = coverScreen(c, 0x202020);
+        if (!window) {
             xcb_disconnect(c);
             return;
         }
-        xcb_screen_t* screen = xcb_setup_roots_iterator(xcb_get_setup(c)).data;
-        const xcb_window_t window = xcb_generate_id(c);
-        const uint32_t values[] = {0x202020, 1};
-        xcb_create_window(c, XCB_COPY_FROM_PARENT, window, screen->root, 0, 0,
-                          screen->width_in_pixels, screen->height_in_pixels, 0,
-                          XCB_WINDOW_CLASS_INPUT_OUTPUT, screen->root_visual,
-                          XCB_CW_BACK_PIXEL | XCB_CW_OVERRIDE_REDIRECT, values);
-        xcb_map_window(c, window);
+        const xcb_screen_t* screen = xcb_setup_roots_iterator(xcb_get_setup(c)).data;
         const xcb_gcontext_t gc = xcb_generate_id(c);
         xcb_create_gc(c, gc, window, 0, nullptr);
         xcb_flush(c);

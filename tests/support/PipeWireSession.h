@@ -58,3 +58,10 @@ private:
             GTEST_SKIP() << "'" << missing << "' is not installed; run scripts/install-deps.sh";   \
         }                                                                                          \
     } while (0)
+
+// Starts a PipeWire daemon named `name` for the current test, or skips the test (fails it under
+// CI) when a tool is missing; fails it when the daemon does not come up.
+#define START_PIPEWIRE(name)                                                                       \
+    REQUIRE_PIPEWIRE();                                                                            \
+    PipeWireSession name;                                                                          \
+    ASSERT_TRUE(name.isReady()) << name.error()

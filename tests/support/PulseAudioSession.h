@@ -52,3 +52,10 @@ private:
 };
 
 #define REQUIRE_PULSEAUDIO() REQUIRE_NOTHING_MISSING(PulseAudioSession::missingTool())
+
+// Starts a sound server named `name` for the current test, or skips the test (fails it under CI)
+// when a tool is missing; fails it when the server does not come up.
+#define START_PULSEAUDIO(name)                                                                     \
+    REQUIRE_PULSEAUDIO();                                                                          \
+    PulseAudioSession name;                                                                        \
+    ASSERT_TRUE(name.isReady()) << name.error()

@@ -1,22 +1,13 @@
 #include "support/ScreenCastPortalStandIn.h"
+#include "support/TextFiles.h"
 
 #include <unistd.h>
 
 #include <filesystem>
-#include <fstream>
 #include <sstream>
 #include <thread>
 
 using namespace std::chrono_literals;
-
-namespace {
-std::string readText(const std::string& path) {
-    std::ifstream in(path);
-    std::stringstream text;
-    text << in.rdbuf();
-    return text.str();
-}
-} // namespace
 
 ScreenCastPortalStandIn::ScreenCastPortalStandIn(const std::string& program,
                                                  const Options& options) {

@@ -19,6 +19,15 @@ public:
         bool twoMonitors = false;
     };
 
+    // The small screen with a window manager that most recording tests use.
+    static Options desktop() {
+        Options options;
+        options.width = 640;
+        options.height = 480;
+        options.windowManager = true;
+        return options;
+    }
+
     // Whether the tools this session needs are installed (Xvfb; openbox, xrandr when asked).
     static std::string missingTool(const Options& options);
 
@@ -59,3 +68,10 @@ private:
 };
 
 #define REQUIRE_XVFB(options) REQUIRE_NOTHING_MISSING(XvfbSession::missingTool(options))
+
+// Starts a session named `name` for the current test; skips the test (fails it under CI) when
+// a tool is missing, and fails it when the server does not come up.
+#define START_XVFB(name, options)                                                                  \
+    REQUIRE_XVFB(options);                                                                         \
+    XvfbSession name(options);                                                                     \
+    ASSERT_TRUE(name.isReady()) << name.error()

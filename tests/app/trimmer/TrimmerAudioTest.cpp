@@ -122,9 +122,7 @@ protected:
 // monitor). Muted, the speakers fall silent while the picture plays on.
 TEST_F(TrimmerAudioTest, picturePlaysByTheSoundItHears) {
     REQUIRE_TOOL("ffmpeg");
-    REQUIRE_PULSEAUDIO();
-    PulseAudioSession pulse;
-    ASSERT_TRUE(pulse.isReady()) << pulse.error();
+    START_PULSEAUDIO(pulse);
     auto window = openWindow(makeRecording());
     ASSERT_TRUE(window);
     TrimmerPlayer& player = window->player();
@@ -169,9 +167,7 @@ TEST_F(TrimmerAudioTest, picturePlaysByTheSoundItHears) {
 // seek sends it, and starts again from the beginning at the end.
 TEST_F(TrimmerAudioTest, speedCutsSeeksAndLoopsKeepPictureAndSoundTogether) {
     REQUIRE_TOOL("ffmpeg");
-    REQUIRE_PULSEAUDIO();
-    PulseAudioSession pulse;
-    ASSERT_TRUE(pulse.isReady()) << pulse.error();
+    START_PULSEAUDIO(pulse);
     auto window = openWindow(makeRecording());
     ASSERT_TRUE(window);
     VideoTrimmerViewModel& session = window->session();

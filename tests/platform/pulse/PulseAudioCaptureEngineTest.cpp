@@ -36,9 +36,7 @@ TEST(PulseAudioCaptureEngine, VolumeScalesWithoutClipping) {
 // at delivery: each block a little before the moment it is handed over, each following the one
 // before without a gap, at the rate of real time.
 TEST(PulseAudioCaptureEngine, MonoMicrophoneArrivesAsStereoOnTheHostClock) {
-    REQUIRE_PULSEAUDIO();
-    PulseAudioSession pulse;
-    ASSERT_TRUE(pulse.isReady()) << pulse.error();
+    START_PULSEAUDIO(pulse);
     ASSERT_EQ(runCommand({"pactl", "--server=" + pulse.serverAddress(), "load-module",
                           "module-remap-source", "source_name=mono", "channels=1", "rate=44100",
                           "master=" + pulse.monitorSource()},

@@ -183,10 +183,8 @@ TEST_F(V4L2CameraCaptureEngineTest, CameraLayerFollowsTheScreenSession) {
     engine.stopCapture();
 
     const QString written = QCoro::waitFor(writer.finishWriting());
-    const auto probed = probeMovie(written.toStdString());
-    ASSERT_TRUE(probed.has_value());
-    const ProbedStream* video = probed->first(AVMEDIA_TYPE_VIDEO);
-    ASSERT_NE(video, nullptr);
+    const auto video = probeVideo(written.toStdString());
+    ASSERT_TRUE(video);
     ASSERT_FALSE(video->packetTimes.empty());
     EXPECT_LE(video->packetTimes.front(), 1.0 / 30);
     EXPECT_NEAR(video->endSeconds, 0.5, 0.15);

@@ -85,6 +85,27 @@ portalOptions(const std::function<void(ScreenCastPortalStandIn::Options&)>& chan
     return options;
 }
 
+// Runs an engine's capture until `count` frames came (or five seconds passed) and gives them.
+template <typename Engine>
+std::vector<VideoFrameHandle> captureFrames(Engine& engine, size_t count) {
+    std::mutex mutex;
+    std::vector<VideoFrameHandle> frames;
+    engine.setFrameHandler([&](const VideoFrameHandle& frame, const VideoSampleTiming&) {
+        std::lock_guard lock(mutex);
+        frames.push_back(frame);
+    });
+    QCoro::waitFor(engine.startCapture());
+    EXPECT_TRUE(waitUntil(
+        [&] {
+            std::lock_guard lock(mutex);
+            return frames.size() >= count;
+        },
+        5000ms));
+    QCoro::waitFor(engine.stopCapture());
+    std::lock_guard lock(mutex);
+    return frames;
+}
+
 bool contains(const std::vector<std::string>& lines, const std::string& text) {
     return std::any_of(lines.begin(), lines.end(), [&](const std::string& line) {
         return line.find(text) != std::string::npos;
@@ -119,21 +140,7 @@ TEST_F(PortalScreenCaptureEngineTest, RecordsAnAreaOfTheSharedMonitorAndRestores
                                 BackgroundType::black, false);
         ASSERT_EQ(engine->configuration(), (SCStreamConfiguration{100, 60}));
 
-        std::mutex mutex;
-        std::vector<VideoFrameHandle> frames;
-        engine->setFrameHandler([&](const VideoFrameHandle& frame, const VideoSampleTiming&) {
-            std::lock_guard lock(mutex);
-            frames.push_back(frame);
-        });
-        QCoro::waitFor(engine->startCapture());
-        EXPECT_TRUE(waitUntil(
-            [&] {
-                std::lock_guard lock(mutex);
-                return frames.size() >= 10;
-            },
-            5000ms));
-        QCoro::waitFor(engine->stopCapture());
-        std::lock_guard lock(mutex);
+        const std::vector<VideoFrameHandle> frames = captureFrames(*engine, 10);
         ASSERT_FALSE(frames.empty());
         const VideoFrame& last = *frames.back();
         EXPECT_EQ(last.width(), 100);
@@ -236,21 +243,7 @@ TEST_F(PortalScreenCaptureEngineTest, RecordsTheWindowPickedInTheDesktopsDialog)
     EXPECT_EQ(engine->configuration(), (SCStreamConfiguration{width / 2, height / 2}));
     // The window's own space, which its stream's pointer positions count in.
     EXPECT_EQ(engine->captureRectInScreenSpace(), Rect(0, 0, width, height));
-    std::mutex mutex;
-    std::vector<VideoFrameHandle> frames;
-    engine->setFrameHandler([&](const VideoFrameHandle& frame, const VideoSampleTiming&) {
-        std::lock_guard lock(mutex);
-        frames.push_back(frame);
-    });
-    QCoro::waitFor(engine->startCapture());
-    EXPECT_TRUE(waitUntil(
-        [&] {
-            std::lock_guard lock(mutex);
-            return frames.size() >= 5;
-        },
-        5000ms));
-    QCoro::waitFor(engine->stopCapture());
-    std::lock_guard lock(mutex);
+    const std::vector<VideoFrameHandle> frames = captureFrames(*engine, 5);
     ASSERT_FALSE(frames.empty());
     EXPECT_EQ(frames.back()->width(), width / 2);
     EXPECT_EQ(frames.back()->height(), height / 2);

@@ -8,6 +8,7 @@
 #include "support/DBusSession.h"
 #include "support/EventLoop.h"
 #include "support/PipeWireSession.h"
+#include "support/TextFiles.h"
 
 #include <QCoro/QCoroTask>
 #include <QDBusConnection>
@@ -18,8 +19,6 @@
 
 #include <atomic>
 #include <filesystem>
-#include <fstream>
-#include <sstream>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -28,13 +27,6 @@ using namespace std::chrono_literals;
 namespace {
 
 constexpr uid_t nobody = 65534; // sway refuses to run as root
-
-std::string readText(const std::string& path) {
-    std::ifstream in(path);
-    std::stringstream text;
-    text << in.rdbuf();
-    return text.str();
-}
 
 std::string missingDesktopTool() {
     for (const char* tool : {"sway", "setpriv"})
@@ -145,12 +137,8 @@ private:
 // no GPU the portal cannot start the cast, and the test says so instead.
 TEST(SwayPortalTest, RecordsTheOutputThroughTheRealPortal) {
     REQUIRE_NOTHING_MISSING(missingDesktopTool());
-    REQUIRE_DBUS();
-    REQUIRE_PIPEWIRE();
-    DBusSession session;
-    ASSERT_TRUE(session.isReady()) << session.error();
-    PipeWireSession pipewire;
-    ASSERT_TRUE(pipewire.isReady()) << pipewire.error();
+    START_DBUS(session);
+    START_PIPEWIRE(pipewire);
     SwayDesktop desktop;
     ASSERT_TRUE(desktop.isReady()) << desktop.error();
     const QDBusConnection bus = QDBusConnection::connectToBus(

@@ -30,10 +30,8 @@ struct Seen {
 // clicks at the pointer in global points (origin bottom left); the middle button and the
 // wheel make no click; a second start changes nothing; after stop nothing more arrives.
 TEST(X11CursorMonitorTest, PressesBecomeClicksAtGlobalPoints) {
-    REQUIRE_XVFB(screen());
+    START_XVFB(session, screen());
     REQUIRE_TOOL("xdotool");
-    XvfbSession session(screen());
-    ASSERT_TRUE(session.isReady()) << session.error();
 
     Seen seen;
     X11CursorMonitor monitor;

@@ -31,9 +31,7 @@ QRgb pixel(const std::optional<QImage>& image, int x, int y) {
 // window manager framed and windows that come later are seen; what no window covers is black,
 // and so is what lies off the screen.
 TEST(X11MagnifierSourceTest, ReadsWhatLiesUnderTheProgramsOwnWindows) {
-    REQUIRE_XVFB(desktop());
-    XvfbSession session(desktop());
-    ASSERT_TRUE(session.isReady()) << session.error();
+    START_XVFB(session, desktop());
     X11Connection connection;
 
     ColouredWindow below(0xff0000, X11Rect{0, 0, 300, 300}, "alpha");

@@ -135,9 +135,7 @@ TEST(X11ScreenCaptureEngineTest, RefusesOutOfOrderUse) {
 // A display recording while the screen changes: frames of the display's size, in increasing
 // time, opaque, and none after stopCapture.
 TEST(X11ScreenCaptureEngineTest, DisplayFramesWhileTheScreenChanges) {
-    REQUIRE_XVFB(smallScreen());
-    XvfbSession session(smallScreen());
-    ASSERT_TRUE(session.isReady()) << session.error();
+    START_XVFB(session, smallScreen());
     ScreenAnimation animation;
 
     FrameLog log;
@@ -171,9 +169,7 @@ TEST(X11ScreenCaptureEngineTest, DisplayFramesWhileTheScreenChanges) {
 // Grabs go straight into frame buffers shared with the server. When the writer holds on to all
 // of them the capture goes on by copying, and buffers given back are used again.
 TEST(X11ScreenCaptureEngineTest, FramesHeldDownstreamNeverStallTheCapture) {
-    REQUIRE_XVFB(smallScreen());
-    XvfbSession session(smallScreen());
-    ASSERT_TRUE(session.isReady()) << session.error();
+    START_XVFB(session, smallScreen());
     ScreenAnimation animation;
 
     std::mutex mutex;
@@ -255,9 +251,7 @@ TEST(X11ScreenCaptureEngineTest, BuffersABurstLeftIdleAreGivenBack) {
 
 // A still screen gives its first frame and then idle ticks, with a repeat only twice a second.
 TEST(X11ScreenCaptureEngineTest, StillScreenDropsIdleTicks) {
-    REQUIRE_XVFB(smallScreen());
-    XvfbSession session(smallScreen());
-    ASSERT_TRUE(session.isReady()) << session.error();
+    START_XVFB(session, smallScreen());
     FrameLog log;
     auto engine = prepared(RecordingMode::screen(firstDisplay()), log);
     ASSERT_TRUE(runTask(engine->startCapture()).finished);
@@ -320,9 +314,7 @@ TEST(X11ScreenCaptureEngineTest, AreaPixelsLandInPlace) {
 
 // "low" halves the stream and scales the picture into it.
 TEST(X11ScreenCaptureEngineTest, LowResolutionHalvesTheFrames) {
-    REQUIRE_XVFB(smallScreen());
-    XvfbSession session(smallScreen());
-    ASSERT_TRUE(session.isReady()) << session.error();
+    START_XVFB(session, smallScreen());
     FrameLog log;
     auto engine = prepared(RecordingMode::screen(firstDisplay()), log, 30, ResolutionMode::low);
     EXPECT_EQ(engine->configuration(), (SCStreamConfiguration{320, 240}));
@@ -365,10 +357,8 @@ TEST(X11ScreenCaptureEngineTest, ServerGoneReachesTheErrorHandler) {
 // made of stale memory. Started again, as the recovery does, the stream attaches new segments
 // and its frames show the screen; each loss is its own interruption.
 TEST(X11ScreenCaptureEngineTest, SharedMemoryLostMidStreamStopsOnceAndRestarts) {
-    REQUIRE_XVFB(smallScreen());
+    START_XVFB(session, smallScreen());
     REQUIRE_NOTHING_MISSING(sharedMemoryEvictionMissing());
-    XvfbSession session(smallScreen());
-    ASSERT_TRUE(session.isReady()) << session.error();
     ScreenAnimation animation;
     FrameLog log;
     auto engine = prepared(RecordingMode::screen(firstDisplay()), log);
@@ -423,10 +413,8 @@ TEST(X11ScreenCaptureEngineTest, SharedMemoryLostMidStreamStopsOnceAndRestarts) 
 TEST(X11ScreenCaptureEngineTest, WindowGoneReachesTheErrorHandler) {
     XvfbSession::Options options = smallScreen();
     options.windowManager = true;
-    REQUIRE_XVFB(options);
+    START_XVFB(session, options);
     REQUIRE_TOOL("xmessage");
-    XvfbSession session(options);
-    ASSERT_TRUE(session.isReady()) << session.error();
     ChildProcess& client = session.launch({"xmessage", "-geometry", "200x100+50+50", "bye"});
     X11Connection connection;
     const auto listed = contentWithMappedWindow(connection);
@@ -459,10 +447,8 @@ TEST(X11ScreenCaptureEngineTest, WindowGoneReachesTheErrorHandler) {
 // With showsCursor the pointer's image is drawn where the pointer is, and moving it makes a
 // new frame on an otherwise still screen; without, the picture stays the root's.
 TEST(X11ScreenCaptureEngineTest, CursorIsDrawnWhenAskedFor) {
-    REQUIRE_XVFB(smallScreen());
+    START_XVFB(session, smallScreen());
     REQUIRE_TOOL("xdotool");
-    XvfbSession session(smallScreen());
-    ASSERT_TRUE(session.isReady()) << session.error();
     ASSERT_TRUE(session.moveTo(200, 150));
     // A 40 x 40 area around the pointer: area (20, 20) is the pointer's hot spot. In the
     // mode's convention y = 480 - 130 - 40 = 310.
@@ -499,11 +485,9 @@ TEST(X11ScreenCaptureEngineTest, CursorIsDrawnWhenAskedFor) {
 TEST(X11ScreenCaptureEngineTest, GrownWindowEnlargesTheStream) {
     XvfbSession::Options options = smallScreen();
     options.windowManager = true;
-    REQUIRE_XVFB(options);
+    START_XVFB(session, options);
     REQUIRE_TOOL("xmessage");
     REQUIRE_TOOL("xdotool");
-    XvfbSession session(options);
-    ASSERT_TRUE(session.isReady()) << session.error();
     session.launch({"xmessage", "-geometry", "200x100+20+20", "grow"});
     X11Connection connection;
     const auto listed = contentWithMappedWindow(connection);
@@ -574,9 +558,7 @@ struct ErrorCount {
 // Recorded windows are shown on the whole display at the place they have now: one moved
 // during the recording shows at its new place, and its old place shows the background.
 TEST(X11ScreenCaptureEngineTest, WindowsModeShowsWindowsWhereTheyAreNow) {
-    REQUIRE_XVFB(managedSmallScreen());
-    XvfbSession session(managedSmallScreen());
-    ASSERT_TRUE(session.isReady()) << session.error();
+    START_XVFB(session, managedSmallScreen());
     ColouredWindow red(0xff0000, {40, 40, 160, 100}, "painter");
     ColouredWindow green(0x00ff00, {360, 40, 160, 100}, "painter");
     X11Connection connection;
@@ -629,9 +611,7 @@ TEST(X11ScreenCaptureEngineTest, WindowsModeShowsWindowsWhereTheyAreNow) {
 // An application's windows opened during the recording appear, one that closes simply goes,
 // and another application's window never shows.
 TEST(X11ScreenCaptureEngineTest, ApplicationModeFollowsTheApplicationsWindows) {
-    REQUIRE_XVFB(managedSmallScreen());
-    XvfbSession session(managedSmallScreen());
-    ASSERT_TRUE(session.isReady()) << session.error();
+    START_XVFB(session, managedSmallScreen());
     auto first = std::make_unique<ColouredWindow>(0xff0000, X11Rect{40, 40, 160, 100}, "painter");
     ColouredWindow other(0x0000ff, {360, 40, 160, 100}, "otherapp");
     X11Connection connection;
@@ -677,9 +657,7 @@ TEST(X11ScreenCaptureEngineTest, ApplicationModeFollowsTheApplicationsWindows) {
 // start, not on the way while one moves, not at its new place, and not one opened later. The
 // place one left shows what is really there again.
 TEST(X11ScreenCaptureEngineTest, HiddenApplicationStaysPaintedOutWhereverItGoes) {
-    REQUIRE_XVFB(managedSmallScreen());
-    XvfbSession session(managedSmallScreen());
-    ASSERT_TRUE(session.isReady()) << session.error();
+    START_XVFB(session, managedSmallScreen());
     ColouredWindow backdrop(0x00ff00, {10, 10, 600, 440}, "backdrop");
     X11Connection connection;
     ASSERT_TRUE(listedFrame(connection, backdrop.id()));
@@ -739,10 +717,8 @@ TEST(X11ScreenCaptureEngineTest, HiddenApplicationStaysPaintedOutWhereverItGoes)
 // the window has moved, the pointer at 60, 50 from its frame's corner is drawn at 60, 50 of the
 // picture, not where that point was before the move.
 TEST(X11ScreenCaptureEngineTest, PointerOverAFollowedWindowMovesWithIt) {
-    REQUIRE_XVFB(managedSmallScreen());
+    START_XVFB(session, managedSmallScreen());
     REQUIRE_TOOL("xdotool");
-    XvfbSession session(managedSmallScreen());
-    ASSERT_TRUE(session.isReady()) << session.error();
     ColouredWindow red(0xff0000, {40, 40, 160, 100}, "painter");
     X11Connection connection;
     const auto start = listedFrame(connection, red.id());

@@ -38,9 +38,7 @@ TEST(X11ShareableContentTest, ApplicationIdentity) {
 TEST(X11ShareableContentTest, DisplaysFromRandRMonitors) {
     XvfbSession::Options options;
     options.twoMonitors = true;
-    REQUIRE_XVFB(options);
-    XvfbSession session(options);
-    ASSERT_TRUE(session.isReady()) << session.error();
+    START_XVFB(session, options);
     X11Connection connection;
     const SCShareableContent content = X11ShareableContent::fetch(connection);
     ASSERT_EQ(content.displays.size(), 2u);
@@ -56,10 +54,8 @@ TEST(X11ShareableContentTest, WindowsFromTheWindowManager) {
     options.width = 800;
     options.height = 600;
     options.windowManager = true;
-    REQUIRE_XVFB(options);
+    START_XVFB(session, options);
     REQUIRE_TOOL("xmessage");
-    XvfbSession session(options);
-    ASSERT_TRUE(session.isReady()) << session.error();
     // xmessage sets WM_NAME only (no _NET_WM_NAME), so the title takes the fallback.
     session.launch({"xmessage", "-name", "probe", "-title", "Probe Title", "-geometry",
                     "200x100+50+60", "hi"});

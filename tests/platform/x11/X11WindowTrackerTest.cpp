@@ -57,9 +57,7 @@ TEST(X11WindowTrackerTest, SelectionByIdApplicationAndOwnWindows) {
 // the places it passed until swept, takes in a window of the application opened later, and
 // drops one that closes, remembering where it was.
 TEST(X11WindowTrackerTest, FollowsMovesNewWindowsAndClosedOnes) {
-    REQUIRE_XVFB(managedScreen());
-    XvfbSession session(managedScreen());
-    ASSERT_TRUE(session.isReady()) << session.error();
+    START_XVFB(session, managedScreen());
     ColouredWindow first(0xff0000, {40, 40, 160, 100}, "painter");
     ColouredWindow other(0x0000ff, {360, 40, 160, 100}, "otherapp");
     X11Connection connection;
@@ -125,9 +123,7 @@ TEST(X11WindowTrackerTest, FollowsMovesNewWindowsAndClosedOnes) {
 
 // A window chosen by id that closes is reported as missing.
 TEST(X11WindowTrackerTest, ClosedWindowChosenByIdIsMissing) {
-    REQUIRE_XVFB(managedScreen());
-    XvfbSession session(managedScreen());
-    ASSERT_TRUE(session.isReady()) << session.error();
+    START_XVFB(session, managedScreen());
     ColouredWindow chosen(0xff0000, {40, 40, 160, 100}, "painter");
     X11Connection connection;
     ASSERT_TRUE(listedFrame(connection, chosen.id()));
