@@ -6,13 +6,13 @@
 
 // How many idle buffers a pool may give back. A burst (a writer that fell behind on a busy
 // machine) makes a pool lend out many buffers at once; those that then stay idle through a whole
-// window were not needed in it and go back to the system, all but a few spares, so a long
+// window were not needed in it and go back to the system, all but one spare, so a long
 // recording's memory follows what it uses now, not its worst moment. Not thread-safe: a pool
 // calls it under its own lock.
 class IdleBufferTrim final {
 public:
     using Clock = std::chrono::steady_clock;
-    static constexpr std::size_t spareBuffers = 2;
+    static constexpr std::size_t spareBuffers = 1;
 
     explicit IdleBufferTrim(std::chrono::milliseconds window = std::chrono::seconds(2))
         : m_window(window), m_windowStart(Clock::now()) {}
