@@ -9,7 +9,8 @@
 #include <functional>
 
 // Runs the Qt event loop of the test thread until a condition holds, within a bound.
-inline bool waitUntil(const std::function<bool()>& condition, std::chrono::milliseconds timeout) {
+inline bool waitUntil(const std::function<bool()>& condition,
+                      std::chrono::milliseconds timeout = std::chrono::seconds(20)) {
     QDeadlineTimer deadline(timeout);
     while (!condition()) {
         if (deadline.hasExpired())

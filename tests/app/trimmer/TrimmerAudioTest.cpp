@@ -16,6 +16,8 @@
 #include <QSlider>
 #include <QTemporaryDir>
 
+#include "support/EventLoop.h"
+
 #include <gtest/gtest.h>
 
 #include <chrono>
@@ -27,18 +29,6 @@ using namespace std::chrono_literals;
 
 namespace {
 using Clock = std::chrono::steady_clock;
-
-// Runs the event loop until `done` holds or the bound passes.
-template <typename Condition>
-bool processUntil(Condition done, std::chrono::milliseconds bound) {
-    const auto deadline = Clock::now() + bound;
-    while (!done()) {
-        if (Clock::now() > deadline)
-            return false;
-        QApplication::processEvents(QEventLoop::AllEvents, 5);
-    }
-    return true;
-}
 
 double rms(const std::vector<int16_t>& samples) {
     double sum = 0;
@@ -75,8 +65,7 @@ protected:
         auto window = TrimmerWindow::open(path, error);
         EXPECT_TRUE(window) << error.toStdString();
         if (window) {
-            EXPECT_TRUE(
-                processUntil([&] { return !window->player().currentFrame().isNull(); }, 20s));
+            EXPECT_TRUE(waitUntil([&] { return !window->player().currentFrame().isNull(); }, 20s));
         }
         return window;
     }
@@ -135,8 +124,7 @@ TEST_F(TrimmerAudioTest, picturePlaysByTheSoundItHears) {
     const auto started = Clock::now();
     const double startedAt = player.position();
     std::vector<double> seen = followSound(player, 1200ms);
-    ASSERT_TRUE(
-        processUntil([&] { return monitor.wait_for(0s) == std::future_status::ready; }, 15s));
+    ASSERT_TRUE(waitUntil([&] { return monitor.wait_for(0s) == std::future_status::ready; }, 15s));
     const double wall = std::chrono::duration<double>(Clock::now() - started).count();
     const double moved = player.position() - startedAt;
     EXPECT_GT(moved, wall - 0.35) << "the playhead fell behind the time that passed";
@@ -148,17 +136,17 @@ TEST_F(TrimmerAudioTest, picturePlaysByTheSoundItHears) {
     EXPECT_GT(rms(monitor.get()), 3000.0) << "the tone never reached the sound device";
 
     player.setMuted(true);
-    processUntil([] { return false; }, 400ms); // what the sink held before the mute plays out
+    waitUntil([] { return false; }, 400ms); // what the sink held before the mute plays out
     auto muted = std::async(std::launch::async, [&] { return pulse.recordMonitor(0.4); });
     const double beforeMute = player.position();
-    ASSERT_TRUE(processUntil([&] { return muted.wait_for(0s) == std::future_status::ready; }, 15s));
+    ASSERT_TRUE(waitUntil([&] { return muted.wait_for(0s) == std::future_status::ready; }, 15s));
     EXPECT_LT(rms(muted.get()), 300.0) << "muted sound was still heard";
     EXPECT_GT(player.position(), beforeMute + 0.2) << "muting stopped the picture";
 
     player.pause();
     const double pausedAt = player.position();
     EXPECT_FALSE(player.audioOutput()->isPlaying());
-    processUntil([] { return false; }, 200ms);
+    waitUntil([] { return false; }, 200ms);
     EXPECT_DOUBLE_EQ(player.position(), pausedAt);
 }
 
@@ -205,7 +193,7 @@ TEST_F(TrimmerAudioTest, speedCutsSeeksAndLoopsKeepPictureAndSoundTogether) {
     player.setRate(1.0);
     player.seek(3.0);
     EXPECT_TRUE(player.isFollowingAudio());
-    processUntil([] { return false; }, 300ms);
+    waitUntil([] { return false; }, 300ms);
     EXPECT_GE(player.position(), 3.0);
     EXPECT_LT(player.position(), 3.35);
     EXPECT_NEAR(player.currentFrameTime(), player.position(), 0.25);
@@ -213,7 +201,7 @@ TEST_F(TrimmerAudioTest, speedCutsSeeksAndLoopsKeepPictureAndSoundTogether) {
     player.setLooping(true);
     double lowest = 10.0;
     double highest = 0.0;
-    ASSERT_TRUE(processUntil(
+    ASSERT_TRUE(waitUntil(
         [&] {
             highest = std::max(highest, player.position());
             lowest = std::min(lowest, player.position());
@@ -227,7 +215,7 @@ TEST_F(TrimmerAudioTest, speedCutsSeeksAndLoopsKeepPictureAndSoundTogether) {
     // Without the loop, playback ends at the end with the sound.
     player.setLooping(false);
     player.seek(3.6);
-    ASSERT_TRUE(processUntil([&] { return !player.isPlaying(); }, 5s));
+    ASSERT_TRUE(waitUntil([&] { return !player.isPlaying(); }, 5s));
     EXPECT_DOUBLE_EQ(player.position(), player.duration());
 }
 
@@ -251,17 +239,17 @@ TEST_F(TrimmerAudioTest, playsWithoutASoundDeviceOrASoundTrack) {
             if (player.isPlaying())
                 starts.push_back(player.currentFrameStart());
         });
-        ASSERT_TRUE(processUntil([&] { return frames > 0; }, 20s));
+        ASSERT_TRUE(waitUntil([&] { return frames > 0; }, 20s));
         const auto started = Clock::now();
         player.play();
         EXPECT_FALSE(player.isFollowingAudio());
-        processUntil([] { return false; }, 600ms);
+        waitUntil([] { return false; }, 600ms);
         const double wall = std::chrono::duration<double>(Clock::now() - started).count();
         EXPECT_TRUE(player.isPlaying());
         EXPECT_GT(player.position(), wall - 0.15);
         EXPECT_LE(player.position(), wall + 0.1);
         // A loaded machine may decode slowly, but the picture moves on while the clock runs.
-        EXPECT_TRUE(processUntil([&] { return starts.size() >= 5; }, 2500ms))
+        EXPECT_TRUE(waitUntil([&] { return starts.size() >= 5; }, 2500ms))
             << "playback showed " << starts.size() << " frames";
         // Frames made ahead of their time come in order, each once.
         for (size_t i = 1; i < starts.size(); ++i)
@@ -287,7 +275,7 @@ TEST_F(TrimmerAudioTest, playsWithoutASoundDeviceOrASoundTrack) {
         player.play();
         bool passedTheEnd = false;
         bool insideRemoved = false;
-        ASSERT_TRUE(processUntil(
+        ASSERT_TRUE(waitUntil(
             [&] {
                 const double t = player.position();
                 insideRemoved = insideRemoved || (t > 1.01 && t < 1.99);

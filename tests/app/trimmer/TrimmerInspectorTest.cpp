@@ -6,6 +6,7 @@
 #include "app/trimmer/TrimmerWindow.h"
 #include "media/VideoFrameGrabber.h"
 
+#include "ShownTrimmer.h"
 #include "app/TestArtifacts.h"
 #include "support/ChildProcess.h"
 #include "support/EventLoop.h"
@@ -60,18 +61,6 @@ protected:
         return movie;
     }
 
-    std::unique_ptr<TrimmerWindow> openWindow(const QString& path) {
-        QString error;
-        auto window = TrimmerWindow::open(path, error);
-        EXPECT_TRUE(window) << error.toStdString();
-        if (!window)
-            return nullptr;
-        window->show();
-        EXPECT_TRUE(waitUntil([&] { return !window->preview().frame().isNull(); }, 20s))
-            << "the first frame never reached the preview";
-        return window;
-    }
-
     template <typename T>
     static T& child(QWidget& parent, const QString& name) {
         T* found = parent.findChild<T*>(name);
@@ -102,7 +91,7 @@ protected:
 TEST_F(TrimmerInspectorTest, panelChangesReachPreviewExportAndTheNextSession) {
     REQUIRE_TOOL("ffmpeg");
     const QString movie = makeMovie(QStringLiteral("Demo.mp4"));
-    auto window = openWindow(movie);
+    auto window = openShownTrimmer(movie);
     ASSERT_TRUE(window);
     VideoTrimmerViewModel& session = window->session();
     TrimmerInspector& inspector = window->inspector();
@@ -158,7 +147,7 @@ TEST_F(TrimmerInspectorTest, panelChangesReachPreviewExportAndTheNextSession) {
 
     // Closing keeps the look with the edits; the next editor opens with it.
     window.reset();
-    auto again = openWindow(movie);
+    auto again = openShownTrimmer(movie);
     ASSERT_TRUE(again);
     EXPECT_EQ(again->session().backgroundSettings.type, StudioBackgroundType::solidColor);
     EXPECT_DOUBLE_EQ(again->session().exportStyle.videoPadding, 180.0);
@@ -170,7 +159,7 @@ TEST_F(TrimmerInspectorTest, panelChangesReachPreviewExportAndTheNextSession) {
 TEST_F(TrimmerInspectorTest, exportTabChoosesShapeAndCodec) {
     REQUIRE_TOOL("ffmpeg");
     REQUIRE_TOOL("ffprobe");
-    auto window = openWindow(makeMovie(QStringLiteral("Square.mp4"), 1));
+    auto window = openShownTrimmer(makeMovie(QStringLiteral("Square.mp4"), 1));
     ASSERT_TRUE(window);
     TrimmerInspector& inspector = window->inspector();
     child<QAbstractButton>(inspector, QStringLiteral("aspect:1:1")).click();
@@ -206,7 +195,7 @@ TEST_F(TrimmerInspectorTest, exportTabChoosesShapeAndCodec) {
 // export again.
 TEST_F(TrimmerInspectorTest, cancelLeavesNoFileAndOffersTheExportAgain) {
     REQUIRE_TOOL("ffmpeg");
-    auto window = openWindow(makeMovie(QStringLiteral("Long.mp4"), 30));
+    auto window = openShownTrimmer(makeMovie(QStringLiteral("Long.mp4"), 30));
     ASSERT_TRUE(window);
     TrimmerInspector& inspector = window->inspector();
     const QString output = QDir(folder.path()).filePath(QStringLiteral("Cancelled.mp4"));
@@ -238,7 +227,7 @@ TEST_F(TrimmerInspectorTest, cancelLeavesNoFileAndOffersTheExportAgain) {
 // segment, one undo step each.
 TEST_F(TrimmerInspectorTest, zoomTabEditsTheSelectedZoom) {
     REQUIRE_TOOL("ffmpeg");
-    auto window = openWindow(makeMovie(QStringLiteral("Zooms.mp4"), 4));
+    auto window = openShownTrimmer(makeMovie(QStringLiteral("Zooms.mp4"), 4));
     ASSERT_TRUE(window);
     VideoTrimmerViewModel& session = window->session();
     TrimmerInspector& inspector = window->inspector();
@@ -306,7 +295,7 @@ TEST_F(TrimmerInspectorTest, placesTheCameraAndShowsTheWindow) {
     ASSERT_TRUE(QDir().mkpath(package));
     makeMovie(QStringLiteral("Recording-Lesson/.screen.mov"));
     makeMovie(QStringLiteral("Recording-Lesson/.camera.mov"));
-    auto window = openWindow(package);
+    auto window = openShownTrimmer(package);
     ASSERT_TRUE(window);
     window->resize(1320, 780);
     QTabWidget& tabs = window->inspector().tabs();

@@ -20,6 +20,9 @@
 #include <QUndoStack>
 #include <QWheelEvent>
 
+#include "ShownTrimmer.h"
+#include "support/EventLoop.h"
+
 #include <gtest/gtest.h>
 
 #include <chrono>
@@ -29,24 +32,15 @@
 using namespace std::chrono_literals;
 
 namespace {
+// Large enough for every panel of the window, as on a laptop screen.
+const QSize windowSize{1120, 760};
+
 // Where screenshots go for a person to look at.
 std::filesystem::path artefactFolder() {
     const char* set = std::getenv("TAVELQUISTON_TEST_ARTEFACTS");
     std::filesystem::path folder = set ? set : "/tmp/tavelquiston-test-artefacts";
     std::filesystem::create_directories(folder);
     return folder;
-}
-
-// Runs the event loop until `done` holds or the bound passes.
-template <typename Condition>
-bool processUntil(Condition done, std::chrono::milliseconds bound = 20s) {
-    const auto deadline = std::chrono::steady_clock::now() + bound;
-    while (!done()) {
-        if (std::chrono::steady_clock::now() > deadline)
-            return false;
-        QApplication::processEvents(QEventLoop::AllEvents, 10);
-    }
-    return true;
 }
 
 class TrimmerWindowTest : public ::testing::Test {
@@ -84,19 +78,6 @@ protected:
         return movie;
     }
 
-    std::unique_ptr<TrimmerWindow> openWindow(const QString& path) {
-        QString error;
-        auto window = TrimmerWindow::open(path, error);
-        EXPECT_TRUE(window) << error.toStdString();
-        if (!window)
-            return nullptr;
-        window->resize(1120, 760);
-        window->show();
-        EXPECT_TRUE(processUntil([&] { return !window->preview().frame().isNull(); }))
-            << "the first frame never reached the preview";
-        return window;
-    }
-
     QTemporaryDir folder;
 };
 
@@ -105,15 +86,15 @@ protected:
 TEST_F(TrimmerWindowTest, steppedPreviewMatchesTheExportCompositor) {
     REQUIRE_TOOL("ffmpeg");
     const QString movie = makeRecording();
-    auto window = openWindow(movie);
+    auto window = openShownTrimmer(movie, windowSize);
     ASSERT_TRUE(window);
     TrimmerPlayer& player = window->player();
     player.seek(1.0);
-    ASSERT_TRUE(processUntil([&] { return player.currentFrameTime() == 1.0; }));
+    ASSERT_TRUE(waitUntil([&] { return player.currentFrameTime() == 1.0; }));
     for (int k = 0; k < 3; ++k) {
         const double before = player.currentFrameTime();
         player.step(1);
-        ASSERT_TRUE(processUntil([&] { return player.currentFrameTime() != before; }));
+        ASSERT_TRUE(waitUntil([&] { return player.currentFrameTime() != before; }));
     }
     const double shown = player.currentFrameTime();
     // Three frames on at 30 a second, each step landing inside its frame.
@@ -153,14 +134,14 @@ TEST_F(TrimmerWindowTest, steppedPreviewMatchesTheExportCompositor) {
 
     // The plain recording is the decoded frame itself, of the movie's own size.
     player.setStyled(false);
-    ASSERT_TRUE(processUntil([&] { return player.currentFrame().size() == QSize(640, 360); }));
+    ASSERT_TRUE(waitUntil([&] { return player.currentFrame().size() == QSize(640, 360); }));
 }
 
 // Splitting at the playhead and removing the selected part go through the session; the window
 // title names the file; a screenshot of the whole window is kept for a person to look at.
 TEST_F(TrimmerWindowTest, splitsRemovesAndShowsTheWholeWindow) {
     REQUIRE_TOOL("ffmpeg");
-    auto window = openWindow(makeRecording());
+    auto window = openShownTrimmer(makeRecording(), windowSize);
     ASSERT_TRUE(window);
     EXPECT_TRUE(window->windowTitle().contains(QStringLiteral("Lesson.mp4")));
     TrimmerPlayer& player = window->player();
@@ -189,10 +170,10 @@ TEST_F(TrimmerWindowTest, splitsRemovesAndShowsTheWholeWindow) {
     EXPECT_TRUE(segments[1].isMarkedForDeletion);
     EXPECT_NEAR(window->session().totalActiveDuration(), 3.0 - 0.8, 0.05);
     // The click moved the playhead there.
-    EXPECT_TRUE(processUntil([&] { return std::abs(player.position() - 1.6) < 0.05; }));
+    EXPECT_TRUE(waitUntil([&] { return std::abs(player.position() - 1.6) < 0.05; }));
 
     // Let the waveform arrive, then keep the picture.
-    processUntil([] { return false; }, 1500ms);
+    waitUntil([] { return false; }, 1500ms);
     const QImage shot = window->grab().toImage();
     EXPECT_EQ(shot.size(), window->size() * window->devicePixelRatio());
     const auto path = artefactFolder() / "trimmer-window.png";
@@ -202,7 +183,7 @@ TEST_F(TrimmerWindowTest, splitsRemovesAndShowsTheWholeWindow) {
 // Every segment edit can be undone and redone, back to the exact segments before and after.
 TEST_F(TrimmerWindowTest, undoesAndRedoesSegmentEdits) {
     REQUIRE_TOOL("ffmpeg");
-    auto window = openWindow(makeRecording());
+    auto window = openShownTrimmer(makeRecording(), windowSize);
     ASSERT_TRUE(window);
     VideoTrimmerViewModel& session = window->session();
     window->player().seek(1.0);
@@ -230,7 +211,7 @@ TEST_F(TrimmerWindowTest, undoesAndRedoesSegmentEdits) {
 // the end unless it loops.
 TEST_F(TrimmerWindowTest, playsByTheClockAndStopsAtTheEnd) {
     REQUIRE_TOOL("ffmpeg");
-    auto window = openWindow(makeRecording());
+    auto window = openShownTrimmer(makeRecording(), windowSize);
     ASSERT_TRUE(window);
     TrimmerPlayer& player = window->player();
     int framesShown = 0;
@@ -238,7 +219,7 @@ TEST_F(TrimmerWindowTest, playsByTheClockAndStopsAtTheEnd) {
     const auto started = std::chrono::steady_clock::now();
     player.play();
     EXPECT_TRUE(player.isPlaying());
-    processUntil([] { return false; }, 500ms);
+    waitUntil([] { return false; }, 500ms);
     player.pause();
     const double wall =
         std::chrono::duration<double>(std::chrono::steady_clock::now() - started).count();
@@ -250,7 +231,7 @@ TEST_F(TrimmerWindowTest, playsByTheClockAndStopsAtTheEnd) {
     player.setRate(4.0);
     player.seek(2.0);
     player.play();
-    ASSERT_TRUE(processUntil([&] { return !player.isPlaying(); }, 5s))
+    ASSERT_TRUE(waitUntil([&] { return !player.isPlaying(); }, 5s))
         << "playback did not stop at the end";
     EXPECT_DOUBLE_EQ(player.position(), player.duration());
 }
@@ -267,12 +248,12 @@ void sendMouse(QWidget& widget, QEvent::Type type, QPointF at) {
 // puts every step back.
 TEST_F(TrimmerWindowTest, dragsZoomSegmentsWithTheMouse) {
     REQUIRE_TOOL("ffmpeg");
-    auto window = openWindow(makeRecording());
+    auto window = openShownTrimmer(makeRecording(), windowSize);
     ASSERT_TRUE(window);
     VideoTrimmerViewModel& session = window->session();
     TrimmerPlayer& player = window->player();
     player.seek(1.5);
-    ASSERT_TRUE(processUntil([&] { return player.currentFrameTime() == 1.5; }));
+    ASSERT_TRUE(waitUntil([&] { return player.currentFrameTime() == 1.5; }));
     const QImage unzoomed = player.currentFrame();
     player.seek(0.2);
     ASSERT_TRUE(window->addZoomAtPlayhead());
@@ -282,7 +263,7 @@ TEST_F(TrimmerWindowTest, dragsZoomSegmentsWithTheMouse) {
 
     // The preview draws the new zoom: the frame at 1.5 s is no longer the unzoomed one.
     player.seek(1.5);
-    ASSERT_TRUE(processUntil([&] {
+    ASSERT_TRUE(waitUntil([&] {
         return player.currentFrameTime() == 1.5 && player.currentFrame() != unzoomed;
     })) << "the styled preview did not take the new zoom segment";
 
@@ -326,7 +307,7 @@ TEST_F(TrimmerWindowTest, dragsZoomSegmentsWithTheMouse) {
 // leaves the view takes it along.
 TEST_F(TrimmerWindowTest, zoomsAndPansTheTimeScale) {
     REQUIRE_TOOL("ffmpeg");
-    auto window = openWindow(makeRecording());
+    auto window = openShownTrimmer(makeRecording(), windowSize);
     ASSERT_TRUE(window);
     TimelineStrip& timeline = window->timeline();
     ASSERT_TRUE(timeline.viewport().isShowingFullDuration());
@@ -358,7 +339,7 @@ TEST_F(TrimmerWindowTest, reopensWhereTheEditorWasLeft) {
     std::vector<VideoSegment> edited;
     std::vector<ZoomSegment> zoom;
     {
-        auto window = openWindow(movie);
+        auto window = openShownTrimmer(movie, windowSize);
         ASSERT_TRUE(window);
         window->player().seek(0.8);
         ASSERT_TRUE(window->splitAtPlayhead());
@@ -373,7 +354,7 @@ TEST_F(TrimmerWindowTest, reopensWhereTheEditorWasLeft) {
         window->player().seek(2.5);
     }
     EXPECT_TRUE(QFile::exists(QDir(folder.path()).filePath(".Lesson.trimmer.json")));
-    auto again = openWindow(movie);
+    auto again = openShownTrimmer(movie, windowSize);
     ASSERT_TRUE(again);
     const auto& restored = again->session().segments();
     ASSERT_EQ(restored.size(), edited.size());
@@ -390,7 +371,7 @@ TEST_F(TrimmerWindowTest, reopensWhereTheEditorWasLeft) {
     state.write(R"({"version":1,"duration":99,"playhead":1,"cuts":[{"start":0,"end":50}]})");
     state.close();
     again.reset();
-    auto fresh = openWindow(movie);
+    auto fresh = openShownTrimmer(movie, windowSize);
     ASSERT_TRUE(fresh);
     EXPECT_TRUE(fresh->session().segments().empty());
 }
@@ -399,7 +380,7 @@ TEST_F(TrimmerWindowTest, reopensWhereTheEditorWasLeft) {
 // readable movie without the removed part.
 TEST_F(TrimmerWindowTest, exportsTheEditedRecording) {
     REQUIRE_TOOL("ffmpeg");
-    auto window = openWindow(makeRecording());
+    auto window = openShownTrimmer(makeRecording(), windowSize);
     ASSERT_TRUE(window);
     window->player().seek(1.5);
     ASSERT_TRUE(window->splitAtPlayhead());
@@ -411,7 +392,7 @@ TEST_F(TrimmerWindowTest, exportsTheEditedRecording) {
                      [&outcome](const VideoTrimmerViewModel::ExportOutcome& o) { outcome = o; });
     window->startExport();
     EXPECT_TRUE(window->session().isExporting());
-    ASSERT_TRUE(processUntil([&] { return outcome.has_value(); }, 120s));
+    ASSERT_TRUE(waitUntil([&] { return outcome.has_value(); }, 120s));
     ASSERT_FALSE(outcome->error) << outcome->error->toStdString();
     std::string error;
     auto reader = VideoTrackReader::open(outcome->urls.front().toStdString(), error);
